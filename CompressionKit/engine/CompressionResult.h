@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "CompressionKit/platform/URL.h"
+#include "CompressionKit/undo/UndoRecord.h"
+
+namespace tidewell {
+
+/// How one file ended. The raw values stand in JSON files and must not change.
+class CompressionOutcome {
+ public:
+  enum Value { replaced, skipped, converted };
+
+  constexpr CompressionOutcome(Value value) : value_(value) {}  // NOLINT(google-explicit-constructor)
+  constexpr operator Value() const { return value_; }           // NOLINT(google-explicit-constructor)
+
+  static std::optional<CompressionOutcome> fromRawValue(std::string_view rawValue);
+  std::string_view rawValue() const;
+
+ private:
+  Value value_;
+};
+
+struct CompressionResult {
+  URL url;  ///< the file the result is about; for `converted` the new file
+  std::int64_t originalBytes = 0;
+  std::int64_t finalBytes = 0;
+  CompressionOutcome outcome = CompressionOutcome::skipped;
+  std::optional<std::string> encoder;
+  std::optional<double> qualityScore;
+  std::optional<UndoRecord> undoRecord;  ///< as `prepare` returned it, so its state reads prepared
+
+  std::int64_t savedBytes() const { return originalBytes - finalBytes; }
+  double savedRatio() const;
+};
+
+}  // namespace tidewell

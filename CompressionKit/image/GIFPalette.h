@@ -1,0 +1,19 @@
+#pragma once
+
+#include <vector>
+
+#include "CompressionKit/platform/URL.h"
+
+/// One palette for a whole animation: what a quantiser looks at, and what gifsicle reads.
+namespace tidewell::GIFPalette {
+
+/// Writes "gif-colour-sample.png" into `directory`: reduced copies of up to eight evenly spaced frames, one
+/// above the other (the first at the bottom). Each frame is a single-image file. Throws
+/// `CompressionError::invalidImage`.
+URL sample(const std::vector<URL>& frames, const URL& directory);
+
+/// Writes the first PLTE chunk of a PNG as a gifsicle colour map: one "red green blue" line per entry.
+/// Throws `CompressionError::invalidImage` or `FileError`.
+void colourMap(const URL& palettePNG, const URL& destination);
+
+}  // namespace tidewell::GIFPalette

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CompressionKit/image/ImageKind.h"
+#include "CompressionKit/platform/URL.h"
+
+namespace tidewell {
+
+/// What a replacement must keep of an image, read once by `inspect`.
+struct ImageFacts {
+  ImageKind kind = ImageKind::jpeg;
+  std::int64_t width = 0;  ///< stored pixels of image 0
+  std::int64_t height = 0;
+  std::int64_t frameCount = 0;
+  bool hasAlpha = false;
+  std::optional<std::string> profileName;  ///< ICC description, else the colour space's name
+  std::int64_t orientation = 1;            ///< Exif value, 1 when absent
+  bool hasJPEGMultiPictureData = false;
+  std::optional<std::int64_t> gifLoopCount;
+  std::vector<double> gifFrameDelays;  ///< seconds, one per image of a GIF; empty for other kinds
+
+  bool operator==(const ImageFacts&) const = default;
+
+  /// Proves that the file decodes completely and that its content agrees with its extension. Throws
+  /// `CompressionError` (`invalidImage`, `formatMismatch`) and what `PNGMetadata::validateStatic` throws.
+  static ImageFacts inspect(const URL& url);
+
+  /// Called on the original's facts: whether the candidate keeps the original's observable properties.
+  /// `allowSRGBConversion`: the candidate may have been converted to sRGB (PNG only).
+  bool compatible(const ImageFacts& candidate, bool allowSRGBConversion) const;
+
+  // Comparisons by decoded pixels, original first. They walk both images in bands of at most 1,048,576
+  // pixels, decoded in step, and stop at the first difference. Any failure counts as a difference; they
+  // never throw.
+
+  static bool pixelsEqual(const URL& original, const URL& candidate);
+  /// Every alpha value differs by at most `tolerance`.
+  static bool alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance);
+  /// The candidate's alpha stays within the limits of palette quantisation.
+  static bool quantizedAlphaWithin(const URL& original, const URL& candidate);
+  /// Same number of images, each rendering to equal bytes.
+  static bool gifFramesEqual(const URL& original, const URL& candidate);
+
+  /// Writes every frame of a GIF as "frame-<index>.png" into `directory` (made with its parents), in frame
+  /// order. Throws `CompressionError`, `FileError`; files written before a failure stay.
+  static std::vector<URL> exportGIFFrames(const URL& gif, const URL& directory);
+
+  /// The JPEG's first quantisation table with id 0 has an average step of at most 2. Reads at most 1 MiB;
+  /// false on any failure.
+  static bool hasFineJPEGQuantization(const URL& url);
+};
+
+}  // namespace tidewell

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "CompressionKit/platform/Descriptor.h"
+#include "CompressionKit/platform/URL.h"
+
+/// The file manager: every operation takes file URLs and throws `FileError` unless it says otherwise.
+namespace tidewell::files {
+
+// --- Questions -------------------------------------------------------------------------------------------
+
+/// Follows links; false on any failure.
+bool exists(const URL& url);
+/// A regular file that this user may execute; false on any failure.
+bool isExecutableFile(const URL& url);
+
+struct ResourceValues {
+  bool isRegularFile = false;
+  bool isSymbolicLink = false;
+  bool isDirectory = false;
+};
+/// Of the entry itself: a link is not followed.
+ResourceValues resourceValues(const URL& url);
+
+/// Entries in the order the kernel lists them, "." and ".." left out.
+std::vector<URL> contentsOfDirectory(const URL& directory);
+
+// --- Reading and writing ---------------------------------------------------------------------------------
+
+Descriptor openForReading(const URL& url);
+/// Up to `size` bytes at the descriptor's position; fewer only at the end of the file.
+std::size_t readFully(int descriptor, void* buffer, std::size_t size, const URL& url);
+void writeFully(int descriptor, const void* data, std::size_t size, const URL& url);
+
+/// The file's head, at most `maximumBytes`.
+std::string read(const URL& url, std::size_t maximumBytes = std::numeric_limits<std::size_t>::max());
+
+enum class Durability {
+  cached,   ///< complete or absent for every reader, but a power loss may take it
+  flushed,  ///< on the disk, with its name, when the call returns
+};
+/// Complete or absent: the data goes to a temporary file beside `url` that is renamed over it. Keeps the
+/// mode of a file that is replaced; a new one gets `mode` as the umask leaves it.
+void writeAtomically(const URL& url, std::string_view data, Durability durability = Durability::flushed,
+                     mode_t mode = 0666);
+
+/// Waits until the file's data, or the directory's entries, are on the disk. A file system that cannot
+/// flush a directory (EINVAL) is not an error.
+void flush(const URL& url);
+
+// --- The tree --------------------------------------------------------------------------------------------
+
+/// One directory; its parent must exist and it must not.
+void createDirectory(const URL& url, mode_t mode = 0777);
+/// With missing parents; an existing directory is no error.
+void createDirectories(const URL& url, mode_t mode = 0777);
+/// A file, a link or a whole tree; links inside are removed, not followed.
+void removeItem(const URL& url);
+/// `removeItem` with every failure ignored.
+void removeItemIfPossible(const URL& url) noexcept;
+
+/// A byte copy of a regular file: data by reflink, `copy_file_range` or plain reads, then owner and group
+/// where permitted, mode, extended attributes (access control lists among them) and times. The destination
+/// must not exist. Data and metadata are flushed; the caller flushes the directory. Nothing is left at the
+/// destination after a failure.
+void copyItem(const URL& from, const URL& to);
+
+/// Gives `to` the owner and group (where permitted), mode and extended attributes of `from`; times stay.
+/// A user's own attribute or access control list that cannot be carried over is an error.
+void copyAttributes(const URL& from, const URL& to);
+
+// --- Well-known places -----------------------------------------------------------------------------------
+
+/// $TMPDIR, or /tmp.
+URL temporaryDirectory();
+/// $XDG_DATA_HOME, or ~/.local/share. Relative values of the variable are ignored, as the base-directory
+/// rules ask.
+URL applicationSupportDirectory();
+/// $XDG_CONFIG_HOME, or ~/.config.
+URL configurationDirectory();
+/// The directory of the running program's real file.
+URL executableDirectory();
+
+/// Removes a directory tree at the end of a scope; failures are ignored.
+class TemporaryTree {
+ public:
+  explicit TemporaryTree(URL url) : url_(std::move(url)) {}
+  TemporaryTree(const TemporaryTree&) = delete;
+  TemporaryTree& operator=(const TemporaryTree&) = delete;
+  ~TemporaryTree() { removeItemIfPossible(url_); }
+  const URL& url() const { return url_; }
+
+ private:
+  URL url_;
+};
+
+}  // namespace tidewell::files

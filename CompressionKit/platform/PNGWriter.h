@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "CompressionKit/platform/Bitmap.h"
+#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/URL.h"
+
+namespace tidewell {
+
+/// Writes one PNG file row by row, with the colour tag of its source. The file is made at once and removed
+/// again unless `finish()` was reached. Throws `FileError`; `ImageDecodeError` for impossible sizes.
+class PNGWriter {
+ public:
+  struct Options {
+    std::int64_t width = 0;
+    std::int64_t height = 0;
+    bool hasAlpha = true;   ///< without it the alpha bytes of the rows are dropped
+    int bitsPerSample = 8;  ///< 8 or 16
+    ColorTag color;
+    bool fast = true;  ///< least compression: the files live for seconds
+  };
+  PNGWriter(const URL& url, const Options& options);
+  PNGWriter(const PNGWriter&) = delete;
+  PNGWriter& operator=(const PNGWriter&) = delete;
+  ~PNGWriter();
+
+  /// A premultiplied 8-bit RGBA row; colours are divided by alpha again for the file.
+  void writeRow(std::span<const std::uint8_t> premultipliedRGBA);
+  /// A row of straight samples in the file's own layout (RGB or RGBA, big-endian when 16 bits wide).
+  void writeStraightRow(std::span<const std::uint8_t> samples);
+  void finish();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+/// The whole bitmap as one fast PNG.
+void writePNG(const Bitmap& bitmap, const URL& url);
+
+}  // namespace tidewell

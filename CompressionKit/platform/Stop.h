@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+
+namespace tidewell {
+
+/// Whether this piece of work was asked to end early. Cheap to copy; a default token is never stopped.
+class StopToken {
+ public:
+  StopToken() = default;
+
+  bool stopRequested() const noexcept;
+  /// Throws `Interrupted` once a stop was requested.
+  void throwIfStopped() const;
+  /// Becomes readable once a stop was requested, for use with poll(2); -1 for a default token (poll ignores
+  /// it). Owned by the source.
+  int descriptor() const noexcept;
+
+  /// While one of these lives, a stop request sends signals to this thread until it is gone, so that a
+  /// blocking system call returns with EINTR. Check the token before the call and after each EINTR.
+  class Interruptible {
+   public:
+    explicit Interruptible(const StopToken& token);
+    Interruptible(const Interruptible&) = delete;
+    Interruptible& operator=(const Interruptible&) = delete;
+    ~Interruptible();
+
+   private:
+    struct Registration;
+    std::unique_ptr<Registration> registration_;
+  };
+
+ private:
+  friend class StopSource;
+  struct State;
+  explicit StopToken(std::shared_ptr<State> state) : state_(std::move(state)) {}
+  std::shared_ptr<State> state_;
+};
+
+class StopSource {
+ public:
+  StopSource();
+  StopToken token() const { return StopToken(state_); }
+  /// Returns when every `Interruptible` section of the token has ended. Must not be called from a signal
+  /// handler. Calling it again does nothing.
+  void requestStop();
+
+ private:
+  std::shared_ptr<StopToken::State> state_;
+};
+
+}  // namespace tidewell

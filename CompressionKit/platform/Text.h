@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tidewell {
+
+bool isValidUTF8(std::string_view bytes);
+
+/// `bytes` with every invalid or cut-off UTF-8 sequence replaced by U+FFFD (the maximal-subpart practice
+/// of the Unicode Standard).
+std::string repairedUTF8(std::string_view bytes);
+
+/// The first `count` user-perceived characters (extended grapheme clusters) of UTF-8 text.
+std::string characterPrefix(std::string_view text, std::size_t count);
+
+/// White space and line ends removed from both ends.
+std::string_view trimmed(std::string_view text);
+
+}  // namespace tidewell
