@@ -1,0 +1,75 @@
+#include "CompressionKit/platform/Digest.h"
+
+#include <openssl/evp.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+
+namespace tidewell {
+namespace {
+
+class SHA256 {
+ public:
+  SHA256() : context_(EVP_MD_CTX_new()) {
+    if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) fail();
+  }
+  void update(const void* data, std::size_t size) {
+    if (EVP_DigestUpdate(context_.get(), data, size) != 1) fail();
+  }
+  std::string hexadecimal() {
+    unsigned char digest[EVP_MAX_MD_SIZE];
+    unsigned int size = 0;
+    if (EVP_DigestFinal_ex(context_.get(), digest, &size) != 1) fail();
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (unsigned int i = 0; i < size; ++i) {
+      text.push_back(digits[digest[i] >> 4]);
+      text.push_back(digits[digest[i] & 0x0F]);
+    }
+    return text;
+  }
+
+ private:
+  [[noreturn]] static void fail() { throw std::runtime_error("SHA-256"); }
+  struct Free {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+  };
+  std::unique_ptr<EVP_MD_CTX, Free> context_;
+};
+
+}  // namespace
+
+std::string hash(const URL& url) {
+  const Descriptor file = files::openForReading(url);
+  SHA256 digest;
+  // 1 MiB pieces as everywhere, but no more than the file needs: most batches are many small files.
+  struct stat info {};
+  const bool known = fstat(file.get(), &info) == 0 && info.st_size >= 0;
+  const std::size_t piece = 1 << 20;
+  const std::size_t size = known ? std::min(piece, static_cast<std::size_t>(info.st_size) + 1) : piece;
+  std::vector<char> buffer(size);
+  while (const std::size_t count = files::readFully(file.get(), buffer.data(), buffer.size(), url)) {
+    digest.update(buffer.data(), count);
+  }
+  return digest.hexadecimal();
+}
+
+std::string hash(std::string_view bytes) {
+  SHA256 digest;
+  digest.update(bytes.data(), bytes.size());
+  return digest.hexadecimal();
+}
+
+std::int64_t fileSize(const URL& url) {
+  struct stat info {};
+  if (stat(url.path().c_str(), &info) != 0) throw FileError("读取", url.path(), errno);
+  return info.st_size;
+}
+
+}  // namespace tidewell

@@ -1,0 +1,192 @@
+#include "CompressionKit/platform/Files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <system_error>
+
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/UUID.h"
+
+namespace tidewell::files {
+namespace {
+
+Descriptor open(const URL& url, int flags, std::string_view action, mode_t mode = 0) {
+  for (;;) {
+    const int descriptor = ::open(url.path().c_str(), flags | O_CLOEXEC, mode);
+    if (descriptor >= 0) return Descriptor(descriptor);
+    if (errno != EINTR) throw FileError(action, url.path(), errno);
+  }
+}
+
+void flush(int descriptor, const URL& url) {
+  while (fsync(descriptor) != 0) {
+    if (errno == EINTR) continue;
+    if (errno == EINVAL || errno == EROFS) return;  // a file system that has nothing to flush
+    throw FileError("写入", url.path(), errno);
+  }
+}
+
+/// Makes one directory; false when something is there already.
+bool makeDirectory(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) == 0) return true;
+  const int code = errno;
+  struct stat info {};
+  if (code == EEXIST && stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return false;
+  throw FileError("创建文件夹", path, code);
+}
+
+}  // namespace
+
+bool exists(const URL& url) {
+  return access(url.path().c_str(), F_OK) == 0;
+}
+
+bool isExecutableFile(const URL& url) {
+  struct stat info {};
+  return stat(url.path().c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+         access(url.path().c_str(), X_OK) == 0;
+}
+
+ResourceValues resourceValues(const URL& url) {
+  struct stat info {};
+  if (lstat(url.path().c_str(), &info) != 0) throw FileError("读取", url.path(), errno);
+  return {.isRegularFile = S_ISREG(info.st_mode),
+          .isSymbolicLink = S_ISLNK(info.st_mode),
+          .isDirectory = S_ISDIR(info.st_mode)};
+}
+
+std::vector<URL> contentsOfDirectory(const URL& directory) {
+  const auto close = [](DIR* stream) { closedir(stream); };
+  const std::unique_ptr<DIR, decltype(close)> stream(opendir(directory.path().c_str()), close);
+  if (!stream) throw FileError("读取文件夹", directory.path(), errno);
+  std::vector<URL> entries;
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (!entry) break;
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") entries.push_back(directory.appending(name));
+  }
+  if (errno != 0) throw FileError("读取文件夹", directory.path(), errno);
+  return entries;
+}
+
+Descriptor openForReading(const URL& url) {
+  return open(url, O_RDONLY, "打开");
+}
+
+std::size_t readFully(int descriptor, void* buffer, std::size_t size, const URL& url) {
+  std::size_t total = 0;
+  while (total < size) {
+    const ssize_t count = ::read(descriptor, static_cast<char*>(buffer) + total, size - total);
+    if (count == 0) break;
+    if (count > 0) {
+      total += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      throw FileError("读取", url.path(), errno);
+    }
+  }
+  return total;
+}
+
+void writeFully(int descriptor, const void* data, std::size_t size, const URL& url) {
+  std::size_t total = 0;
+  while (total < size) {
+    const ssize_t count = ::write(descriptor, static_cast<const char*>(data) + total, size - total);
+    if (count >= 0) {
+      total += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      throw FileError("写入", url.path(), errno);
+    }
+  }
+}
+
+std::string read(const URL& url, std::size_t maximumBytes) {
+  const Descriptor file = openForReading(url);
+  constexpr std::size_t piece = 1 << 20;
+  struct stat info {};
+  std::size_t expected = piece;
+  if (fstat(file.get(), &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= 0) {
+    expected = static_cast<std::size_t>(info.st_size) + 1;  // one more, to meet the end in the first read
+  }
+  std::string data;
+  while (data.size() < maximumBytes) {
+    const std::size_t start = data.size();
+    const std::size_t wanted = std::min(start == 0 ? expected : piece, maximumBytes - start);
+    data.resize(start + wanted);
+    const std::size_t count = readFully(file.get(), data.data() + start, wanted, url);
+    data.resize(start + count);
+    if (count < wanted) break;
+  }
+  return data;
+}
+
+void writeAtomically(const URL& url, std::string_view data, Durability durability, mode_t mode) {
+  const URL directory = url.deletingLastPathComponent();
+  const URL temporary = directory.appending(".tidewell-" + UUID::random().string() + ".tmp");
+  struct stat existing {};
+  const bool replaces = stat(url.path().c_str(), &existing) == 0;
+  Descriptor file = open(temporary, O_WRONLY | O_CREAT | O_EXCL, "写入", mode);
+  try {
+    if (replaces && fchmod(file.get(), existing.st_mode & 07777) != 0) {
+      throw FileError("写入", url.path(), errno);
+    }
+    writeFully(file.get(), data.data(), data.size(), url);
+    if (durability == Durability::flushed) flush(file.get(), url);
+    if (::close(file.release()) != 0) throw FileError("写入", url.path(), errno);
+    if (::rename(temporary.path().c_str(), url.path().c_str()) != 0) {
+      throw FileError("写入", url.path(), errno);
+    }
+  } catch (...) {
+    ::unlink(temporary.path().c_str());
+    throw;
+  }
+  if (durability == Durability::flushed) flush(directory);
+}
+
+void flush(const URL& url) {
+  const Descriptor descriptor = open(url, O_RDONLY, "写入");
+  flush(descriptor.get(), url);
+}
+
+void createDirectory(const URL& url, mode_t mode) {
+  if (mkdir(url.path().c_str(), mode) != 0) throw FileError("创建文件夹", url.path(), errno);
+}
+
+void createDirectories(const URL& url, mode_t mode) {
+  struct stat info {};
+  if (stat(url.path().c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return;
+  std::vector<std::string> missing;
+  for (URL parent = url; parent.path() != "/" && !exists(parent);
+       parent = parent.deletingLastPathComponent()) {
+    missing.push_back(parent.path());
+  }
+  if (missing.empty()) missing.push_back(url.path());  // something else stands there: let mkdir say what
+  // Another process may make the same directories meanwhile; that is as good.
+  for (auto path = missing.rbegin(); path != missing.rend(); ++path) makeDirectory(*path, mode);
+}
+
+void removeItem(const URL& url) {
+  std::error_code error;
+  const auto removed = std::filesystem::remove_all(url.path(), error);
+  if (error) throw FileError("删除", url.path(), error.value());
+  if (removed == 0) throw FileError("删除", url.path(), ENOENT);
+}
+
+void removeItemIfPossible(const URL& url) noexcept {
+  try {
+    std::error_code ignored;
+    std::filesystem::remove_all(url.path(), ignored);
+  } catch (...) {  // out of memory while building a path
+  }
+}
+
+}  // namespace tidewell::files

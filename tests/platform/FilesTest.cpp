@@ -1,0 +1,180 @@
+#include "CompressionKit/platform/Files.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "CompressionKit/platform/Date.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/UUID.h"
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+using test::TemporaryFolder;
+
+struct stat status(const URL& url) {
+  struct stat info {};
+  EXPECT_EQ(stat(url.path().c_str(), &info), 0) << url.path();
+  return info;
+}
+
+std::string tag(const URL& url) {
+  char value[64];
+  const auto size = getxattr(url.path().c_str(), "user.tidewell", value, sizeof value);
+  return size < 0 ? "" : std::string(value, static_cast<std::size_t>(size));
+}
+
+template <typename Call>
+int errorCode(Call call) {
+  try {
+    call();
+  } catch (const FileError& error) {
+    return error.code();
+  }
+  return 0;
+}
+
+TEST(Files, CopiesDataModeTimesAndAttributes) {
+  const TemporaryFolder folder;
+  const URL source = folder.write("a.jpg", std::string(3'000'000, 'x') + "end");
+  const timespec times[2] = {{.tv_sec = 1'000'000, .tv_nsec = 5}, {.tv_sec = 2'000'000, .tv_nsec = 7}};
+  ASSERT_EQ(chmod(source.path().c_str(), 0640), 0);
+  const bool tagged = setxattr(source.path().c_str(), "user.tidewell", "red", 3, 0) == 0;
+  ASSERT_EQ(utimensat(AT_FDCWD, source.path().c_str(), times, 0), 0);
+
+  const URL copy = folder / "b.jpg";
+  files::copyItem(source, copy);
+  EXPECT_EQ(hash(copy), hash(source));
+  EXPECT_EQ(status(copy).st_mode & 07777, 0640U);
+  EXPECT_EQ(status(copy).st_mtim.tv_sec, 2'000'000);
+  EXPECT_EQ(status(copy).st_mtim.tv_nsec, 7);
+  if (tagged) {
+    EXPECT_EQ(tag(copy), "red");
+  }
+
+  EXPECT_EQ(errorCode([&] { files::copyItem(source, copy); }), EEXIST);
+  EXPECT_EQ(errorCode([&] { files::copyItem(folder.url(), folder / "c"); }), EISDIR);
+  EXPECT_FALSE(files::exists(folder / "c"));
+}
+
+TEST(Files, CopyingAttributesLeavesDataAndTimes) {
+  const TemporaryFolder folder;
+  const URL original = folder.write("a.jpg", "original");
+  const URL candidate = folder.write("b.jpg", "candidate");
+  ASSERT_EQ(chmod(original.path().c_str(), 0604), 0);
+  const bool tagged = setxattr(original.path().c_str(), "user.tidewell", "red", 3, 0) == 0;
+  const timespec times[2] = {{.tv_sec = 1, .tv_nsec = 0}, {.tv_sec = 1, .tv_nsec = 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, original.path().c_str(), times, 0), 0);
+  files::copyAttributes(original, candidate);
+  EXPECT_EQ(files::read(candidate), "candidate");
+  EXPECT_EQ(status(candidate).st_mode & 07777, 0604U);
+  EXPECT_NE(status(candidate).st_mtim.tv_sec, 1);
+  if (tagged) {
+    EXPECT_EQ(tag(candidate), "red");
+  }
+}
+
+TEST(Files, WritesAllOrNothing) {
+  const TemporaryFolder folder;
+  const URL file = folder.write("a.json", "old");
+  ASSERT_EQ(chmod(file.path().c_str(), 0600), 0);
+  files::writeAtomically(file, "new");
+  EXPECT_EQ(files::read(file), "new");
+  EXPECT_EQ(status(file).st_mode & 07777, 0600U);
+  // A directory in the way: the write fails and leaves no temporary file.
+  files::createDirectory(folder / "d");
+  EXPECT_NE(errorCode([&] { files::writeAtomically(folder / "d", "x"); }), 0);
+  EXPECT_EQ(files::contentsOfDirectory(folder.url()).size(), 2U);
+}
+
+TEST(Files, ReadsHeadsAndFilesOfUnknownLength) {
+  const TemporaryFolder folder;
+  const URL file = folder.write("a", std::string(2'500'000, 'y'));
+  EXPECT_EQ(files::read(file).size(), 2'500'000U);
+  EXPECT_EQ(files::read(file, 10), "yyyyyyyyyy");
+  EXPECT_GT(files::read(URL::file("/proc/self/status")).size(), 100U);  // says it has no bytes
+  EXPECT_EQ(errorCode([&] { files::read(folder / "missing"); }), ENOENT);
+  EXPECT_EQ(errorCode([&] { files::read(folder.url()); }), EISDIR);
+}
+
+TEST(Files, MakesAndRemovesTrees) {
+  const TemporaryFolder folder;
+  const URL outside = folder.write("outside/kept", "x");
+  files::createDirectories(folder / "a/b/c");
+  files::createDirectories(folder / "a/b/c");
+  ASSERT_EQ(symlink(outside.deletingLastPathComponent().path().c_str(), (folder / "a/link").path().c_str()),
+            0);
+  EXPECT_TRUE(files::resourceValues(folder / "a/link").isSymbolicLink);
+  files::removeItem(folder / "a");
+  EXPECT_FALSE(files::exists(folder / "a"));
+  EXPECT_TRUE(files::exists(outside));
+  EXPECT_EQ(errorCode([&] { files::removeItem(folder / "a"); }), ENOENT);
+  EXPECT_EQ(errorCode([&] { files::createDirectory(folder / "x/y"); }), ENOENT);
+  EXPECT_EQ(errorCode([&] { files::createDirectories(outside.appending("z")); }), ENOTDIR);
+  EXPECT_EQ(errorCode([&] { files::createDirectories(outside); }), EEXIST);
+}
+
+TEST(Files, FindsTheUsersPlaces) {
+  const test::ScopedEnvironment home("HOME", "/home/someone");
+  const struct {
+    const char* name;
+    URL (*place)();
+    const char* byDefault;
+  } cases[] = {{"XDG_DATA_HOME", files::applicationSupportDirectory, "/home/someone/.local/share"},
+               {"XDG_CONFIG_HOME", files::configurationDirectory, "/home/someone/.config"},
+               {"TMPDIR", files::temporaryDirectory, "/tmp"}};
+  for (const auto& c : cases) {
+    for (const char* unset : {static_cast<const char*>(nullptr), "", "relative"}) {
+      const test::ScopedEnvironment variable(c.name, unset);
+      EXPECT_EQ(c.place().path(), c.byDefault) << c.name;
+    }
+    const test::ScopedEnvironment variable(c.name, "/elsewhere/");
+    EXPECT_EQ(c.place().path(), "/elsewhere") << c.name;
+  }
+}
+
+TEST(Digest, HashesAcrossPieces) {
+  const TemporaryFolder folder;
+  const char* ofNothing = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+  EXPECT_EQ(hash(folder.write("empty", "")), ofNothing);
+  const std::string large(3'500'000, 'z');
+  EXPECT_EQ(hash(folder.write("large", large)), hash(std::string_view(large)));
+  EXPECT_EQ(fileSize(folder / "large"), 3'500'000);
+  EXPECT_EQ(errorCode([&] { fileSize(folder / "missing"); }), ENOENT);
+}
+
+TEST(UUID, RoundTripsInUpperCase) {
+  const UUID uuid = UUID::random();
+  EXPECT_EQ(uuid.string().size(), 36U);
+  EXPECT_EQ(uuid.string()[14], '4');
+  EXPECT_EQ(UUID::parse(uuid.string()), uuid);
+  EXPECT_EQ(UUID::parse("01234567-89ab-cdef-0123-456789abcdef")->string(),
+            "01234567-89AB-CDEF-0123-456789ABCDEF");
+  for (const char* bad : {"", "01234567-89ab-cdef-0123-456789abcde", "01234567-89ab-cdef-0123_456789abcdef",
+                          "g1234567-89ab-cdef-0123-456789abcdef"}) {
+    EXPECT_FALSE(UUID::parse(bad)) << bad;
+  }
+}
+
+TEST(Date, CountsFromItsReference) {
+  EXPECT_EQ(Date::since1970(1740816930.75).iso8601(), "2025-03-01T08:15:30Z");
+  EXPECT_EQ(Date::since1970(978307200).sinceReferenceDate, 0);
+  EXPECT_NEAR(Date::now().since1970(), static_cast<double>(time(nullptr)), 5);
+}
+
+TEST(Errors, TellTheUserWhatAndWhy) {
+  EXPECT_STREQ(FileError("打开", "/a/照片.jpg", ENOENT).what(), "无法打开“照片.jpg”：文件不存在");
+  EXPECT_EQ(localizedDescription(std::bad_alloc()), "内存不足");
+  EXPECT_EQ(localizedDescription(std::make_exception_ptr(Interrupted())), Interrupted().what());
+  EXPECT_EQ(localizedDescription(std::make_exception_ptr(42)), "内部错误");
+}
+
+}  // namespace
+}  // namespace tidewell

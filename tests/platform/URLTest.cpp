@@ -1,0 +1,66 @@
+#include "CompressionKit/platform/URL.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+TEST(URL, TakesPathsApart) {
+  const struct {
+    const char *path, *last, *extension, *stem, *parent;
+  } cases[] = {
+      {"/a/photo.JPG", "photo.JPG", "JPG", "photo", "/a"}, {"/a/.jpg", ".jpg", "", ".jpg", "/a"},
+      {"/a.b/photo", "photo", "", "photo", "/a.b"},        {"/photo.", "photo.", "", "photo.", "/"},
+      {"/a/x.tar.gz/", "x.tar.gz", "gz", "x.tar", "/a"},   {"/", "/", "", "/", "/"},
+  };
+  for (const auto& c : cases) {
+    const URL url = URL::file(c.path);
+    EXPECT_EQ(url.lastPathComponent(), c.last) << c.path;
+    EXPECT_EQ(url.pathExtension(), c.extension) << c.path;
+    EXPECT_EQ(url.stem(), c.stem) << c.path;
+    EXPECT_EQ(url.deletingLastPathComponent().path(), c.parent) << c.path;
+  }
+}
+
+TEST(URL, ResolvesRelativePathsAgainstTheCurrentDirectoryOnly) {
+  char* current = get_current_dir_name();
+  EXPECT_EQ(URL::file("./a/../b.png").path(), std::string(current) + "/./a/../b.png");
+  free(current);
+  EXPECT_EQ(URL::file("/a/./b//../c.png").standardized().path(), "/a/c.png");
+}
+
+TEST(URL, FollowsLinksOfThePartsThatExist) {
+  const test::TemporaryFolder folder;
+  files::createDirectory(folder / "real");
+  folder.write("real/photo.jpg", "x");
+  ASSERT_EQ(symlink("real", (folder / "link").path().c_str()), 0);
+  const URL base = folder.url().resolvingSymlinks();
+  EXPECT_EQ((folder / "link/photo.jpg").resolvingSymlinks(), base.appending("real/photo.jpg"));
+  EXPECT_EQ((folder / "link/./missing/x.jpg").resolvingSymlinks(), base.appending("real/missing/x.jpg"));
+}
+
+TEST(URL, Parses) {
+  const auto command = URL::parse("tidewell-background://compress?token=a%3Db&files=W10%3D+/&empty#x");
+  ASSERT_TRUE(command);
+  EXPECT_EQ(command->scheme(), "tidewell-background");
+  EXPECT_EQ(command->host(), "compress");
+  ASSERT_TRUE(command->queryItems());
+  const std::vector<URL::QueryItem> expected = {
+      {"token", "a=b"}, {"files", "W10=+/"}, {"empty", std::nullopt}};
+  EXPECT_EQ(*command->queryItems(), expected);
+
+  EXPECT_EQ(URL::parse("Tidewell-Background://Compress")->host(), "Compress");
+  EXPECT_FALSE(URL::parse("Tidewell-Background://Compress")->queryItems());
+  EXPECT_EQ(URL::parse("file:///a%20b/%E6%BD%AE%FF.png"), URL::file("/a b/潮\xFF.png"));
+  EXPECT_EQ(URL::parse("file://localhost/a.png"), URL::file("/a.png"));
+  for (const char* bad :
+       {"", "/plain/path", "1x:/", "file://elsewhere/a.png", "file:///a%00b", "file:relative"}) {
+    EXPECT_FALSE(URL::parse(bad)) << bad;
+  }
+}
+
+}  // namespace
+}  // namespace tidewell
