@@ -1,0 +1,26 @@
+# The programs that the service runs (cjpegli, ssimulacra2, pngquant, gifsicle, oxipng) beside the executable, in
+# the build tree as in an installed one. Configuring copies what this machine has and never fetches anything;
+# the target "tools" gets the rest.
+
+# Relative to the prefix: the executable looks for ../lib/tidewell/tools, whatever the platform's library folder.
+set(tools_folder lib/tidewell/tools)
+set(tools_directory "${CMAKE_BINARY_DIR}/${tools_folder}")
+file(MAKE_DIRECTORY "${tools_directory}")
+
+execute_process(
+  COMMAND "${CMAKE_SOURCE_DIR}/scripts/get-tools" --cached "${tools_directory}"
+  RESULT_VARIABLE tools_result OUTPUT_VARIABLE tools_output ERROR_VARIABLE tools_output
+  OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_STRIP_TRAILING_WHITESPACE)
+if(tools_result EQUAL 0)
+  message(STATUS "Tools: ready in ${tools_directory}")
+else()
+  message(STATUS "Tools: ${tools_output}\n   The service needs them to compress; get them with\n"
+    "   cmake --build ${CMAKE_BINARY_DIR} --target tools")
+endif()
+
+add_custom_target(tools
+  COMMAND "${CMAKE_SOURCE_DIR}/scripts/get-tools" "${tools_directory}"
+  COMMENT "Getting the tools" USES_TERMINAL VERBATIM)
+
+# What lies there at the time of installing, whether it came by configuring or by the target.
+install(DIRECTORY "${tools_directory}/" DESTINATION ${tools_folder} USE_SOURCE_PERMISSIONS)
