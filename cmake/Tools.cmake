@@ -24,3 +24,9 @@ add_custom_target(tools
 
 # What lies there at the time of installing, whether it came by configuring or by the target.
 install(DIRECTORY "${tools_directory}/" DESTINATION ${tools_folder} USE_SOURCE_PERMISSIONS)
+install(CODE "
+  foreach(tool cjpegli ssimulacra2 pngquant gifsicle oxipng)
+    if(NOT EXISTS \"${tools_directory}/\${tool}\")
+      message(NOTICE \"Not installed, it is not in the build tree: \${tool}\")
+    endif()
+  endforeach()")
