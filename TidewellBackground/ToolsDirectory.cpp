@@ -4,6 +4,8 @@
 
 namespace tidewell {
 
-URL toolsDirectory() { return files::executableDirectory().appending("../lib/tidewell/tools").standardized(); }
+URL toolsDirectory() {
+  return files::executableDirectory().appending("../lib/tidewell/tools").standardized();
+}
 
 }  // namespace tidewell
