@@ -1,0 +1,29 @@
+#pragma once
+
+#include <libheif/heif.h>
+
+#include <optional>
+#include <string>
+
+#include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/StandardRange.h"
+
+namespace tidewell::heif {
+
+/// What a HEIF image says of its colours: an embedded ICC profile, or code points of ITU-T H.273 ("nclx").
+struct Color {
+  ColorTag tag;  ///< of the samples as we deliver them
+  std::optional<std::string> profileName;
+  std::optional<std::string> colorSpaceName;
+  struct HDR {
+    StandardRange::Transfer transfer;
+    color::Chromaticities primaries;
+  };
+  std::optional<HDR> hdr;  ///< to be brought to standard range
+};
+
+/// Throws `ImageDecodeError` for a profile beyond `ImageLimits::maximumMetadataBytes`.
+Color colorOf(const heif_image_handle* handle);
+
+}  // namespace tidewell::heif

@@ -1,0 +1,334 @@
+#include "CompressionKit/platform/HEICDecoder.h"
+
+#include <libheif/heif.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "CompressionKit/platform/Descriptor.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/HEICColor.h"
+#include "CompressionKit/platform/HEICPixels.h"
+#include "CompressionKit/platform/HEIFBoxes.h"
+#include "CompressionKit/platform/PNGWriter.h"
+
+namespace tidewell {
+namespace {
+
+/// Of one decoding, beside the calling thread; several files are decoded at once elsewhere.
+constexpr int decodingThreads = 2;
+
+void check(const heif_error& error) {
+  if (error.code != heif_error_Ok) throw ImageDecodeError(error.message ? error.message : "libheif");
+}
+
+struct Release {
+  void operator()(heif_context* context) const { heif_context_free(context); }
+  void operator()(const heif_image_handle* handle) const { heif_image_handle_release(handle); }
+  void operator()(heif_decoding_options* options) const { heif_decoding_options_free(options); }
+};
+using Context = std::unique_ptr<heif_context, Release>;
+using Handle = std::unique_ptr<const heif_image_handle, Release>;
+
+/// The file as libheif reads it: positions beyond the end and failed reads are its errors, not ours.
+struct File {
+  Descriptor descriptor;
+  std::int64_t size = 0;
+  std::int64_t position = 0;
+
+  bool readAt(std::int64_t offset, void* data, std::size_t bytes) const {
+    auto* to = static_cast<char*>(data);
+    while (bytes > 0) {
+      const ssize_t count = ::pread(descriptor.get(), to, bytes, offset);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) return false;
+      to += count;
+      offset += count;
+      bytes -= static_cast<std::size_t>(count);
+    }
+    return true;
+  }
+
+  static heif_reader reader() {
+    heif_reader reader{};
+    reader.reader_api_version = 1;
+    reader.get_position = [](void* file) { return static_cast<File*>(file)->position; };
+    reader.read = [](void* data, std::size_t bytes, void* file) {
+      File& self = *static_cast<File*>(file);
+      if (!self.readAt(self.position, data, bytes)) return 1;
+      self.position += static_cast<std::int64_t>(bytes);
+      return 0;
+    };
+    reader.seek = [](std::int64_t position, void* file) {
+      static_cast<File*>(file)->position = position;
+      return 0;
+    };
+    reader.wait_for_file_size = [](std::int64_t size, void* file) {
+      return size <= static_cast<File*>(file)->size ? heif_reader_grow_status_size_reached
+                                                    : heif_reader_grow_status_size_beyond_eof;
+    };
+    return reader;
+  }
+};
+
+std::uint64_t bigEndian(const unsigned char* bytes, int count) {
+  std::uint64_t value = 0;
+  for (int i = 0; i < count; ++i) value = value << 8 | bytes[i];
+  return value;
+}
+
+/// The payload of the file's "meta" box behind version and flags; empty when it has none of a sane size.
+std::string metaOf(const File& file) {
+  std::int64_t offset = 0;
+  for (int boxes = 0; boxes < 1000; ++boxes) {
+    unsigned char header[16];
+    if (!file.readAt(offset, header, 8)) return {};
+    std::uint64_t size = bigEndian(header, 4);
+    std::int64_t headerSize = 8;
+    if (size == 1) {
+      if (!file.readAt(offset + 8, header + 8, 8)) return {};
+      size = bigEndian(header + 8, 8);
+      headerSize = 16;
+    } else if (size == 0) {
+      size = static_cast<std::uint64_t>(file.size - offset);
+    }
+    if (size < static_cast<std::uint64_t>(headerSize) ||
+        size > static_cast<std::uint64_t>(file.size - offset)) {
+      return {};
+    }
+    if (std::memcmp(header + 4, "meta", 4) == 0) {
+      const std::int64_t payload = static_cast<std::int64_t>(size) - headerSize - 4;
+      if (payload < 0 || payload > ImageLimits::maximumMetadataBytes) return {};
+      std::string meta(static_cast<std::size_t>(payload), '\0');
+      return file.readAt(offset + headerSize + 4, meta.data(), meta.size()) ? meta : std::string();
+    }
+    offset += static_cast<std::int64_t>(size);
+  }
+  return {};
+}
+
+void limit(heif_context* context) {
+  constexpr std::int64_t maximumPixels = ImageLimits::maximumResidentBytes / 3;
+#if LIBHEIF_NUMERIC_VERSION >= 0x01130000  // 1.19
+  heif_security_limits* limits = heif_context_get_security_limits(context);
+  limits->max_image_size_pixels = maximumPixels;
+  limits->max_memory_block_size = ImageLimits::maximumResidentBytes;
+  limits->max_color_profile_size = ImageLimits::maximumMetadataBytes;
+#else
+  heif_context_set_maximum_image_size_limit(context,
+                                            static_cast<int>(std::sqrt(static_cast<double>(maximumPixels))));
+#endif
+  heif_context_set_max_decoding_threads(context, decodingThreads);
+}
+
+}  // namespace
+
+struct HEICSource::Impl {
+  explicit Impl(const URL& url) {
+    // Once per process and never undone: codec plugins stay loaded while images may be decoded.
+    [[maybe_unused]] static const heif_error initialised = heif_init(nullptr);
+    file.descriptor = files::openForReading(url);
+    struct stat status {};
+    if (::fstat(file.descriptor.get(), &status) != 0) throw FileError("读取", url.path(), errno);
+    file.size = status.st_size;
+    std::string head(std::min<std::size_t>(heif::headBytes, static_cast<std::size_t>(file.size)), '\0');
+    if (!file.readAt(0, head.data(), head.size())) throw FileError("读取", url.path(), errno);
+    const auto detected = heif::typeIdentifier(head);
+    if (!detected) throw ImageDecodeError("no HEIF file");
+    type = *detected;
+    meta = metaOf(file);
+
+    context.reset(heif_context_alloc());
+    if (!context) throw std::bad_alloc();
+    limit(context.get());
+    check(heif_context_read_from_reader(context.get(), &reader, &file, nullptr));
+    const int number = heif_context_get_number_of_top_level_images(context.get());
+    ids.resize(static_cast<std::size_t>(std::max(number, 0)));
+    heif_context_get_list_of_top_level_image_IDs(context.get(), ids.data(), number);
+  }
+
+  /// One image before it is decoded.
+  struct Image {
+    Handle handle;
+    std::optional<heif::ItemView> view;  ///< absent: libheif turns and crops it
+    heif::Color color;
+    ImageProperties properties;
+    int bits = 8;  ///< per sample of the file
+  };
+
+  Image image(std::size_t index) const {
+    if (index >= ids.size()) throw ImageDecodeError("no such image");
+    heif_image_handle* raw = nullptr;
+    check(heif_context_get_image_handle(context.get(), ids[index], &raw));
+    Image image;
+    image.handle.reset(raw);
+
+    ImageProperties& properties = image.properties;
+    properties.width = heif_image_handle_get_width(raw);
+    properties.height = heif_image_handle_get_height(raw);
+    if (const auto view = heif::itemView(meta, ids[index])) {
+      // What we read of the boxes must agree with what libheif makes of them; else it shall show the image.
+      std::int64_t width = view->crop.width, height = view->crop.height;
+      if (view->orientation >= 5) std::swap(width, height);
+      if (width == properties.width && height == properties.height) {
+        image.view = view;
+        properties.width = view->crop.width;
+        properties.height = view->crop.height;
+        properties.orientation = view->orientation;
+      }
+    }
+    image.bits = heif_image_handle_get_luma_bits_per_pixel(raw);
+    if (properties.width < 1 || properties.height < 1 || image.bits < 1 || image.bits > 16) {
+      throw ImageDecodeError("impossible size or depth");
+    }
+    image.color = heif::colorOf(raw);
+    properties.hasAlpha = heif_image_handle_has_alpha_channel(raw) != 0;
+    properties.bitsPerSample = image.bits > 8 || image.color.hdr ? 16 : 8;
+    properties.profileName = image.color.profileName;
+    properties.colorSpaceName = image.color.colorSpaceName;
+    properties.color = image.color.tag;
+    return image;
+  }
+
+  const heif::Pixels& decode(std::size_t index) {
+    if (decoded && decodedIndex == index) return *decoded;
+    decoded.reset();
+    const Image image = this->image(index);
+    const std::int64_t codedWidth = image.view ? image.view->codedWidth : image.properties.width;
+    const std::int64_t codedHeight = image.view ? image.view->codedHeight : image.properties.height;
+    const bool wide = image.bits > 8;
+    const bool alpha = image.properties.hasAlpha;
+    const std::int64_t bytesPerPixel = (alpha ? 4 : 3) * (wide ? 2 : 1);
+    if (codedWidth > ImageLimits::maximumResidentBytes / bytesPerPixel / codedHeight) {
+      throw ImageDecodeError("too large: " + std::to_string(codedWidth) + " x " +
+                             std::to_string(codedHeight));
+    }
+    const std::unique_ptr<heif_decoding_options, Release> options(heif_decoding_options_alloc());
+    if (!options) throw std::bad_alloc();
+    options->ignore_transformations = image.view ? 1 : 0;
+    options->strict_decoding = 1;
+    const heif_chroma chroma =
+        wide ? (alpha ? heif_chroma_interleaved_RRGGBBAA_BE : heif_chroma_interleaved_RRGGBB_BE)
+             : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
+    heif_image* raw = nullptr;
+    check(heif_decode_image(image.handle.get(), &raw, heif_colorspace_RGB, chroma, options.get()));
+    heif::Pixels pixels;
+    pixels.image.reset(raw);
+    if (!raw || heif_image_get_chroma_format(raw) != chroma ||
+        heif_image_get_width(raw, heif_channel_interleaved) != codedWidth ||
+        heif_image_get_height(raw, heif_channel_interleaved) != codedHeight) {
+      throw ImageDecodeError("the decoded image is not what the file declares");
+    }
+    pixels.bits = heif_image_get_bits_per_pixel_range(raw, heif_channel_interleaved);
+    if (wide ? pixels.bits <= 8 || pixels.bits > 16 : pixels.bits != 8)
+      throw ImageDecodeError("impossible depth");
+    int stride = 0;
+    const std::uint8_t* plane = heif_image_get_plane_readonly(raw, heif_channel_interleaved, &stride);
+    if (!plane || stride < codedWidth * bytesPerPixel) throw ImageDecodeError("no pixels");
+
+    const heif::Rectangle crop =
+        image.view ? image.view->crop : heif::Rectangle{0, 0, codedWidth, codedHeight};
+    pixels.origin = plane + crop.y * stride + crop.x * bytesPerPixel;
+    pixels.stride = stride;
+    pixels.width = crop.width;
+    pixels.height = crop.height;
+    pixels.samplesPerPixel = alpha ? 4 : 3;
+    pixels.premultiplied = alpha && heif_image_handle_is_premultiplied_alpha(image.handle.get()) != 0;
+    pixels.hdr = image.color.hdr;
+    if (pixels.hdr && heif_image_has_content_light_level(raw)) {
+      heif_content_light_level level{};
+      heif_image_get_content_light_level(raw, &level);
+      if (level.max_content_light_level > 0) pixels.peak = level.max_content_light_level;
+    }
+    decoded = std::move(pixels);
+    decodedIndex = index;
+    return *decoded;
+  }
+
+  File file;
+  heif_reader reader = File::reader();
+  std::string_view type;
+  std::string meta;
+  Context context;
+  std::vector<heif_item_id> ids;
+  std::optional<heif::Pixels> decoded;
+  std::size_t decodedIndex = 0;
+};
+
+HEICSource::HEICSource(const URL& url) : impl_(std::make_unique<Impl>(url)) {}
+HEICSource::~HEICSource() = default;
+
+std::string_view HEICSource::typeIdentifier() const {
+  return impl_->type;
+}
+
+std::size_t HEICSource::count() {
+  return impl_->ids.size();
+}
+
+std::size_t HEICSource::primaryIndex() {
+  heif_item_id primary = 0;
+  if (heif_context_get_primary_image_ID(impl_->context.get(), &primary).code != heif_error_Ok) return 0;
+  const auto found = std::find(impl_->ids.begin(), impl_->ids.end(), primary);
+  return found == impl_->ids.end() ? 0 : static_cast<std::size_t>(found - impl_->ids.begin());
+}
+
+ImageProperties HEICSource::properties(std::size_t index) {
+  return impl_->image(index).properties;
+}
+
+void HEICSource::verify(std::size_t index) {
+  impl_->decode(index);
+}
+
+namespace {
+
+class HEICRows final : public RowReader {
+ public:
+  explicit HEICRows(const heif::Pixels& pixels) : pixels_(pixels), converter_(pixels) {}
+  std::int64_t width() const override { return pixels_.width; }
+  std::int64_t height() const override { return pixels_.height; }
+  void read(std::span<std::uint8_t> row) override {
+    if (next_ >= pixels_.height) throw ImageDecodeError("no more rows");
+    converter_.premultiplied8(pixels_.row(next_++), row);
+  }
+  void skip(std::int64_t count) override { next_ += count; }
+
+ private:
+  const heif::Pixels& pixels_;
+  heif::RowConverter converter_;
+  std::int64_t next_ = 0;
+};
+
+}  // namespace
+
+std::unique_ptr<RowReader> HEICSource::rows(std::size_t index, std::int64_t) {
+  return std::make_unique<HEICRows>(impl_->decode(index));
+}
+
+void HEICSource::writeUprightPNG(std::size_t index, const URL& png) {
+  const ImageProperties properties = impl_->image(index).properties;
+  const heif::Pixels& pixels = impl_->decode(index);
+  const int orientation = properties.orientation.value_or(1);
+  const bool turned = orientation >= 5;
+
+  PNGWriter::Options options;
+  options.width = turned ? pixels.height : pixels.width;
+  options.height = turned ? pixels.width : pixels.height;
+  options.hasAlpha = properties.hasAlpha;
+  options.bitsPerSample = properties.bitsPerSample;
+  options.color = properties.color;
+  PNGWriter writer(png, options);
+  heif::RowConverter converter(pixels);
+  heif::forEachUprightRow(pixels, orientation, [&](std::span<const std::uint8_t> row) {
+    writer.writeStraightRow(converter.straight(row));
+  });
+  writer.finish();
+}
+
+}  // namespace tidewell
