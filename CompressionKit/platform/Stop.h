@@ -17,7 +17,8 @@ class StopToken {
   int descriptor() const noexcept;
 
   /// While one of these lives, a stop request sends signals to this thread until it is gone, so that a
-  /// blocking system call returns with EINTR. Check the token before the call and after each EINTR.
+  /// blocking system call returns with EINTR. Check the token before the call and after each EINTR. Keep the
+  /// section small: nothing in it may mind being interrupted, and `requestStop` waits for its end.
   class Interruptible {
    public:
     explicit Interruptible(const StopToken& token);
@@ -39,10 +40,11 @@ class StopToken {
 
 class StopSource {
  public:
+  /// Throws `FileError` when no descriptor is left.
   StopSource();
   StopToken token() const { return StopToken(state_); }
   /// Returns when every `Interruptible` section of the token has ended. Must not be called from a signal
-  /// handler. Calling it again does nothing.
+  /// handler or inside such a section. Calling it again does nothing.
   void requestStop();
 
  private:

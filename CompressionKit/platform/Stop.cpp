@@ -1,0 +1,113 @@
+#include "CompressionKit/platform/Stop.h"
+
+#include <pthread.h>
+#include <sys/eventfd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
+#include <cstdint>
+#include <list>
+#include <mutex>
+
+#include "CompressionKit/platform/Descriptor.h"
+#include "CompressionKit/platform/Error.h"
+
+namespace tidewell {
+namespace {
+
+/// A real-time signal that nothing else in the service uses. Its handler does nothing; it is installed
+/// without SA_RESTART, so that its arrival ends a blocking call.
+int kickSignal() {
+  static const int number = [] {
+    const int signal = SIGRTMIN + 6;
+    struct sigaction action {};
+    action.sa_handler = [](int) {};
+    sigemptyset(&action.sa_mask);
+    sigaction(signal, &action, nullptr);
+    return signal;
+  }();
+  return number;
+}
+
+sigset_t only(int signal) {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, signal);
+  return set;
+}
+
+}  // namespace
+
+struct StopToken::State {
+  std::atomic<bool> requested = false;
+  Descriptor event;
+  std::mutex mutex;
+  std::condition_variable sectionEnded;
+  std::list<pthread_t> sections;  ///< threads inside an `Interruptible`
+};
+
+struct StopToken::Interruptible::Registration {
+  std::shared_ptr<State> state;
+  std::list<pthread_t>::iterator position;
+  sigset_t previousMask;
+};
+
+bool StopToken::stopRequested() const noexcept {
+  return state_ && state_->requested;
+}
+
+void StopToken::throwIfStopped() const {
+  if (stopRequested()) throw Interrupted();
+}
+
+int StopToken::descriptor() const noexcept {
+  return state_ ? state_->event.get() : -1;
+}
+
+StopToken::Interruptible::Interruptible(const StopToken& token) {
+  if (!token.state_) return;
+  registration_ = std::make_unique<Registration>();
+  registration_->state = token.state_;
+  const sigset_t kick = only(kickSignal());
+  const std::lock_guard lock(token.state_->mutex);
+  registration_->position = token.state_->sections.insert(token.state_->sections.end(), pthread_self());
+  pthread_sigmask(SIG_UNBLOCK, &kick, &registration_->previousMask);
+}
+
+StopToken::Interruptible::~Interruptible() {
+  if (!registration_) return;
+  State& state = *registration_->state;
+  {
+    const std::lock_guard lock(state.mutex);
+    state.sections.erase(registration_->position);
+    state.sectionEnded.notify_all();
+  }
+  // No signal is sent any more, but one may be on its way. Entering the kernel once delivers it here, so that
+  // it cannot interrupt a later call of this thread.
+  const sigset_t kick = only(kickSignal());
+  pthread_sigmask(SIG_UNBLOCK, &kick, nullptr);
+  pthread_sigmask(SIG_SETMASK, &registration_->previousMask, nullptr);
+}
+
+StopSource::StopSource() : state_(std::make_shared<StopToken::State>()) {
+  state_->event = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!state_->event) throw FileError("创建", "eventfd", errno);
+}
+
+void StopSource::requestStop() {
+  state_->requested = true;
+  eventfd_write(state_->event.get(), 1);
+  // A thread may check the token just before the request and enter its call just after the signal, so one
+  // signal is not enough. The list holds only threads that live: each leaves it, under the mutex, by itself.
+  using namespace std::chrono_literals;
+  std::unique_lock lock(state_->mutex);
+  while (!state_->sections.empty()) {
+    for (const pthread_t thread : state_->sections) pthread_kill(thread, kickSignal());
+    state_->sectionEnded.wait_for(lock, 1ms);
+  }
+}
+
+}  // namespace tidewell

@@ -1,0 +1,80 @@
+#include "CompressionKit/platform/Stop.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <latch>
+#include <thread>
+#include <vector>
+
+#include "CompressionKit/platform/Descriptor.h"
+#include "CompressionKit/platform/Error.h"
+
+namespace tidewell {
+namespace {
+
+bool readable(int descriptor) {
+  pollfd watched{.fd = descriptor, .events = POLLIN, .revents = 0};
+  return poll(&watched, 1, 0) == 1;
+}
+
+TEST(Stop, ReachesEveryCopyOfTheToken) {
+  const StopToken none;
+  EXPECT_FALSE(none.stopRequested());
+  EXPECT_EQ(none.descriptor(), -1);
+
+  StopToken token;
+  {
+    StopSource source;
+    token = source.token();
+    EXPECT_FALSE(token.stopRequested());
+    EXPECT_FALSE(readable(token.descriptor()));
+    EXPECT_NO_THROW(token.throwIfStopped());
+    source.requestStop();
+    source.requestStop();
+  }
+  EXPECT_TRUE(token.stopRequested());
+  EXPECT_TRUE(readable(token.descriptor()));
+  EXPECT_THROW(token.throwIfStopped(), Interrupted);
+}
+
+// Without a latch between check and call, so that over the rounds requests fall before, into and after it.
+TEST(Stop, InterruptsBlockingCallsWheneverItComes) {
+  for (int round = 0; round < 200; ++round) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const Descriptor reader(ends[0]);
+    const Descriptor writer(ends[1]);
+    StopSource source;
+    std::latch started(3);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+      threads.emplace_back([&, token = source.token()] {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, nullptr);  // as a program that handles signals elsewhere would
+        started.arrive_and_wait();
+        {
+          const StopToken::Interruptible section(token);
+          char byte = 0;
+          while (!token.stopRequested()) {
+            EXPECT_EQ(read(reader.get(), &byte, 1), -1);
+            EXPECT_EQ(errno, EINTR);
+          }
+        }
+        sigset_t pending;
+        sigpending(&pending);
+        EXPECT_TRUE(sigisemptyset(&pending)) << "a signal is left for a later call";
+      });
+    }
+    started.arrive_and_wait();
+    source.requestStop();
+    for (auto& thread : threads) thread.join();
+  }
+}
+
+}  // namespace
+}  // namespace tidewell
