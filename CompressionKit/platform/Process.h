@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -12,8 +14,12 @@
 namespace tidewell {
 
 /// A child process: started by path with an argument vector, standard output and error on given
-/// descriptors, in a process group of its own. It dies with the thread that started it (and so with the
-/// service, also by SIGKILL), and the destructor kills and reaps it.
+/// descriptors, in a process group of its own. The destructor kills and reaps it.
+///
+/// The kernel kills it when the *thread* that started it ends, and so when the service ends in whatever way,
+/// SIGKILL included. Start it from a thread that outlives it, best from the one that waits for it.
+/// Processes that the child starts itself die with its group when it is terminated or has ended, but only the
+/// child dies with a service that was killed. Used by one thread at a time.
 class Process {
  public:
   struct Launch {
@@ -24,21 +30,22 @@ class Process {
     int standardError = 2;
   };
   /// Throws `FileError` when the program cannot be started. Signal mask and handlers are the defaults in
-  /// the child; every other descriptor of ours is closed on exec.
+  /// the child; its standard input is ours; every other descriptor of ours is closed on exec.
   explicit Process(const Launch& launch);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
   ~Process();
 
   enum class Wait { exited, timedOut, stopped };
-  /// Sleeps until the child has ended, the time is up or a stop was requested, without polling.
+  /// Sleeps until the child has ended, the time is up or a stop was requested, without polling. An end that
+  /// has happened counts before the others.
   Wait waitUntil(std::chrono::steady_clock::time_point deadline, const StopToken& stop);
 
   /// SIGTERM to the child's group, SIGKILL after `grace` if it is still there; returns when it is reaped.
   void terminate(std::chrono::duration<double> grace);
 
   /// The exit status, or the signal's number for a child ended by a signal. Only after it has ended.
-  int terminationStatus() const;
+  int terminationStatus() const { return status_.value(); }
 
   pid_t identifier() const { return pid_; }
 
@@ -51,5 +58,9 @@ class Process {
 
 /// The environment of this process as "NAME=value" strings.
 std::vector<std::string> currentEnvironment();
+
+/// The moment `seconds` from now. Without overflow: anything that is not positive counts as now, anything
+/// beyond ten years as ten years.
+std::chrono::steady_clock::time_point deadlineAfter(double seconds);
 
 }  // namespace tidewell
