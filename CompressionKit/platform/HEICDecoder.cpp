@@ -155,7 +155,8 @@ struct HEICSource::Impl {
   /// One image before it is decoded.
   struct Image {
     Handle handle;
-    std::optional<heif::ItemView> view;  ///< absent: libheif turns and crops it
+    std::int64_t width = 0;  ///< upright
+    std::int64_t height = 0;
     heif::Color color;
     ImageProperties properties;
     int bits = 8;  ///< per sample of the file
@@ -168,20 +169,14 @@ struct HEICSource::Impl {
     Image image;
     image.handle.reset(raw);
 
+    // libheif turns, mirrors and crops; what it did is told as the orientation of the stored image.
+    image.width = heif_image_handle_get_width(raw);
+    image.height = heif_image_handle_get_height(raw);
+    const int orientation = heif::orientation(meta, ids[index]);
     ImageProperties& properties = image.properties;
-    properties.width = heif_image_handle_get_width(raw);
-    properties.height = heif_image_handle_get_height(raw);
-    if (const auto view = heif::itemView(meta, ids[index])) {
-      // What we read of the boxes must agree with what libheif makes of them; else it shall show the image.
-      std::int64_t width = view->crop.width, height = view->crop.height;
-      if (view->orientation >= 5) std::swap(width, height);
-      if (width == properties.width && height == properties.height) {
-        image.view = view;
-        properties.width = view->crop.width;
-        properties.height = view->crop.height;
-        properties.orientation = view->orientation;
-      }
-    }
+    properties.orientation = orientation;
+    properties.width = orientation < 5 ? image.width : image.height;
+    properties.height = orientation < 5 ? image.height : image.width;
     image.bits = heif_image_handle_get_luma_bits_per_pixel(raw);
     if (properties.width < 1 || properties.height < 1 || image.bits < 1 || image.bits > 16) {
       throw ImageDecodeError("impossible size or depth");
@@ -199,18 +194,15 @@ struct HEICSource::Impl {
     if (decoded && decodedIndex == index) return *decoded;
     decoded.reset();
     const Image image = this->image(index);
-    const std::int64_t codedWidth = image.view ? image.view->codedWidth : image.properties.width;
-    const std::int64_t codedHeight = image.view ? image.view->codedHeight : image.properties.height;
     const bool wide = image.bits > 8;
     const bool alpha = image.properties.hasAlpha;
     const std::int64_t bytesPerPixel = (alpha ? 4 : 3) * (wide ? 2 : 1);
-    if (codedWidth > ImageLimits::maximumResidentBytes / bytesPerPixel / codedHeight) {
-      throw ImageDecodeError("too large: " + std::to_string(codedWidth) + " x " +
-                             std::to_string(codedHeight));
+    if (image.width > ImageLimits::maximumResidentBytes / bytesPerPixel / image.height) {
+      throw ImageDecodeError("too large: " + std::to_string(image.width) + " x " +
+                             std::to_string(image.height));
     }
     const std::unique_ptr<heif_decoding_options, Release> options(heif_decoding_options_alloc());
     if (!options) throw std::bad_alloc();
-    options->ignore_transformations = image.view ? 1 : 0;
     options->strict_decoding = 1;
     const heif_chroma chroma =
         wide ? (alpha ? heif_chroma_interleaved_RRGGBBAA_BE : heif_chroma_interleaved_RRGGBB_BE)
@@ -220,8 +212,8 @@ struct HEICSource::Impl {
     heif::Pixels pixels;
     pixels.image.reset(raw);
     if (!raw || heif_image_get_chroma_format(raw) != chroma ||
-        heif_image_get_width(raw, heif_channel_interleaved) != codedWidth ||
-        heif_image_get_height(raw, heif_channel_interleaved) != codedHeight) {
+        heif_image_get_width(raw, heif_channel_interleaved) != image.width ||
+        heif_image_get_height(raw, heif_channel_interleaved) != image.height) {
       throw ImageDecodeError("the decoded image is not what the file declares");
     }
     pixels.bits = heif_image_get_bits_per_pixel_range(raw, heif_channel_interleaved);
@@ -229,14 +221,12 @@ struct HEICSource::Impl {
       throw ImageDecodeError("impossible depth");
     int stride = 0;
     const std::uint8_t* plane = heif_image_get_plane_readonly(raw, heif_channel_interleaved, &stride);
-    if (!plane || stride < codedWidth * bytesPerPixel) throw ImageDecodeError("no pixels");
+    if (!plane || stride < image.width * bytesPerPixel) throw ImageDecodeError("no pixels");
 
-    const heif::Rectangle crop =
-        image.view ? image.view->crop : heif::Rectangle{0, 0, codedWidth, codedHeight};
-    pixels.origin = plane + crop.y * stride + crop.x * bytesPerPixel;
+    pixels.origin = plane;
     pixels.stride = stride;
-    pixels.width = crop.width;
-    pixels.height = crop.height;
+    pixels.width = image.width;
+    pixels.height = image.height;
     pixels.samplesPerPixel = alpha ? 4 : 3;
     pixels.premultiplied = alpha && heif_image_handle_is_premultiplied_alpha(image.handle.get()) != 0;
     pixels.hdr = image.color.hdr;
@@ -290,17 +280,21 @@ namespace {
 
 class HEICRows final : public RowReader {
  public:
-  explicit HEICRows(const heif::Pixels& pixels) : pixels_(pixels), converter_(pixels) {}
-  std::int64_t width() const override { return pixels_.width; }
-  std::int64_t height() const override { return pixels_.height; }
+  HEICRows(const heif::Pixels& upright, int orientation)
+      : stored_(upright, inverse(orientation)), converter_(upright) {}
+  std::int64_t width() const override { return stored_.width(); }
+  std::int64_t height() const override { return stored_.height(); }
   void read(std::span<std::uint8_t> row) override {
-    if (next_ >= pixels_.height) throw ImageDecodeError("no more rows");
-    converter_.premultiplied8(pixels_.row(next_++), row);
+    if (next_ >= height()) throw ImageDecodeError("no more rows");
+    converter_.premultiplied8(stored_.row(next_++), row);
   }
   void skip(std::int64_t count) override { next_ += count; }
 
  private:
-  const heif::Pixels& pixels_;
+  /// What takes an upright image back: the two quarter turns undo each other, the other six themselves.
+  static int inverse(int orientation) { return orientation == 6 ? 8 : orientation == 8 ? 6 : orientation; }
+
+  heif::TurnedRows stored_;
   heif::RowConverter converter_;
   std::int64_t next_ = 0;
 };
@@ -308,26 +302,22 @@ class HEICRows final : public RowReader {
 }  // namespace
 
 std::unique_ptr<RowReader> HEICSource::rows(std::size_t index, std::int64_t) {
-  return std::make_unique<HEICRows>(impl_->decode(index));
+  const int orientation = impl_->image(index).properties.orientation.value_or(1);
+  return std::make_unique<HEICRows>(impl_->decode(index), orientation);
 }
 
 void HEICSource::writeUprightPNG(std::size_t index, const URL& png) {
   const ImageProperties properties = impl_->image(index).properties;
   const heif::Pixels& pixels = impl_->decode(index);
-  const int orientation = properties.orientation.value_or(1);
-  const bool turned = orientation >= 5;
-
   PNGWriter::Options options;
-  options.width = turned ? pixels.height : pixels.width;
-  options.height = turned ? pixels.width : pixels.height;
+  options.width = pixels.width;
+  options.height = pixels.height;
   options.hasAlpha = properties.hasAlpha;
   options.bitsPerSample = properties.bitsPerSample;
   options.color = properties.color;
   PNGWriter writer(png, options);
   heif::RowConverter converter(pixels);
-  heif::forEachUprightRow(pixels, orientation, [&](std::span<const std::uint8_t> row) {
-    writer.writeStraightRow(converter.straight(row));
-  });
+  for (std::int64_t y = 0; y < pixels.height; ++y) writer.writeStraightRow(converter.straight(pixels.row(y)));
   writer.finish();
 }
 

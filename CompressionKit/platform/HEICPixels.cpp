@@ -95,46 +95,51 @@ std::span<const std::uint8_t> RowConverter::straight(std::span<const std::uint8_
   return bytes_;
 }
 
-void forEachUprightRow(const Pixels& pixels, int orientation,
-                       const std::function<void(std::span<const std::uint8_t>)>& use) {
-  const std::size_t size = pixels.bytesPerPixel();
-  const std::int64_t width = pixels.width;
-  const std::int64_t height = pixels.height;
-  if (orientation < 5) {
-    const bool upsideDown = orientation == 3 || orientation == 4;
-    const bool mirrored = orientation == 2 || orientation == 3;
-    std::vector<std::uint8_t> reversed(mirrored ? static_cast<std::size_t>(width) * size : 0);
-    for (std::int64_t y = 0; y < height; ++y) {
-      const auto row = pixels.row(upsideDown ? height - 1 - y : y);
-      for (std::size_t from = 0, to = reversed.size(); from < reversed.size(); from += size) {
-        to -= size;
-        std::memcpy(&reversed[to], &row[from], size);
-      }
-      use(mirrored ? std::span<const std::uint8_t>(reversed) : row);
-    }
-    return;
+namespace {
+/// Columns that become rows are gathered this many at a time, so that every row in memory is read in runs.
+constexpr std::int64_t bandWidth = 64;
+}  // namespace
+
+TurnedRows::TurnedRows(const Pixels& pixels, int orientation)
+    : pixels_(pixels),
+      swaps_(orientation >= 5),
+      mirrored_(orientation == 2 || orientation == 3 || orientation == 6 || orientation == 7),
+      lastRowFirst_(orientation == 3 || orientation == 4 || orientation == 7 || orientation == 8) {
+  const std::size_t rows = swaps_ ? bandWidth : mirrored_ ? 1 : 0;
+  band_.resize(static_cast<std::size_t>(width()) * pixels.bytesPerPixel() * rows);
+}
+
+std::span<const std::uint8_t> TurnedRows::row(std::int64_t y) {
+  const std::size_t size = pixels_.bytesPerPixel();
+  const std::size_t rowBytes = static_cast<std::size_t>(width()) * size;
+  if (swaps_) {
+    const std::int64_t first = y / bandWidth * bandWidth;
+    if (first != bandStart_) fillBand(first);
+    return std::span(band_).subspan(static_cast<std::size_t>(y - first) * rowBytes, rowBytes);
   }
-  // Columns become rows. A band of columns at a time, so that every stored row is read in runs.
-  const bool fromRight = orientation == 7 || orientation == 8;
-  const bool fromBottom = orientation == 6 || orientation == 7;
-  constexpr std::int64_t bandWidth = 64;
-  const std::size_t rowBytes = static_cast<std::size_t>(height) * size;
-  std::vector<std::uint8_t> band(rowBytes * bandWidth);
-  for (std::int64_t first = 0; first < width; first += bandWidth) {
-    const std::int64_t columns = std::min(bandWidth, width - first);
-    for (std::int64_t position = 0; position < height; ++position) {
-      const auto row = pixels.row(fromBottom ? height - 1 - position : position);
-      for (std::int64_t column = 0; column < columns; ++column) {
-        const std::int64_t x = fromRight ? width - 1 - first - column : first + column;
-        std::memcpy(
-            &band[static_cast<std::size_t>(column) * rowBytes + static_cast<std::size_t>(position) * size],
-            &row[static_cast<std::size_t>(x) * size], size);
-      }
-    }
+  const auto stored = pixels_.row(lastRowFirst_ ? pixels_.height - 1 - y : y);
+  if (!mirrored_) return stored;
+  for (std::size_t from = 0, to = rowBytes; from < rowBytes; from += size) {
+    to -= size;
+    std::memcpy(&band_[to], &stored[from], size);
+  }
+  return band_;
+}
+
+void TurnedRows::fillBand(std::int64_t first) {
+  const std::size_t size = pixels_.bytesPerPixel();
+  const std::size_t rowBytes = static_cast<std::size_t>(width()) * size;
+  const std::int64_t columns = std::min(bandWidth, height() - first);
+  for (std::int64_t position = 0; position < width(); ++position) {
+    const auto stored = pixels_.row(mirrored_ ? pixels_.height - 1 - position : position);
     for (std::int64_t column = 0; column < columns; ++column) {
-      use(std::span(band).subspan(static_cast<std::size_t>(column) * rowBytes, rowBytes));
+      const std::int64_t x = lastRowFirst_ ? pixels_.width - 1 - first - column : first + column;
+      std::memcpy(
+          &band_[static_cast<std::size_t>(column) * rowBytes + static_cast<std::size_t>(position) * size],
+          &stored[static_cast<std::size_t>(x) * size], size);
     }
   }
+  bandStart_ = first;
 }
 
 }  // namespace tidewell::heif

@@ -3,7 +3,6 @@
 #include <libheif/heif.h>
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -62,9 +61,25 @@ class RowConverter {
   std::vector<std::uint8_t> bytes_;
 };
 
-/// Calls `use` with every row of the image turned upright from an Exif orientation of 1 to 8, from top to
-/// bottom.
-void forEachUprightRow(const Pixels& pixels, int orientation,
-                       const std::function<void(std::span<const std::uint8_t>)>& use);
+/// The rows, from top to bottom, of the image turned as an Exif orientation of 1 to 8 asks.
+class TurnedRows {
+ public:
+  /// The pixels must outlive it.
+  TurnedRows(const Pixels& pixels, int orientation);
+  std::int64_t width() const { return swaps_ ? pixels_.height : pixels_.width; }
+  std::int64_t height() const { return swaps_ ? pixels_.width : pixels_.height; }
+  /// Row `y`, valid until the next call; cheapest in ascending order.
+  std::span<const std::uint8_t> row(std::int64_t y);
+
+ private:
+  void fillBand(std::int64_t first);
+
+  const Pixels& pixels_;
+  bool swaps_;         ///< columns become rows
+  bool mirrored_;      ///< rows run from right to left (columns from bottom to top)
+  bool lastRowFirst_;  ///< the last row (column) becomes the first
+  std::int64_t bandStart_ = -1;
+  std::vector<std::uint8_t> band_;
+};
 
 }  // namespace tidewell::heif

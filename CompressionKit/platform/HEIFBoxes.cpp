@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
-#include <string>
+#include <vector>
 
 namespace tidewell::heif {
 namespace {
@@ -83,23 +82,6 @@ FullBox fullBox(Bytes& bytes) {
   return {version, static_cast<std::uint32_t>(bytes.number(3))};
 }
 
-std::string_view itemType(std::string_view meta, std::uint32_t itemID) {
-  const auto iinf = payloadOf("iinf", meta);
-  if (!iinf) return {};
-  Bytes bytes(*iinf);
-  bytes.take(fullBox(bytes).version == 0 ? 2 : 4);  // number of entries; the boxes themselves tell it too
-  while (const auto box = nextBox(bytes)) {
-    if (box->type != "infe") continue;
-    Bytes entry(box->payload);
-    const auto version = fullBox(entry).version;
-    if (version < 2) continue;
-    const std::uint32_t id = version == 2 ? entry.u16() : entry.u32();
-    entry.take(2);  // protection
-    if (id == itemID) return entry.take(4);
-  }
-  return {};
-}
-
 /// The properties of an item in the order in which they apply.
 std::vector<Box> itemProperties(std::string_view meta, std::uint32_t itemID) {
   const auto iprp = payloadOf("iprp", meta);
@@ -150,28 +132,6 @@ constexpr Turn quarterCounterClockwise = exifTurns[7];
 constexpr Turn mirroredTopToBottom = exifTurns[3];
 constexpr Turn mirroredLeftToRight = exifTurns[1];
 
-/// "clap" (ISO/IEC 14496-12): the size as fractions, and the offset of its centre from the image's centre.
-std::optional<Rectangle> cleanAperture(std::string_view payload, std::int64_t width, std::int64_t height) {
-  Bytes bytes(payload);
-  std::array<double, 4> values{};  // width, height, offset to the right, offset down
-  for (double& value : values) {
-    const double numerator = static_cast<std::int32_t>(bytes.u32());
-    const double denominator = static_cast<std::int32_t>(bytes.u32());
-    if (denominator == 0) return std::nullopt;
-    value = numerator / denominator;
-  }
-  Rectangle crop;
-  crop.width = std::llround(values[0]);
-  crop.height = std::llround(values[1]);
-  crop.x = std::llround(std::floor(values[2] + static_cast<double>(width - crop.width) / 2));
-  crop.y = std::llround(std::floor(values[3] + static_cast<double>(height - crop.height) / 2));
-  if (!bytes.good() || crop.width < 1 || crop.height < 1 || crop.x < 0 || crop.y < 0 ||
-      crop.width > width - crop.x || crop.height > height - crop.y) {
-    return std::nullopt;
-  }
-  return crop;
-}
-
 }  // namespace
 
 std::optional<std::string_view> typeIdentifier(std::string_view head) {
@@ -204,38 +164,18 @@ std::optional<std::string_view> typeIdentifier(std::string_view head) {
   return std::nullopt;
 }
 
-std::optional<ItemView> itemView(std::string_view meta, std::uint32_t itemID) {
-  const std::string_view type = itemType(meta, itemID);
-  constexpr std::array<std::string_view, 6> coded = {"hvc1", "hev1", "grid", "av01", "avc1", "jpeg"};
-  if (std::find(coded.begin(), coded.end(), type) == coded.end()) return std::nullopt;
-
-  const auto properties = itemProperties(meta, itemID);
-  ItemView view;
-  for (const Box& property : properties) {
-    if (property.type != "ispe") continue;
-    Bytes bytes(property.payload);
-    fullBox(bytes);
-    view.codedWidth = bytes.u32();
-    view.codedHeight = bytes.u32();
-    view.crop = {0, 0, view.codedWidth, view.codedHeight};
-  }
+int orientation(std::string_view meta, std::uint32_t itemID) {
   Turn turn = exifTurns[0];
-  for (const Box& property : properties) {
+  for (const Box& property : itemProperties(meta, itemID)) {
     Bytes bytes(property.payload);
     if (property.type == "irot") {
       for (auto quarters = bytes.u8() & 3; quarters > 0; --quarters)
         turn = quarterCounterClockwise.after(turn);
     } else if (property.type == "imir") {
       turn = ((bytes.u8() & 1) != 0 ? mirroredLeftToRight : mirroredTopToBottom).after(turn);
-    } else if (property.type == "clap") {
-      const auto crop = cleanAperture(property.payload, view.crop.width, view.crop.height);
-      if (!crop || turn != exifTurns[0]) return std::nullopt;
-      view.crop = {view.crop.x + crop->x, view.crop.y + crop->y, crop->width, crop->height};
     }
   }
-  view.orientation =
-      static_cast<int>(std::find(exifTurns.begin(), exifTurns.end(), turn) - exifTurns.begin()) + 1;
-  return view;
+  return static_cast<int>(std::find(exifTurns.begin(), exifTurns.end(), turn) - exifTurns.begin()) + 1;
 }
 
 }  // namespace tidewell::heif

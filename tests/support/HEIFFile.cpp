@@ -1,0 +1,233 @@
+#include "support/HEIFFile.h"
+
+#include <algorithm>
+#include <map>
+#include <stdexcept>
+
+#include "CompressionKit/platform/Files.h"
+
+namespace tidewell::test {
+namespace {
+
+struct Reader {
+  std::string_view data;
+  std::size_t at = 0;
+
+  std::uint64_t number(int bytes) {
+    std::uint64_t value = 0;
+    for (; bytes > 0; --bytes) value = value << 8 | static_cast<unsigned char>(data.at(at++));
+    return value;
+  }
+  std::uint32_t u32() { return static_cast<std::uint32_t>(number(4)); }
+  std::uint32_t u16() { return static_cast<std::uint32_t>(number(2)); }
+  std::string text(std::size_t bytes) {
+    at += bytes;
+    return std::string(data.substr(at - bytes, bytes));
+  }
+  bool more() const { return at < data.size(); }
+  /// Type and payload of the next box; the whole box is the text before `at`.
+  std::pair<std::string, std::string_view> box() {
+    const std::size_t start = at;
+    const std::size_t size = u32();
+    const std::string type = text(4);
+    at = start + size;
+    return {type, data.substr(start + 8, size - 8)};
+  }
+};
+
+std::string fullBox(std::string_view type, int version, const std::string& payload) {
+  return box(type, number(static_cast<std::uint64_t>(version), 1) + number(0, 3) + payload);
+}
+
+}  // namespace
+
+std::string number(std::uint64_t value, int bytes) {
+  std::string text;
+  for (int i = bytes - 1; i >= 0; --i) text += static_cast<char>(value >> (8 * i));
+  return text;
+}
+
+std::string box(std::string_view type, const std::string& payload) {
+  return number(payload.size() + 8, 4) + std::string(type) + payload;
+}
+
+std::string ispe(std::uint32_t width, std::uint32_t height) {
+  return fullBox("ispe", 0, number(width, 4) + number(height, 4));
+}
+
+std::string clap(std::uint32_t width, std::uint32_t height, std::int32_t right, std::int32_t down) {
+  return box("clap", number(width, 4) + number(1, 4) + number(height, 4) + number(1, 4) +
+                         number(static_cast<std::uint32_t>(right), 4) + number(2, 4) +
+                         number(static_cast<std::uint32_t>(down), 4) + number(2, 4));
+}
+
+std::string nclx(int primaries, int transfer, int matrix, bool fullRange) {
+  std::string payload = "nclx";
+  for (const int code : {primaries, transfer, matrix}) payload += number(static_cast<std::uint64_t>(code), 2);
+  return box("colr", payload + number(fullRange ? 0x80 : 0, 1));
+}
+
+HEIFFile::Item& HEIFFile::item(std::uint32_t id) {
+  const auto found =
+      std::find_if(items.begin(), items.end(), [&](const Item& item) { return item.id == id; });
+  if (found == items.end()) throw std::out_of_range("no such item");
+  return *found;
+}
+
+HEIFFile& HEIFFile::without(std::string_view type) {
+  std::erase_if(item(primary).properties,
+                [&](const std::string& property) { return property.substr(4, 4) == type; });
+  return *this;
+}
+
+HEIFFile HEIFFile::read(const URL& url) {
+  const std::string file = files::read(url);
+  HEIFFile result;
+  std::vector<std::string> all;  // properties of "ipco"
+  std::map<std::uint32_t, std::vector<std::size_t>> uses;
+  std::map<std::uint32_t, std::string> data;
+  std::string idat;
+  const auto readMeta = [&](auto& self, std::string_view boxes) -> void {
+    for (Reader reader{boxes}; reader.more();) {
+      const auto [type, payload] = reader.box();
+      Reader in{payload};
+      if (type == "iprp") self(self, payload);
+      if (type == "pitm") result.primary = (in.u32(), in.u16());
+      if (type == "iinf") {
+        for (Reader entries{payload, 6}; entries.more();) {
+          Reader infe{entries.box().second};
+          const std::uint32_t flags = infe.u32();
+          const std::uint32_t id = infe.u16();
+          infe.u16();
+          result.items.push_back({id, infe.text(4), (flags & 1) != 0, {}, {}});
+        }
+      }
+      if (type == "ipco") {
+        for (Reader properties{payload}; properties.more();) {
+          const std::size_t at = properties.at;
+          properties.box();
+          all.emplace_back(payload.substr(at, properties.at - at));
+        }
+      }
+      if (type == "ipma") {
+        const bool wide = (in.u32() & 1) != 0;
+        for (auto entries = in.u32(); entries > 0; --entries) {
+          const std::uint32_t id = in.u16();
+          for (auto count = in.number(1); count > 0; --count) {
+            uses[id].push_back(in.number(wide ? 2 : 1) & (wide ? 0x7fff : 0x7f));
+          }
+        }
+      }
+      if (type == "iref") {
+        for (Reader references{payload, 4}; references.more();) {
+          const auto [name, body] = references.box();
+          Reader one{body};
+          Reference reference{name, one.u16(), {}};
+          for (auto count = one.u16(); count > 0; --count) reference.to.push_back(one.u16());
+          result.references.push_back(reference);
+        }
+      }
+      if (type == "iloc") {
+        const auto version = in.u32() >> 24;
+        const auto sizes = in.u16();
+        for (auto count = in.u16(); count > 0; --count) {
+          const std::uint32_t id = in.u16();
+          const bool inside = version == 1 && (in.u16() & 15) == 1;  // the box "idat", not the file
+          in.u16();
+          const std::uint64_t base = in.number(sizes >> 4 & 15);
+          for (auto extents = in.u16(); extents > 0; --extents) {
+            const std::uint64_t offset = in.number(sizes >> 12);
+            const std::uint64_t length = in.number(sizes >> 8 & 15);
+            data[id] += inside ? idat.substr(base + offset, length) : file.substr(base + offset, length);
+          }
+        }
+      }
+    }
+  };
+  for (Reader reader{file}; reader.more();) {
+    const auto [type, payload] = reader.box();
+    if (type != "meta") continue;
+    for (Reader meta{payload, 4}; meta.more();) {
+      const auto [name, body] = meta.box();
+      if (name == "idat") idat = body;
+    }
+    readMeta(readMeta, payload.substr(4));
+  }
+  for (Item& item : result.items) {
+    for (const std::size_t index : uses[item.id]) item.properties.push_back(all.at(index - 1));
+    item.data = data[item.id];
+  }
+  return result;
+}
+
+std::string HEIFFile::bytes() const {
+  std::string ftyp = brands.front() + number(0, 4);
+  for (std::size_t i = 1; i < brands.size(); ++i) ftyp += brands[i];
+
+  std::string infes, properties, associations, refs, mdat;
+  std::size_t propertyCount = 0;
+  for (const Item& item : items) {
+    infes += box("infe", number(2, 1) + number(item.hidden ? 1 : 0, 3) + number(item.id, 2) + number(0, 2) +
+                             item.type + '\0');
+    associations += number(item.id, 2) + number(item.properties.size(), 1);
+    for (const std::string& property : item.properties) {
+      properties += property;
+      associations += number(++propertyCount, 2);
+    }
+    mdat += item.data;
+  }
+  for (const Reference& reference : references) {
+    std::string payload = number(reference.from, 2) + number(reference.to.size(), 2);
+    for (const auto id : reference.to) payload += number(id, 2);
+    refs += box(reference.type, payload);
+  }
+  const auto meta = [&](std::size_t offset) {
+    std::string iloc = number(0x4400, 2) + number(items.size(), 2);
+    for (const Item& item : items) {
+      iloc +=
+          number(item.id, 2) + number(0, 2) + number(1, 2) + number(offset, 4) + number(item.data.size(), 4);
+      offset += item.data.size();
+    }
+    const std::string ipma = number(0, 1) + number(1, 3) + number(items.size(), 4) + associations;
+    return fullBox("meta", 0,
+                   fullBox("hdlr", 0, number(0, 4) + "pict" + std::string(13, '\0')) +
+                       fullBox("pitm", 0, number(primary, 2)) + fullBox("iloc", 0, iloc) +
+                       fullBox("iinf", 0, number(items.size(), 2) + infes) +
+                       (refs.empty() ? "" : fullBox("iref", 0, refs)) +
+                       box("iprp", box("ipco", properties) + box("ipma", ipma)));
+  };
+  const std::string head = box("ftyp", ftyp);
+  return head + meta(head.size() + meta(0).size() + 8) + box("mdat", mdat);
+}
+
+void HEIFFile::write(const URL& url) const {
+  files::writeAtomically(url, bytes(), files::Durability::cached);
+}
+
+HEIFFile grid(const std::vector<HEIFFile>& tiles, int rows, int columns, std::uint32_t width,
+              std::uint32_t height) {
+  HEIFFile result;
+  const auto last = static_cast<std::uint32_t>(tiles.size()) + 1;
+  result.primary = last;
+  HEIFFile::Reference reference{"dimg", last, {}};
+  for (HEIFFile tile : tiles) {
+    const auto id = static_cast<std::uint32_t>(result.items.size()) + 1;
+    HEIFFile::Item item = tile.item(tile.primary);
+    item.id = id;
+    item.hidden = true;
+    result.items.push_back(item);
+    reference.to.push_back(id);
+  }
+  const std::string layout = number(0, 1) + number(1, 1) + number(static_cast<std::uint64_t>(rows) - 1, 1) +
+                             number(static_cast<std::uint64_t>(columns) - 1, 1) + number(width, 4) +
+                             number(height, 4);
+  std::vector<std::string> properties = {ispe(width, height)};
+  for (const std::string& property : result.items.front().properties) {
+    if (property.substr(4, 4) == "pixi") properties.push_back(property);
+  }
+  result.items.push_back({last, "grid", false, properties, layout});
+  result.references.push_back(reference);
+  return result;
+}
+
+}  // namespace tidewell::test
