@@ -1,0 +1,116 @@
+#include "CompressionKit/engine/HEICConversion.h"
+
+#include <optional>
+#include <utility>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/HEICDecoder.h"
+#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/undo/AtomicRename.h"
+
+namespace tidewell {
+namespace {
+
+void decode(const URL& heic, const URL& png) {
+  try {
+    HEICSource source(heic);
+    source.writeUprightPNG(source.primaryIndex(), png);
+  } catch (const ImageDecodeError&) {
+    throw CompressionError::invalidImage();
+  } catch (const FileError&) {
+    throw CompressionError::invalidImage();
+  }
+}
+
+/// Whether the decoded PNG shows what the facts of the HEIC file promise.
+bool isUpright(const ImageFacts& png, const ImageFacts& original) {
+  std::int64_t width = original.width;
+  std::int64_t height = original.height;
+  if (original.orientation >= 5) std::swap(width, height);
+  return png.width == width && png.height == height && png.orientation == 1;
+}
+
+/// The new PNG is in place but must not stay: removes it, and its record with it, if it is still ours. What
+/// cannot be proven to be ours is left alone, and the record with it.
+void takeBack(const URL& png, const UndoRecord& record, const UndoStore& undo) noexcept {
+  try {
+    if (hash(png) != record.replacementHash) return;
+    files::removeItem(png);
+  } catch (const std::exception&) {
+    return;
+  }
+  undo.discard(record);
+}
+
+/// One attempt to save `png` under the name `destination`: the record of the saved PNG, or nothing when
+/// something else took the name first.
+std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL& original,
+                               const std::string& originalHash, const UUID& sessionID,
+                               const UndoStore& undo) {
+  const UndoRecord record = undo.prepare(original, png, sessionID, destination.path());
+  try {
+    if (hash(original) != originalHash || hash(undo.backupURL(record)) != originalHash) {
+      throw CompressionError::changedDuringCompression();
+    }
+    if (!atomicRenameIfAbsent(png, destination)) {
+      undo.discard(record);
+      return std::nullopt;
+    }
+  } catch (...) {
+    // The rename can fail after the move, when the directory cannot be flushed.
+    files::exists(png) ? undo.discard(record) : takeBack(destination, record, undo);
+    throw;
+  }
+  try {
+    if (hash(destination) != record.replacementHash) throw CompressionError::validationFailed();
+    undo.commit(record);
+  } catch (...) {
+    takeBack(destination, record, undo);
+    throw;
+  }
+  return record;
+}
+
+}  // namespace
+
+CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, const ImageFacts& original,
+                               std::int64_t originalBytes, const std::string& originalHash,
+                               const UUID& sessionID, const URL& workingDirectory) {
+  if (original.frameCount != 1) throw CompressionError::fileOperation("暂不支持包含多张图片的 HEIC 文件");
+  const URL png = workingDirectory.appending("decoded.png");
+  decode(url, png);
+  const ImageFacts decoded = ImageFacts::inspect(png);
+  if (!isUpright(decoded, original)) throw CompressionError::validationFailed();
+  engine.tools().stopToken().throwIfStopped();
+
+  // Its backups and reports go the way of the working directory.
+  const CompressionEngine nested(engine.tools(), UndoStore(workingDirectory.appending("Undo")),
+                                 engine.thresholds());
+  const CompressionResult compressed = nested.compress(png, sessionID);
+  if (!decoded.compatible(ImageFacts::inspect(png), true) || hash(url) != originalHash) {
+    throw CompressionError::changedDuringCompression();
+  }
+  files::copyAttributes(url, png);  // a private photo stays private, a tagged one tagged
+  engine.tools().stopToken().throwIfStopped();
+
+  CompressionResult result;
+  result.originalBytes = originalBytes;
+  result.finalBytes = fileSize(png);
+  result.outcome = CompressionOutcome::converted;
+  result.encoder = "HEIC → PNG · " + compressed.encoder.value_or("无损 PNG");
+  result.qualityScore = compressed.qualityScore;
+  const URL directory = url.deletingLastPathComponent();
+  for (int i = 0; i < 1000; ++i) {
+    const std::string number = i == 0 ? "" : "（潮汐井" + std::to_string(i) + "）";
+    result.url = directory.appending(url.stem() + number + ".png");
+    if (files::exists(result.url)) continue;
+    result.undoRecord = save(png, result.url, url, originalHash, sessionID, engine.undo());
+    if (result.undoRecord) return result;
+  }
+  throw CompressionError::fileOperation("无法创建 PNG：同名文件过多");
+}
+
+}  // namespace tidewell

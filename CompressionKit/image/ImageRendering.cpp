@@ -1,0 +1,74 @@
+#include "CompressionKit/image/ImageRendering.h"
+
+#include <algorithm>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/ImageSource.h"
+
+namespace tidewell::ImageRendering {
+namespace {
+
+/// Without a maximum at full size.
+Bitmap decode(const URL& url, std::optional<std::int64_t> maximumPixelSize) {
+  try {
+    const auto source = ImageSource::open(url);
+    if (source->count() < 1) throw CompressionError::invalidImage();
+    const std::size_t index = source->primaryIndex();
+    const ImageProperties properties = source->properties(index);
+    if (properties.width < 1 || properties.height < 1) throw CompressionError::invalidImage();
+    const std::int64_t longSide = std::max(properties.width, properties.height);
+    const std::int64_t size = std::min(maximumPixelSize.value_or(longSide), longSide);
+    // The bitmap's bytes, in doubles because hostile sizes overflow integers.
+    const double scale = static_cast<double>(size) / static_cast<double>(longSide);
+    const double bytes =
+        4.0 * scale * scale * static_cast<double>(properties.width) * static_cast<double>(properties.height);
+    if (bytes > static_cast<double>(ImageLimits::maximumResidentBytes))
+      throw CompressionError::invalidImage();
+    return views::thumbnail(*source, index, size, true);
+  } catch (const ImageDecodeError&) {
+    throw CompressionError::invalidImage();
+  } catch (const FileError&) {
+    throw CompressionError::invalidImage();
+  }
+}
+
+}  // namespace
+
+OperationQueue& workers() {
+  static OperationQueue queue("com.vantor.tidewell.image-reading", 2);
+  return queue;
+}
+
+Bitmap comparisonImage(const URL& url) {
+  if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");
+  return decode(url, std::nullopt);
+}
+
+Bitmap thumbnail(const URL& url, std::int64_t maximumPixelSize) {
+  if (!url.isFileURL() || maximumPixelSize < 1) throw CompressionError::invalidImage();
+  return decode(url, maximumPixelSize);
+}
+
+std::future<ComparisonImages> comparisonImages(const URL& original, const URL& compressed,
+                                               const std::optional<std::string>& originalHash,
+                                               const std::optional<std::string>& replacementHash) {
+  return read(OperationQueue::Priority::high, [=] {
+    const std::string originalBefore = hash(original);
+    const std::string compressedBefore = hash(compressed);
+    if (originalHash.value_or(originalBefore) != originalBefore ||
+        replacementHash.value_or(compressedBefore) != compressedBefore) {
+      throw CompressionError::fileOperation("图片文件已被修改，无法对比");
+    }
+    ComparisonImages images{comparisonImage(original), comparisonImage(compressed)};
+    const std::string originalAfter = hash(original);
+    const std::string compressedAfter = hash(compressed);
+    if (originalAfter != originalBefore || compressedAfter != compressedBefore) {
+      throw CompressionError::fileOperation("图片文件在载入过程中被修改，请重新打开对比");
+    }
+    return images;
+  });
+}
+
+}  // namespace tidewell::ImageRendering
