@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <future>
 #include <memory>
@@ -16,20 +17,24 @@ namespace tidewell {
 
 /// Decides when a file may be compressed: at most `limit()` at once, never two on one file, in this process
 /// and, through lock files, across processes. Waiting jobs are served in arrival order; a job whose file is
-/// busy is passed over. Jobs run on at most `limit()` worker threads of the queue.
+/// busy is passed over. Jobs run on at most `limit()` worker threads of the queue, made when they are first
+/// needed with the signal mask of the thread that queues. Any thread may call any operation.
 class CompressionQueue {
  public:
   static constexpr int maximumConcurrentTasks = 10;
   /// max(1, min(cores / 2, memory / 4 GiB, 4)).
   static int recommendedConcurrentTasks(unsigned cores, std::uint64_t memoryBytes);
+  /// The same for the cores that this process may run on and the machine's physical memory; computed once.
   static int recommendedConcurrentTasks();
 
-  /// The executable's one queue, made on first use with the recommended limit and default directory.
+  /// The executable's one queue, made on first use with the recommended limit and default directory. The
+  /// program's exit waits for its running jobs.
   static CompressionQueue& shared();
 
-  /// Without a directory: "Tidewell/CompressionLocks" in Application Support. Creates no directory.
+  /// `maxConcurrentTasks` is brought between 1 and `maximumConcurrentTasks`. Without a directory:
+  /// "Tidewell/CompressionLocks" in Application Support. Creates no directory.
   explicit CompressionQueue(int maxConcurrentTasks, std::optional<URL> coordinationDirectory = std::nullopt);
-  /// Waits for running jobs; waiting ones fail with `Interrupted`.
+  /// Waits for running jobs; waiting ones fail with `Interrupted`. Not to be called by a job.
   ~CompressionQueue();
   CompressionQueue(const CompressionQueue&) = delete;
   CompressionQueue& operator=(const CompressionQueue&) = delete;
@@ -40,14 +45,13 @@ class CompressionQueue {
   /// The key under which two forms of one path are the same file.
   static std::string fileIdentity(const URL& url);
 
-  /// Queues one job. `onStart` is called once when the job has its permit, then `operation`, both on a
-  /// worker thread. The future gives the operation's value or error, or the permit's error; it is ready
-  /// only when the file is free again. Returns without blocking.
+  /// Queues one job. `onStart` (which may be empty) is called once when the job has its permit, then
+  /// `operation`, both on a worker thread. The future gives the operation's value or error, or the permit's
+  /// error; it is ready only when the file is free again. Returns without waiting for any job.
   template <typename Operation>
   auto run(const URL& url, std::function<void()> onStart, Operation operation)
-      -> std::future<std::invoke_result_t<Operation>> {
-    using Result = std::invoke_result_t<Operation>;
-    auto task = std::make_shared<Task<Result>>(std::move(operation));
+      -> std::future<std::invoke_result_t<Operation&>> {
+    auto task = std::make_unique<Task<Operation>>(std::move(operation));
     auto future = task->promise.get_future();
     enqueue(url, std::move(onStart), std::move(task));
     return future;
@@ -60,20 +64,26 @@ class CompressionQueue {
  private:
   /// A job's work with its outcome, the result type forgotten.
   struct AnyTask {
+    AnyTask() = default;
+    AnyTask(const AnyTask&) = delete;
+    AnyTask& operator=(const AnyTask&) = delete;
     virtual ~AnyTask() = default;
     virtual void perform() noexcept = 0;                       ///< runs the operation and keeps its outcome
     virtual void fail(std::exception_ptr error) noexcept = 0;  ///< keeps an error instead
     virtual void resume() noexcept = 0;                        ///< hands the outcome to the caller
   };
-  template <typename Result>
+
+  template <typename Operation>
   struct Task final : AnyTask {
-    explicit Task(std::function<Result()> work) : operation(std::move(work)) {}
+    using Result = std::invoke_result_t<Operation&>;
+
+    explicit Task(Operation work) : operation(std::move(work)) {}
     void perform() noexcept override {
       try {
         if constexpr (std::is_void_v<Result>) {
-          operation();
+          (*operation)();
         } else {
-          value.emplace(operation());
+          value.emplace((*operation)());
         }
       } catch (...) {
         error = std::current_exception();
@@ -81,22 +91,25 @@ class CompressionQueue {
     }
     void fail(std::exception_ptr failure) noexcept override { error = std::move(failure); }
     void resume() noexcept override {
+      operation.reset();  // what it holds is gone when the caller goes on
       if (error) {
-        promise.set_exception(error);
+        promise.set_exception(std::exchange(error, nullptr));
       } else if constexpr (std::is_void_v<Result>) {
         promise.set_value();
       } else {
         promise.set_value(std::move(*value));
       }
     }
-    std::function<Result()> operation;
+
+    std::optional<Operation> operation;
     std::promise<Result> promise;
-    std::conditional_t<std::is_void_v<Result>, bool, std::optional<Result>> value{};
+    std::optional<std::conditional_t<std::is_void_v<Result>, bool, Result>> value;
     std::exception_ptr error;
   };
 
-  void enqueue(const URL& url, std::function<void()> onStart, std::shared_ptr<AnyTask> task);
+  void enqueue(const URL& url, std::function<void()> onStart, std::unique_ptr<AnyTask> task);
 
+  struct Job;
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

@@ -1,0 +1,167 @@
+#include "CompressionKit/queue/ExecutionPermit.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <future>
+#include <memory>
+#include <optional>
+#include <thread>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+class ExecutionPermitTest : public testing::Test {
+ protected:
+  static std::string lockName(std::string_view key) { return "file-" + hash(key) + ".lock"; }
+  /// Whether somebody holds the lock of this file.
+  bool isLocked(const std::string& name) const {
+    const Descriptor file(open(locks.appending(name).path().c_str(), O_RDWR | O_CLOEXEC));
+    return file && flock(file.get(), LOCK_EX | LOCK_NB) != 0;
+  }
+  std::string failure(const URL& directory, const std::string& key, int capacity,
+                      const StopToken& stop = {}) const {
+    try {
+      const ExecutionPermit permit(directory, key, capacity, stop);
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "no failure";
+  }
+  static std::size_t openDescriptors() {
+    return files::contentsOfDirectory(URL::file("/proc/self/fd")).size();
+  }
+
+  const test::TemporaryFolder folder;
+  const URL locks = folder / "made/on/demand";
+};
+
+TEST_F(ExecutionPermitTest, HoldsAndFreesItsTwoLocks) {
+  const std::string key = "/图片/a b.jpg";
+  folder.write("made/on/demand/" + lockName(key), "contents stay");
+  std::optional<ExecutionPermit> permit;
+  permit.emplace(locks, key, 3);
+  EXPECT_TRUE(isLocked(lockName(key)));
+  EXPECT_TRUE(isLocked("slot-0.lock"));
+  EXPECT_FALSE(isLocked("slot-1.lock"));
+  EXPECT_FALSE(isLocked("slot-2.lock"));
+  EXPECT_EQ(files::contentsOfDirectory(locks).size(), 4U);
+  struct stat info {};
+  ASSERT_EQ(stat(locks.appending("slot-2.lock").path().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0600U);
+  EXPECT_EQ(info.st_size, 0);
+  EXPECT_EQ(files::read(locks.appending(lockName(key))), "contents stay");
+
+  permit->release();
+  EXPECT_FALSE(isLocked(lockName(key)));
+  EXPECT_FALSE(isLocked("slot-0.lock"));
+  const ExecutionPermit other(locks, "/b.jpg", 3);  // gets the numbers of the closed descriptors
+  permit->release();
+  permit.reset();
+  EXPECT_TRUE(isLocked(lockName("/b.jpg")));
+  EXPECT_TRUE(isLocked("slot-0.lock"));
+}
+
+TEST_F(ExecutionPermitTest, WaitsForItsFileWithoutASlot) {
+  std::optional<ExecutionPermit> first;
+  first.emplace(locks, "a", 2);
+  std::atomic<bool> freed = false;
+  auto second = std::async(std::launch::async, [&] {
+    const ExecutionPermit permit(locks, "a", 2);
+    return freed.load();
+  });
+  {
+    const ExecutionPermit other(locks, "b", 2);
+    EXPECT_TRUE(isLocked("slot-1.lock"));
+  }
+  freed = true;
+  first.reset();
+  EXPECT_TRUE(second.get());
+}
+
+TEST_F(ExecutionPermitTest, TakesTheSlotThatWasFreed) {
+  const ExecutionPermit first(locks, "a", 2);
+  std::optional<ExecutionPermit> second;
+  second.emplace(locks, "b", 2);
+  std::atomic<bool> freed = false;
+  auto third = std::async(std::launch::async, [&] {
+    auto permit = std::make_unique<ExecutionPermit>(locks, "c", 2);
+    EXPECT_TRUE(freed);
+    return permit;
+  });
+  while (!isLocked(lockName("c"))) std::this_thread::yield();
+  freed = true;
+  second.reset();
+  const auto permit = third.get();
+  EXPECT_TRUE(isLocked("slot-1.lock"));
+}
+
+TEST_F(ExecutionPermitTest, ExcludesOtherProcesses) {
+  const URL log = folder.write("log", "");
+  int ready[2];
+  int go[2];
+  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe2(go, O_CLOEXEC), 0);
+  const pid_t other = fork();
+  if (other == 0) {
+    const ExecutionPermit permit(locks, "a", 2);
+    char byte = 'x';
+    if (write(ready[1], &byte, 1) != 1 || read(go[0], &byte, 1) != 1) _exit(1);
+    std::ofstream(log.path()) << "the other was here first";
+    _exit(0);  // without a release: the end of a process frees its locks
+  }
+  char byte = 'x';
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  auto mine = std::async(std::launch::async, [&] {
+    const ExecutionPermit permit(locks, "a", 2);
+    return files::read(log);
+  });
+  ASSERT_EQ(write(go[1], &byte, 1), 1);
+  EXPECT_EQ(mine.get(), "the other was here first");
+  int status = 0;
+  waitpid(other, &status, 0);
+  EXPECT_EQ(status, 0);
+  for (const int end : {ready[0], ready[1], go[0], go[1]}) close(end);
+}
+
+TEST_F(ExecutionPermitTest, LeavesNothingHeldAfterAFailure) {
+  files::createDirectories(locks.appending(lockName("folder instead")));
+  files::createDirectories(locks.appending("slot-1.lock"));
+  const std::size_t before = openDescriptors();
+  const URL file = folder.write("file", "");
+  EXPECT_THROW(ExecutionPermit(file.appending("below"), "a", 1), FileError);
+  EXPECT_EQ(failure(locks, "folder instead", 1), "无法创建压缩任务锁");
+  EXPECT_EQ(failure(locks, "a", 2), "无法创建压缩任务锁");
+  EXPECT_EQ(openDescriptors(), before);
+  EXPECT_EQ(failure(locks, "a", 1), "no failure");
+}
+
+TEST_F(ExecutionPermitTest, AStopEndsBothWaits) {
+  const ExecutionPermit holder(locks, "a", 1);
+  const std::size_t before = openDescriptors();
+  for (const std::string key : {"a", "b"}) {  // one waits for the file, the other for the slot
+    StopSource source;
+    auto waiting =
+        std::async(std::launch::async, [&, token = source.token()] { return failure(locks, key, 1, token); });
+    while (!isLocked(lockName(key))) std::this_thread::yield();
+    source.requestStop();
+    EXPECT_EQ(waiting.get(), Interrupted().what());
+    EXPECT_EQ(failure(locks, key, 1, source.token()), Interrupted().what());
+  }
+  EXPECT_FALSE(isLocked(lockName("b")));
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace tidewell
