@@ -1,0 +1,39 @@
+// What one tool run costs over a bare spawn of the same program.
+
+#include <benchmark/benchmark.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "CompressionKit/platform/URL.h"
+#include "CompressionKit/tools/ToolRunner.h"
+
+namespace {
+
+void bareSpawn(benchmark::State& state) {
+  char name[] = "true";
+  char* arguments[] = {name, nullptr};
+  for (auto _ : state) {
+    pid_t child = 0;
+    if (posix_spawn(&child, "/usr/bin/true", nullptr, nullptr, arguments, environ) != 0) {
+      state.SkipWithError("posix_spawn failed");
+      break;
+    }
+    waitpid(child, nullptr, 0);
+  }
+}
+BENCHMARK(bareSpawn)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void toolRun(benchmark::State& state) {
+  // A service that has decoded large images: spawning must not cost what copying its page tables costs.
+  const std::vector<char> resident(static_cast<std::size_t>(state.range(0)) << 20, 1);
+  const tidewell::ToolRunner tools(tidewell::URL::file("/usr/bin"));
+  for (auto _ : state) benchmark::DoNotOptimize(tools.run("true", {}, 180));
+}
+BENCHMARK(toolRun)->Arg(0)->Arg(256)->ArgName("residentMiB")->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
