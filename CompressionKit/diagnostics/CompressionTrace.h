@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,10 @@ struct CandidateDiagnostic {
 
   bool operator==(const CandidateDiagnostic&) const = default;
 };
+
+void to_json(nlohmann::json& object, const CandidateDiagnostic& diagnostic);
+/// Throws `nlohmann::json::exception` when a required key is missing or of the wrong type.
+void from_json(const nlohmann::json& object, CandidateDiagnostic& diagnostic);
 
 /// What happened to one file: made at its start, filled while candidates are tried, saved once at its end.
 /// Used by one thread at a time.

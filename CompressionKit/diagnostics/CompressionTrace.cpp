@@ -1,0 +1,102 @@
+#include "CompressionKit/diagnostics/CompressionTrace.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
+#include "CompressionKit/platform/UUID.h"
+
+namespace tidewell {
+namespace {
+
+using nlohmann::json;
+
+template <typename Value>
+void putIfPresent(json& object, const char* key, const std::optional<Value>& value) {
+  if (value) object[key] = *value;
+}
+
+/// "^[0-9]+-[A-Fa-f0-9-]+\.json$" by hand: a regular expression for each of a hundred names at every save
+/// would cost more than the rest of a refused file.
+bool isReportName(std::string_view name) {
+  constexpr std::string_view ending = ".json";
+  if (!name.ends_with(ending)) return false;
+  name.remove_suffix(ending.size());
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  const auto dash = std::ranges::find_if_not(name, isDigit);
+  if (dash == name.begin() || dash == name.end() || *dash != '-' || dash + 1 == name.end()) return false;
+  return std::all_of(dash + 1, name.end(), [&](char c) {
+    return isDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f') || c == '-';
+  });
+}
+
+void prune(const URL& directory) {
+  std::vector<std::pair<std::string, URL>> reports;
+  for (const URL& entry : files::contentsOfDirectory(directory)) {
+    std::string name = entry.lastPathComponent();
+    if (isReportName(name)) reports.emplace_back(std::move(name), entry);
+  }
+  if (reports.size() <= CompressionTrace::reportsKept) return;
+  // Names begin with a time stamp of equal length, so this is oldest first.
+  std::ranges::sort(reports, {}, &std::pair<std::string, URL>::first);
+  reports.erase(reports.end() - CompressionTrace::reportsKept, reports.end());
+  for (const auto& report : reports) files::removeItemIfPossible(report.second);
+}
+
+std::string fileName(const Date& startedAt) {
+  char milliseconds[64];
+  std::snprintf(milliseconds, sizeof milliseconds, "%.0f", startedAt.since1970() * 1000.0);
+  return std::string(milliseconds) + "-" + UUID::random().string() + ".json";
+}
+
+}  // namespace
+
+void to_json(json& object, const CandidateDiagnostic& diagnostic) {
+  object = {{"encoder", diagnostic.encoder}, {"status", diagnostic.status}, {"reason", diagnostic.reason}};
+  putIfPresent(object, "bytes", diagnostic.bytes);
+  putIfPresent(object, "score", diagnostic.score);
+  if (diagnostic.detail) object["detail"] = repairedUTF8(*diagnostic.detail);
+}
+
+void from_json(const json& object, CandidateDiagnostic& diagnostic) {
+  const auto optional = [&]<typename Value>(const char* key, std::optional<Value>& value) {
+    const auto found = object.find(key);
+    value = found == object.end() || found->is_null() ? std::nullopt : std::optional(found->get<Value>());
+  };
+  object.at("encoder").get_to(diagnostic.encoder);
+  object.at("status").get_to(diagnostic.status);
+  object.at("reason").get_to(diagnostic.reason);
+  optional("bytes", diagnostic.bytes);
+  optional("score", diagnostic.score);
+  optional("detail", diagnostic.detail);
+}
+
+CompressionTrace::CompressionTrace(const URL& url, Date started) : source(url.path()), startedAt(started) {}
+
+void CompressionTrace::append(CandidateDiagnostic diagnostic) {
+  if (events_.size() >= maximumEvents) return;
+  if (diagnostic.detail) diagnostic.detail = characterPrefix(*diagnostic.detail, maximumDetailCharacters);
+  events_.push_back(std::move(diagnostic));
+}
+
+void CompressionTrace::save(const URL& directory) const noexcept {
+  try {
+    files::createDirectories(directory);
+    json report = {{"source", repairedUTF8(source)},
+                   {"startedAt", startedAt.iso8601()},
+                   {"outcome", outcome},
+                   {"attempts", events_}};
+    putIfPresent(report, "selectedEncoder", selectedEncoder);
+    if (profile) report["profile"] = repairedUTF8(*profile);
+    // A refusal is not worth waiting for the disk: a batch may hold thousands of them.
+    const auto durability = events_.empty() ? files::Durability::cached : files::Durability::flushed;
+    files::writeAtomically(directory.appending(fileName(startedAt)), report.dump(2), durability);
+    prune(directory);
+  } catch (...) {
+  }
+}
+
+}  // namespace tidewell

@@ -1,0 +1,93 @@
+// The two phases of a replacement, and the removal of its record.
+
+#include <unistd.h>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
+#include "CompressionKit/undo/UndoStore.h"
+
+namespace tidewell {
+namespace {
+
+/// Removes a file; one that is not there is as good as removed.
+void removeIfPresent(const URL& url) {
+  try {
+    files::removeItem(url);
+  } catch (const FileError& error) {
+    if (!error.isNoSuchFile()) throw;
+  }
+}
+
+/// Makes the directory and flushes the entries of those that had to be made.
+void createDurableDirectory(const URL& url) {
+  std::vector<URL> parents;
+  for (URL missing = url; missing.path() != "/" && !files::exists(missing);) {
+    missing = missing.deletingLastPathComponent();
+    parents.push_back(missing);
+  }
+  files::createDirectories(url, 0700);
+  for (const URL& parent : parents) files::flush(parent);
+}
+
+}  // namespace
+
+UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUID& sessionID,
+                              const std::optional<std::string>& convertedPath) const {
+  UndoRecord record;
+  record.id = UUID::random();
+  record.sessionID = sessionID;
+  record.backupName = record.id.string() + "." + asciiLowercased(source.pathExtension());
+  const URL session = root_.appending(sessionID.string());
+  const URL backup = backupURL(record);
+  createDurableDirectory(session);
+  files::copyItem(source, backup);
+  try {
+    record.originalBytes = fileSize(source);
+    record.replacementBytes = fileSize(candidate);
+    record.createdAt = Date::now();
+    record.originalPath = source.path();
+    record.replacementHash = hash(candidate);
+    record.originalHash = hash(backup);  // of the copy, so that the caller can prove it
+    record.state = UndoRecord::State::prepared;
+    record.convertedPath = convertedPath;
+    writeRecord(record);  // flushes the directory, and with it the backup's entry
+  } catch (...) {
+    files::removeItemIfPossible(backup);
+    rmdir(session.path().c_str());  // only when it is empty: other files of the batch are safe
+    throw;
+  }
+  return record;
+}
+
+void UndoStore::writeRecord(const UndoRecord& record) const {
+  files::writeAtomically(recordURL(record), record.json(), files::Durability::flushed, 0600);
+}
+
+void UndoStore::commit(const UndoRecord& record) const {
+  UndoRecord committed = record;
+  committed.state = UndoRecord::State::committed;
+  writeRecord(committed);
+}
+
+void UndoStore::discard(const UndoRecord& record) const noexcept {
+  try {
+    deleteRecord(record);
+  } catch (...) {
+  }
+}
+
+void UndoStore::deleteRecord(const UndoRecord& record) const {
+  try {
+    removeIfPresent(backupURL(record));
+    removeIfPresent(recordURL(record));
+  } catch (const FileError& error) {
+    const std::string name = repairedUTF8(URL::file(record.originalPath).lastPathComponent());
+    throw CompressionError::fileOperation("无法删除 " + name + " 的记录或备份：" + error.what());
+  }
+  rmdir(recordURL(record).deletingLastPathComponent().path().c_str());
+}
+
+}  // namespace tidewell

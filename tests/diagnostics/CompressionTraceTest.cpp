@@ -1,0 +1,82 @@
+#include "CompressionKit/diagnostics/CompressionTrace.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "CompressionKit/platform/Files.h"
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+using nlohmann::json;
+
+std::vector<URL> filesIn(const URL& directory) {
+  return files::contentsOfDirectory(directory);
+}
+
+TEST(CompressionTrace, WritesAReportWithoutWhatIsAbsent) {
+  const test::TemporaryFolder folder;
+  const CompressionTrace trace(URL::file("/a/\xFF.jpg"), Date::since1970(1700000000.4));
+  trace.save(folder / "reports/deep");
+  const auto reports = filesIn(folder / "reports/deep");
+  ASSERT_EQ(reports.size(), 1U);
+  EXPECT_TRUE(reports[0].lastPathComponent().starts_with("1700000000400-"));
+  const json expected = {{"attempts", json::array()},
+                         {"outcome", "failed"},
+                         {"source", "/a/\uFFFD.jpg"},
+                         {"startedAt", "2023-11-14T22:13:20Z"}};
+  EXPECT_EQ(json::parse(files::read(reports[0])), expected);
+}
+
+TEST(CompressionTrace, RecordsAttemptsWithinItsLimits) {
+  const test::TemporaryFolder folder;
+  CompressionTrace trace(URL::file("/a.jpg"));
+  trace.outcome = "replaced";
+  trace.selectedEncoder = "Jpegli q72 420";
+  trace.profile = "Display P3";
+  const CandidateDiagnostic accepted{"Jpegli q72 420", "accepted", "validated", 1234, 71.0625, std::nullopt};
+  std::string longDetail;
+  for (int i = 0; i < 1200; ++i) longDetail += "潮";
+  trace.append(accepted);
+  trace.append({"candidate", "error", "component_error", std::nullopt, std::nullopt, longDetail});
+  for (int i = 0; i < 200; ++i) trace.append(accepted);
+  EXPECT_EQ(trace.events().size(), 100U);
+  EXPECT_EQ(trace.events()[1].detail->size(), 3000U);
+
+  trace.save(folder.url());
+  const auto reports = filesIn(folder.url());
+  ASSERT_EQ(reports.size(), 1U);
+  const json report = json::parse(files::read(reports[0]));
+  EXPECT_EQ(report.at("profile"), "Display P3");
+  EXPECT_EQ(report.at("attempts").size(), 100U);
+  EXPECT_EQ(report.at("attempts")[0].get<CandidateDiagnostic>(), accepted);
+  EXPECT_FALSE(report.at("attempts")[1].contains("bytes") || report.at("attempts")[1].contains("score"));
+}
+
+TEST(CompressionTrace, KeepsTheNewestHundredReports) {
+  const test::TemporaryFolder folder;
+  for (int i = 0; i < 104; ++i) {
+    folder.write("16000000000" + std::to_string(100 + i) + "-AB-cd.json", "{}");
+  }
+  const std::vector<std::string> strangers = {"notes.json", "1-xyz.json",     "-AB.json",
+                                              "1-.json",    "12-AB.json.bak", "1.json"};
+  for (const auto& stranger : strangers) folder.write(stranger, "");
+  CompressionTrace(URL::file("/a.jpg"), Date::since1970(1700000000)).save(folder.url());
+
+  EXPECT_EQ(filesIn(folder.url()).size(), 100U + strangers.size());
+  for (const auto& stranger : strangers) EXPECT_TRUE(files::exists(folder / stranger)) << stranger;
+  EXPECT_FALSE(files::exists(folder / "16000000000104-AB-cd.json"));
+  EXPECT_TRUE(files::exists(folder / "16000000000105-AB-cd.json"));
+}
+
+TEST(CompressionTrace, NeverFails) {
+  const test::TemporaryFolder folder;
+  folder.write("file", "x");
+  CompressionTrace(URL::file("/a.jpg")).save(folder / "file/reports");
+  EXPECT_EQ(files::read(folder / "file"), "x");
+}
+
+}  // namespace
+}  // namespace tidewell

@@ -1,0 +1,318 @@
+#include "CompressionKit/undo/UndoStore.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <functional>
+#include <limits>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/undo/AtomicRename.h"
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+std::string messageOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+class UndoStoreTest : public testing::Test {
+ protected:
+  /// What the engine does: back up, swap in, commit.
+  UndoRecord replace(const URL& photo, std::string_view replacement, const UUID& session = UUID::random()) {
+    const URL candidate = folder_.write("work/candidate", replacement);
+    const UndoRecord record = store_.prepare(photo, candidate, session, std::nullopt);
+    atomicRename(candidate, photo);
+    store_.commit(record);
+    return record;
+  }
+  /// A committed record of a given age with a backup of `bytes` (sparse), and no replaced file.
+  UndoRecord plant(double createdAt, off_t bytes, UndoRecord::State state = UndoRecord::State::committed) {
+    UndoRecord record{.id = UUID::random(), .sessionID = UUID::random(), .createdAt = {createdAt}};
+    record.originalPath = "/somewhere/a.jpg";
+    record.backupName = record.id.string() + ".jpg";
+    record.originalBytes = bytes;
+    record.replacementHash = "0";
+    record.state = state;
+    const std::string place = "Undo/" + record.sessionID.string() + "/";
+    folder_.write(place + record.id.string() + ".json", record.json());
+    folder_.write(place + record.backupName, "");
+    EXPECT_EQ(truncate(store_.backupURL(record).path().c_str(), bytes), 0);
+    return record;
+  }
+  bool hasBackup(const UndoRecord& record) const { return files::exists(store_.backupURL(record)); }
+  std::size_t sessions() const { return files::contentsOfDirectory(store_.root()).size(); }
+
+  test::TemporaryFolder folder_;
+  UndoStore store_{folder_ / "Undo"};
+};
+
+TEST_F(UndoStoreTest, PreparesCommitsAndDeletes) {
+  const URL photo = folder_.write("photo.JPG", "original bytes");
+  const URL candidate = folder_.write("candidate", "smaller");
+  const UUID session = UUID::random();
+  const UndoRecord record = store_.prepare(photo, candidate, session, std::nullopt);
+
+  EXPECT_EQ(record.backupName, record.id.string() + ".jpg");
+  EXPECT_EQ(files::read(store_.backupURL(record)), "original bytes");
+  EXPECT_EQ(record.originalBytes, 14);
+  EXPECT_EQ(record.replacementBytes, 7);
+  EXPECT_EQ(record.originalHash, hash(photo));
+  EXPECT_EQ(record.replacementHash, hash(candidate));
+  EXPECT_EQ(store_.records(), std::vector{record});
+
+  store_.commit(record);
+  EXPECT_EQ(store_.records().front().state, UndoRecord::State::committed);
+
+  store_.removeBackup(record);
+  store_.deleteRecord(record);  // a backup that is gone already is no error
+  EXPECT_EQ(sessions(), 0U);
+}
+
+TEST_F(UndoStoreTest, FailedPreparationLeavesNothing) {
+  const URL photo = folder_.write("photo.jpg", "x");
+  EXPECT_THROW(store_.prepare(photo, folder_ / "missing", UUID::random(), std::nullopt), FileError);
+  EXPECT_EQ(sessions(), 0U);
+  // Another record of the same batch is not touched.
+  const UndoRecord kept = replace(photo, "y");
+  EXPECT_THROW(store_.prepare(photo, folder_ / "missing", kept.sessionID, std::nullopt), FileError);
+  EXPECT_TRUE(hasBackup(kept));
+}
+
+TEST_F(UndoStoreTest, DeletionThatFailsNamesTheFile) {
+  const UndoRecord record = replace(folder_.write("photo.jpg", "x"), "y");
+  const UndoStore elsewhere(folder_ /
+                            "photo.jpg");  // a file where the root should be: nothing to delete there
+  elsewhere.deleteRecord(record);
+  UndoRecord odd = record;
+  odd.backupName = std::string(300, 'n');
+  EXPECT_TRUE(messageOf([&] { store_.deleteRecord(odd); }).starts_with("无法删除 photo.jpg 的记录或备份："));
+}
+
+TEST_F(UndoStoreTest, RestoresBytesModeTimesAndTags) {
+  const URL photo = folder_.write("photo.jpg", "original");
+  ASSERT_EQ(chmod(photo.path().c_str(), 0604), 0);
+  const bool tagged = setxattr(photo.path().c_str(), "user.tidewell", "red", 3, 0) == 0;
+  const timespec times[2] = {{.tv_sec = 7, .tv_nsec = 0}, {.tv_sec = 1'000'000, .tv_nsec = 3}};
+  ASSERT_EQ(utimensat(AT_FDCWD, photo.path().c_str(), times, 0), 0);
+  const UndoRecord record = replace(photo, "smaller");
+  store_.restore(record);
+
+  struct stat info {};
+  ASSERT_EQ(stat(photo.path().c_str(), &info), 0);
+  EXPECT_EQ(files::read(photo), "original");
+  EXPECT_EQ(info.st_mode & 07777, 0604U);
+  EXPECT_EQ(info.st_mtim.tv_sec, 1'000'000);
+  if (tagged) {
+    char value[8];
+    EXPECT_EQ(getxattr(photo.path().c_str(), "user.tidewell", value, sizeof value), 3);
+  }
+  EXPECT_TRUE(store_.records().empty());
+  EXPECT_EQ(sessions(), 0U);
+}
+
+TEST_F(UndoStoreTest, RestoresOnlyWhatIsAsRecorded) {
+  using Change = std::function<void(const URL& photo, const URL& backup)>;
+  const struct {
+    const char* name;
+    Change change;
+    double age;
+    const char* message;
+  } cases[] = {
+      {"untouched, one second before expiry", [](auto&, auto&) {}, 14399, "no error"},
+      {"replaced file deleted", [](auto& photo, auto&) { files::removeItem(photo); }, 0, "no error"},
+      {"expired", [](auto&, auto&) {}, 14400, "原图备份已过期"},
+      {"edited", [](auto& photo, auto&) { files::writeAtomically(photo, "edited"); }, 0,
+       "文件已被修改，无法直接恢复"},
+      {"backup gone", [](auto&, auto& backup) { files::removeItem(backup); }, 0, "原图备份已不存在"},
+      {"backup one byte short", [](auto&, auto& backup) { EXPECT_EQ(truncate(backup.path().c_str(), 7), 0); },
+       0, "原图备份已损坏，无法恢复或对比"},
+      {"backup of other content", [](auto&, auto& backup) { files::writeAtomically(backup, "0riginal"); }, 0,
+       "原图备份已损坏，无法恢复或对比"},
+      {"backup replaced by a link",
+       [](auto& photo, auto& backup) {
+         const URL copy = photo.deletingLastPathComponent().appending("copy");
+         files::copyItem(backup, copy);
+         files::removeItem(backup);
+         EXPECT_EQ(symlink(copy.path().c_str(), backup.path().c_str()), 0);
+       },
+       0, "原图备份已损坏，无法恢复或对比"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const URL photo = folder_.write("photo.jpg", "original");
+    const UndoRecord record = replace(photo, "smaller");
+    c.change(photo, store_.backupURL(record));
+    const std::string before = files::exists(photo) ? files::read(photo) : "";
+    EXPECT_EQ(messageOf([&] { store_.restore(record, record.createdAt.adding(c.age)); }), c.message);
+
+    const bool restored = std::string_view(c.message) == "no error";
+    EXPECT_EQ(files::read(photo), restored ? "original" : before);
+    EXPECT_EQ(store_.records().empty(), restored);
+    if (c.age >= 14400) {
+      EXPECT_FALSE(hasBackup(record));
+    }
+    for (const URL& entry : files::contentsOfDirectory(folder_.url())) {
+      EXPECT_FALSE(entry.lastPathComponent().starts_with(".tidewell-")) << entry.path();
+    }
+    store_.discard(record);
+    files::removeItemIfPossible(folder_ / "copy");
+  }
+}
+
+TEST_F(UndoStoreTest, RestoringAConversionRemovesTheNewFile) {
+  for (const bool originalDeleted : {false, true}) {
+    const URL photo = folder_.write("photo.heic", "heic");
+    const URL converted = folder_.write("photo.png", "png");
+    const UndoRecord record = store_.prepare(photo, converted, UUID::random(), converted.path());
+    store_.commit(record);
+    if (originalDeleted) files::removeItem(photo);
+    store_.restore(record);
+    EXPECT_EQ(files::read(photo), "heic");
+    EXPECT_FALSE(files::exists(converted));
+  }
+  const URL photo = folder_.write("photo.heic", "heic");
+  const URL converted = folder_.write("photo.png", "png");
+  const UndoRecord record = store_.prepare(photo, converted, UUID::random(), converted.path());
+  folder_.write("photo.png", "edited");
+  EXPECT_THROW(store_.restore(record), CompressionError);
+  EXPECT_EQ(files::read(converted), "edited");
+  folder_.write("photo.png", "png");
+  folder_.write("photo.heic", "another");
+  EXPECT_THROW(store_.restore(record), CompressionError);
+  EXPECT_EQ(files::read(photo), "another");
+}
+
+TEST_F(UndoStoreTest, PathsAreBytes) {
+  const URL photo = folder_.write("p\xFFhoto.jpg", "original");
+  const UndoRecord record = replace(photo, "smaller");
+  ASSERT_EQ(store_.records().size(), 1U);
+  EXPECT_EQ(store_.records().front().originalPath, photo.path());
+  store_.restore(store_.records().front());
+  EXPECT_EQ(files::read(photo), "original");
+}
+
+TEST_F(UndoStoreTest, ListsNewestFirstAndSkipsWhatIsNoRecord) {
+  EXPECT_TRUE(store_.readRecords().empty());  // no root yet
+  store_.removeAll();
+  const UndoRecord older = plant(10, 1), newer = plant(20, 1);
+  folder_.write("Undo/file.json", newer.json());
+  folder_.write("Undo/other/notes.json", "{}");
+  folder_.write("Undo/other/" + older.id.string() + ".JSON", older.json());
+  EXPECT_EQ(store_.readRecords(), (std::vector{newer, older}));
+
+  // A record that cannot be read stops the strict listing only. (A directory, since root reads every file.)
+  files::createDirectory(folder_ / "Undo/other/x.json");
+  EXPECT_THROW(store_.readRecords(), FileError);
+  EXPECT_THROW(store_.removeAll(), FileError);
+  EXPECT_EQ(store_.records().size(), 2U);
+}
+
+TEST_F(UndoStoreTest, RemovesCommittedRecordsOnly) {
+  const UndoRecord prepared = plant(1, 1, UndoRecord::State::prepared);
+  plant(2, 1);
+  plant(3, 1);
+  store_.removeAll();
+  EXPECT_EQ(store_.records(), std::vector{prepared});
+  EXPECT_TRUE(hasBackup(prepared));
+  EXPECT_EQ(sessions(), 1U);
+}
+
+TEST_F(UndoStoreTest, CleansUpByAgeAndSize) {
+  constexpr off_t gibibyte = off_t{1} << 30;
+  constexpr std::int64_t limit = 5LL * gibibyte;
+  const UndoRecord waiting = plant(0, 9 * gibibyte, UndoRecord::State::prepared);
+  const UndoRecord old = plant(1000, 1);
+  store_.cleanup(14400, limit, {1000 + 14399});
+  EXPECT_TRUE(hasBackup(old));
+  store_.cleanup(14400, limit, {1000 + 14400});
+  EXPECT_FALSE(hasBackup(old));
+  EXPECT_TRUE(hasBackup(waiting));
+  EXPECT_EQ(store_.records().size(), 2U);  // the record stays
+
+  const UndoRecord three = plant(2000, 3 * gibibyte), two = plant(2001, 2 * gibibyte);
+  store_.cleanup(14400, limit, {2100});
+  EXPECT_TRUE(hasBackup(three));                // exactly the limit
+  const UndoRecord one = plant(9e9, gibibyte);  // from a clock that was set back
+  store_.cleanup(14400, limit, {2100});
+  EXPECT_FALSE(hasBackup(three));
+  EXPECT_TRUE(hasBackup(two) && hasBackup(one));
+
+  EXPECT_EQ(store_.nextBackupExpiration(), Date{2001 + 14400.0});
+  UndoStore(folder_ / "nowhere").cleanup(1, 1, {0});
+  EXPECT_FALSE(UndoStore(folder_ / "nowhere").nextBackupExpiration());
+}
+
+TEST(BackupMaintenanceDelay, StaysBetweenASecondAndAnHour) {
+  const Date now{1000};
+  const double infinity = std::numeric_limits<double>::infinity();
+  const struct {
+    std::optional<Date> until;
+    double seconds;
+  } cases[] = {{std::nullopt, 12},  {Date{970}, 1},       {Date{1090}, 90},     {Date{1000.5}, 1},
+               {Date{19000}, 3600}, {Date{infinity}, 60}, {Date{-infinity}, 60}};
+  for (const auto& c : cases) EXPECT_EQ(BackupMaintenanceDelay::seconds(c.until, now, 12), c.seconds);
+}
+
+TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
+  UndoRecord record{.id = UUID::random(), .sessionID = UUID::random(), .createdAt = {12.25}};
+  record.originalPath = "/a/照片/\xF0\x28.heic";
+  record.backupName = "x.heic";
+  record.replacementHash = "ab";
+  record.convertedPath = "/a/b.png";
+  const std::string text = record.json();
+  EXPECT_EQ(UndoRecord::parse(text), record);
+  EXPECT_EQ(text.find("originalHash"), std::string::npos);
+  record.originalHash = "cd";
+  EXPECT_EQ(UndoRecord::parse(record.json()), record);
+
+  const auto changed = [&](const std::string& from, const std::string& to) {
+    std::string copy = text;
+    const auto at = copy.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return UndoRecord::parse(copy.replace(at, from.size(), to));
+  };
+  EXPECT_TRUE(changed("{", "{\"unknown\":[1],"));
+  EXPECT_TRUE(changed("\"/a/b.png\"", "null"));
+  for (const auto& [from, to] :
+       std::vector<std::pair<std::string, std::string>>{{"prepared", "Prepared"},
+                                                        {"\"x.heic\"", "\"../x.heic\""},
+                                                        {"\"x.heic\"", "\"a/b\""},
+                                                        {"\"x.heic\"", "\"..\""},
+                                                        {"/a/b.png", "b.png"},
+                                                        {"\"originalBytes\":0", "\"originalBytes\":\"0\""},
+                                                        {"12.25", "\"now\""},
+                                                        {record.id.string(), "no-uuid"}}) {
+    EXPECT_FALSE(changed(from, to)) << to;
+  }
+  for (const char* bad : {"", "[]", "null", "{\"id\":1}"}) EXPECT_FALSE(UndoRecord::parse(bad)) << bad;
+}
+
+TEST(AtomicRename, ReplacesOrRefuses) {
+  const test::TemporaryFolder folder;
+  const URL a = folder.write("a", "a"), b = folder.write("b", "b");
+  EXPECT_FALSE(atomicRenameIfAbsent(a, b));
+  EXPECT_EQ(files::read(b), "b");
+  atomicRename(a, b);
+  EXPECT_EQ(files::read(b), "a");
+  EXPECT_TRUE(atomicRenameIfAbsent(b, folder / "c"));
+  EXPECT_FALSE(files::exists(b));
+  const URL c = folder / "c";
+  EXPECT_EQ(messageOf([&] { atomicRename(c, folder / "no/d"); }), "替换文件失败：No such file or directory");
+  EXPECT_EQ(messageOf([&] { atomicRenameIfAbsent(c, folder / "no/d"); }),
+            "保存 PNG 失败：No such file or directory");
+}
+
+}  // namespace
+}  // namespace tidewell
