@@ -39,7 +39,10 @@ class UndoStoreTest : public testing::Test {
   }
   /// A committed record of a given age with a backup of `bytes` (sparse), and no replaced file.
   UndoRecord plant(double createdAt, off_t bytes, UndoRecord::State state = UndoRecord::State::committed) {
-    UndoRecord record{.id = UUID::random(), .sessionID = UUID::random(), .createdAt = {createdAt}};
+    UndoRecord record;
+    record.id = UUID::random();
+    record.sessionID = UUID::random();
+    record.createdAt = {createdAt};
     record.originalPath = "/somewhere/a.jpg";
     record.backupName = record.id.string() + ".jpg";
     record.originalBytes = bytes;
@@ -266,7 +269,9 @@ TEST(BackupMaintenanceDelay, StaysBetweenASecondAndAnHour) {
 }
 
 TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
-  UndoRecord record{.id = UUID::random(), .sessionID = UUID::random(), .createdAt = {12.25}};
+  UndoRecord record;
+  record.id = UUID::random();
+  record.createdAt = {12.25};
   record.originalPath = "/a/照片/\xF0\x28.heic";
   record.backupName = "x.heic";
   record.replacementHash = "ab";

@@ -1,0 +1,99 @@
+#include "CompressionKit/image/GIFPalette.h"
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/image/PNGBytes.h"
+#include "CompressionKit/platform/Bitmap.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/PNGWriter.h"
+
+namespace tidewell {
+namespace {
+
+constexpr std::size_t maximumCells = 8;
+constexpr std::int64_t maximumCellSide = 640;
+constexpr std::size_t maximumPaletteBytes = 768;
+
+/// Frame `url` at exactly the cell's size. A frame of another shape, which an animation's canvas never has,
+/// is brought to it by nearest pixels.
+Bitmap cell(const URL& url, std::int64_t width, std::int64_t height) {
+  const auto source = ImageSource::open(url);
+  Bitmap image = views::thumbnail(*source, 0, std::max(width, height), false);
+  if (image.width == width && image.height == height) return image;
+  Bitmap scaled{
+      .width = width, .height = height, .pixels = {}, .hasAlpha = image.hasAlpha, .color = image.color};
+  scaled.pixels.resize(static_cast<std::size_t>(width * height) * 4);
+  for (std::int64_t y = 0; y < height; ++y) {
+    const auto from = image.row(y * image.height / height);
+    const auto to = scaled.row(y);
+    for (std::int64_t x = 0; x < width; ++x) {
+      std::copy_n(from.begin() + x * image.width / width * 4, 4, to.begin() + x * 4);
+    }
+  }
+  return scaled;
+}
+
+}  // namespace
+
+URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory) {
+  if (frames.empty()) throw CompressionError::invalidImage();
+  try {
+    const ImageProperties first = ImageSource::open(frames.front())->properties(0);
+    const std::size_t cells = std::min(frames.size(), maximumCells);
+    const double scale = std::min(
+        static_cast<double>(maximumCellSide) / static_cast<double>(std::max(first.width, first.height)), 1.0);
+    const auto reduced = [scale](std::int64_t side) {
+      return std::max<std::int64_t>(1, static_cast<std::int64_t>(scale * static_cast<double>(side)));
+    };
+    const std::int64_t width = reduced(first.width), height = reduced(first.height);
+
+    const URL url = directory.appending("gif-colour-sample.png");
+    PNGWriter writer(url, {.width = width,
+                           .height = height * static_cast<std::int64_t>(cells),
+                           .hasAlpha = true,
+                           .bitsPerSample = 8,
+                           .color = {},
+                           .fast = true});
+    // Cell 0 stands at the bottom, so the file's first rows are those of the last one.
+    for (std::size_t i = cells; i-- > 0;) {
+      const std::size_t index = cells == 1 ? 0 : i * (frames.size() - 1) / (cells - 1);
+      const Bitmap image = cell(frames[index], width, height);
+      for (std::int64_t y = 0; y < height; ++y) writer.writeRow(image.row(y));
+    }
+    writer.finish();
+    return url;
+  } catch (const ImageDecodeError&) {
+    throw CompressionError::invalidImage();
+  } catch (const FileError&) {
+    throw CompressionError::invalidImage();
+  }
+}
+
+void GIFPalette::colourMap(const URL& palettePNG, const URL& destination) {
+  const std::string data = files::read(palettePNG);
+  if (data.size() < 20 || !data.starts_with(pngSignature)) throw CompressionError::invalidImage();
+  for (std::size_t p = pngSignature.size(); p + pngChunkOverhead <= data.size();) {
+    const std::size_t length = bigEndian32(data, p);
+    if (length > data.size() - pngChunkOverhead - p) throw CompressionError::invalidImage();
+    if (data.compare(p + 4, 4, "PLTE") == 0) {
+      if (length < 1 || length > maximumPaletteBytes || length % 3 != 0)
+        throw CompressionError::invalidImage();
+      std::string text;
+      for (std::size_t i = p + 8; i < p + 8 + length; ++i) {
+        text += std::to_string(static_cast<unsigned char>(data[i]));
+        text += (i - p - 8) % 3 == 2 ? '\n' : ' ';
+      }
+      files::writeAtomically(destination, text, files::Durability::cached);
+      return;
+    }
+    p += length + pngChunkOverhead;
+  }
+  throw CompressionError::invalidImage();
+}
+
+}  // namespace tidewell

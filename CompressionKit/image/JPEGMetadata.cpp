@@ -1,0 +1,219 @@
+#include "CompressionKit/image/JPEGMetadata.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/image/OrientationExif.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/ImageSource.h"
+
+namespace tidewell {
+namespace {
+
+constexpr std::size_t headBytes = 0x100000;  // what the walks look at of a file
+
+constexpr unsigned startOfImage = 0xD8, endOfImage = 0xD9, startOfScan = 0xDA, quantisationTables = 0xDB;
+constexpr unsigned app1 = 0xE1, app2 = 0xE2;
+
+unsigned byteAt(std::string_view data, std::size_t i) {
+  return static_cast<unsigned char>(data[i]);
+}
+
+unsigned bigEndian16(std::string_view data, std::size_t i) {
+  return byteAt(data, i) << 8 | byteAt(data, i + 1);
+}
+
+bool isJPEG(std::string_view data) {
+  return data.size() > 3 && byteAt(data, 0) == 0xFF && byteAt(data, 1) == startOfImage;
+}
+
+bool isStandalone(unsigned marker) {
+  return marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8);
+}
+
+/// One step of a walk over the segments before the first scan.
+struct Segment {
+  std::size_t start;  ///< the first 0xFF
+  std::size_t at;     ///< the marker's own byte
+  unsigned marker;
+  std::size_t end;  ///< one past the body; only for segments with a length
+};
+
+/// The marker at `i`, fill bytes skipped. Nothing when there is none.
+std::optional<Segment> markerAt(std::string_view data, std::size_t i) {
+  if (i + 3 >= data.size() || byteAt(data, i) != 0xFF) return std::nullopt;
+  std::size_t at = i;
+  while (at < data.size() && byteAt(data, at) == 0xFF) ++at;
+  if (at == data.size()) return std::nullopt;
+  return Segment{.start = i, .at = at, .marker = byteAt(data, at), .end = at + 1};
+}
+
+/// Reads the length behind the marker; false when it is missing or runs past the end.
+bool measure(std::string_view data, Segment& segment) {
+  if (segment.at + 2 >= data.size()) return false;
+  const std::size_t length = bigEndian16(data, segment.at + 1);
+  if (length < 2 || length > data.size() - (segment.at + 1)) return false;
+  segment.end = segment.at + 1 + length;
+  return true;
+}
+
+std::optional<std::string> head(const URL& url) {
+  try {
+    return files::read(url, headBytes);
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+/// The TIFF structure of a multi-picture index, from its byte-order mark to the end of its segment.
+class MultiPictureIndex {
+ public:
+  enum class Answer { several, one, silent, malformed };
+
+  explicit MultiPictureIndex(std::string_view tiff) : tiff_(tiff) {}
+
+  Answer read() {
+    const auto mark = tiff_.substr(0, 2);
+    if (mark != "II" && mark != "MM") return Answer::malformed;
+    littleEndian_ = mark == "II";
+    const auto magic = value(2, 2), offset = value(4, 4);
+    if (magic != 42U || !offset || *offset > tiff_.size() - 2) return Answer::malformed;
+    const auto count = value(*offset, 2);
+    if (!count || *count > (tiff_.size() - *offset - 2) / 12) return Answer::malformed;
+    for (std::size_t k = 0; k < *count; ++k) {
+      const std::size_t entry = *offset + 2 + 12 * k;
+      const auto images = value(entry + 8, 4);
+      if (value(entry, 2) == 0xB001U && value(entry + 2, 2) == 4U && value(entry + 4, 4) == 1U && images) {
+        return *images > 1 ? Answer::several : Answer::one;
+      }
+    }
+    return Answer::silent;
+  }
+
+ private:
+  std::optional<std::uint32_t> value(std::size_t position, std::size_t size) const {
+    if (position > tiff_.size() || tiff_.size() - position < size) return std::nullopt;
+    std::uint32_t result = 0;
+    for (std::size_t i = 0; i < size; ++i) {
+      result = result << 8 | byteAt(tiff_, position + (littleEndian_ ? size - 1 - i : i));
+    }
+    return result;
+  }
+
+  std::string_view tiff_;
+  bool littleEndian_ = false;
+};
+
+/// The average step of the first table with id 0 in a DQT body. Nothing without such a table; -1 for a body
+/// that is malformed.
+std::optional<double> averageStep(std::string_view body) {
+  for (std::size_t i = 0; i < body.size();) {
+    const unsigned head = byteAt(body, i++);
+    if (head > 31) return -1;
+    const std::size_t entry = head >> 4 ? 2 : 1;
+    if (body.size() - i < 64 * entry) return -1;
+    if ((head & 15U) == 0) {
+      unsigned sum = 0;
+      for (std::size_t k = 0; k < 64; ++k) {
+        sum += entry == 2 ? bigEndian16(body, i + 2 * k) : byteAt(body, i + k);
+      }
+      return sum / 64.0;
+    }
+    i += 64 * entry;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool JPEGMetadata::hasMultiplePictures(const URL& url) {
+  const auto file = head(url);
+  if (!file || !isJPEG(*file)) return false;
+  const std::string_view data = *file;
+  for (std::size_t i = 2;;) {
+    auto segment = markerAt(data, i);
+    if (!segment || segment->marker == endOfImage || segment->marker == startOfScan) return false;
+    if (!isStandalone(segment->marker)) {
+      if (!measure(data, *segment)) return false;
+      const std::size_t body = segment->at + 3, length = segment->end - (segment->at + 1);
+      if (segment->marker == app2 && length >= 18 && data.substr(body, 4) == std::string_view("MPF\0", 4)) {
+        switch (MultiPictureIndex(data.substr(body + 4, segment->end - (body + 4))).read()) {
+          case MultiPictureIndex::Answer::several:
+            return true;
+          case MultiPictureIndex::Answer::one:
+          case MultiPictureIndex::Answer::malformed:
+            return false;
+          case MultiPictureIndex::Answer::silent:
+            break;
+        }
+      }
+    }
+    i = segment->end;
+  }
+}
+
+bool ImageFacts::hasFineJPEGQuantization(const URL& url) {
+  const auto file = head(url);
+  if (!file || !isJPEG(*file)) return false;
+  const std::string_view data = *file;
+  for (std::size_t i = 2;;) {
+    auto segment = markerAt(data, i);
+    if (!segment || segment->marker == endOfImage || segment->marker == startOfScan) return false;
+    if (!isStandalone(segment->marker)) {
+      if (!measure(data, *segment)) return false;
+      if (segment->marker == quantisationTables) {
+        const std::size_t body = segment->at + 3;
+        if (const auto step = averageStep(data.substr(body, segment->end - body)))
+          return *step > 0 && *step <= 2;
+      }
+    }
+    i = segment->end;
+  }
+}
+
+void JPEGMetadata::preserveOrientation(int orientation, const URL& url) {
+  if (orientation < 1 || orientation > 8) throw CompressionError::validationFailed();
+  std::optional<int> current;
+  try {
+    const auto source = ImageSource::open(url);
+    if (source->typeIdentifier() != "public.jpeg") throw CompressionError::invalidImage();
+    current = source->properties(0).orientation;
+  } catch (const ImageDecodeError&) {
+    throw CompressionError::invalidImage();
+  } catch (const FileError&) {
+    throw CompressionError::invalidImage();
+  }
+  if (current.value_or(1) == orientation) return;
+
+  const std::string data = files::read(url);
+  if (!isJPEG(data)) throw CompressionError::invalidImage();
+  std::string output = data.substr(0, 2);
+  output += std::string_view(
+      "\xFF\xE1\0\x22"
+      "Exif\0\0",
+      10);
+  output += orientationExif(orientation);
+  for (std::size_t i = 2;;) {
+    auto segment = markerAt(data, i);
+    if (!segment) throw CompressionError::invalidImage();
+    if (segment->marker == endOfImage || segment->marker == startOfScan) {
+      output.append(data, segment->start);
+      break;
+    }
+    if (!measure(data, *segment)) throw CompressionError::invalidImage();
+    const auto body = std::string_view(data).substr(segment->at + 3, segment->end - (segment->at + 3));
+    const bool isExif = segment->marker == app1 && body.starts_with(std::string_view("Exif\0\0", 6));
+    if (!isExif) output.append(data, segment->start, segment->end - segment->start);
+    i = segment->end;
+  }
+  // A candidate in a private folder: it is flushed when it takes the original's place.
+  files::writeAtomically(url, output, files::Durability::cached);
+}
+
+}  // namespace tidewell

@@ -1,0 +1,131 @@
+// The comparisons of `ImageFacts` that look at decoded pixels: both images are decoded in step, a band of
+// rows at a time, so that memory stays bounded whatever their size.
+
+#include <algorithm>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/platform/ImageSource.h"
+
+namespace tidewell {
+namespace {
+
+constexpr std::int64_t bandPixels = 1'048'576;
+constexpr std::int64_t maximumBandPixels = 25'000'000;  // a single row can be that long
+
+using Band = std::span<const std::uint8_t>;
+using Check = std::function<bool(Band original, Band candidate)>;
+
+/// Calls `check` with each band of both images from top to bottom; stops at the first false.
+bool walkBands(RowReader& original, RowReader& candidate, const Check& check) {
+  const std::int64_t width = original.width(), height = original.height();
+  if (width != candidate.width() || height != candidate.height() || width < 1 || height < 1) return false;
+  const std::int64_t rowsPerBand = std::max<std::int64_t>(1, std::min(bandPixels / width, height));
+  if (width > maximumBandPixels / rowsPerBand) return false;
+  const auto rowBytes = static_cast<std::size_t>(width) * 4;
+  std::vector<std::uint8_t> first(rowBytes * static_cast<std::size_t>(rowsPerBand)), second(first.size());
+  for (std::int64_t y = 0; y < height; y += rowsPerBand) {
+    const auto rows = static_cast<std::size_t>(std::min(rowsPerBand, height - y));
+    for (std::size_t row = 0; row < rows; ++row) {
+      original.read(std::span(first).subspan(row * rowBytes, rowBytes));
+      candidate.read(std::span(second).subspan(row * rowBytes, rowBytes));
+    }
+    if (!check(std::span(first).first(rows * rowBytes), std::span(second).first(rows * rowBytes)))
+      return false;
+  }
+  return true;
+}
+
+bool compareFirstImages(const URL& original, const URL& candidate, const Check& check) {
+  try {
+    const auto first = ImageSource::open(original);
+    const auto second = ImageSource::open(candidate);
+    const auto firstRows = first->rows(0);
+    const auto secondRows = second->rows(0);
+    return walkBands(*firstRows, *secondRows, check);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool bytesEqual(Band original, Band candidate) {
+  return std::ranges::equal(original, candidate);
+}
+
+/// How far an alpha channel moved, over all pixels that are visible in either image.
+class AlphaStatistics {
+ public:
+  /// False when a single pixel alone rules the candidate out.
+  bool add(Band original, Band candidate) {
+    for (std::size_t i = 3; i < original.size(); i += 4) {
+      const int a = original[i], b = candidate[i];
+      if (a == 255 && b < 192) return false;  // a hole in what was opaque
+      if (a == 0 && b > 2) return false;      // a stain on what was clear
+      if (a == 0 && b == 0) continue;
+      const int difference = std::abs(a - b);
+      ++counted_;
+      if (difference >= 33) ++large_;
+      sum_ += difference;
+      squares_ += difference * difference;
+      originalCoverage_ += a;
+      candidateCoverage_ += b;
+    }
+    return true;
+  }
+
+  bool withinLimits() const {
+    if (counted_ == 0) return true;
+    if (originalCoverage_ <= 0) return candidateCoverage_ == 0;
+    const auto counted = static_cast<double>(counted_);
+    return sum_ / counted <= 2.0 && squares_ / counted <= 36.0 &&
+           static_cast<double>(large_) / counted <= 0.005 &&
+           std::abs(candidateCoverage_ - originalCoverage_) / originalCoverage_ <= 0.01;
+  }
+
+ private:
+  std::int64_t counted_ = 0, large_ = 0;
+  double sum_ = 0, squares_ = 0, originalCoverage_ = 0, candidateCoverage_ = 0;
+};
+
+}  // namespace
+
+bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate) {
+  return compareFirstImages(original, candidate, bytesEqual);
+}
+
+bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance) {
+  return compareFirstImages(original, candidate, [tolerance](Band a, Band b) {
+    for (std::size_t i = 3; i < a.size(); i += 4) {
+      if (std::abs(a[i] - b[i]) > tolerance) return false;
+    }
+    return true;
+  });
+}
+
+bool ImageFacts::quantizedAlphaWithin(const URL& original, const URL& candidate) {
+  AlphaStatistics statistics;
+  return compareFirstImages(original, candidate, [&](Band a, Band b) { return statistics.add(a, b); }) &&
+         statistics.withinLimits();
+}
+
+bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate) {
+  try {
+    const auto first = ImageSource::open(original);
+    const auto second = ImageSource::open(candidate);
+    if (first->count() != second->count()) return false;
+    for (std::size_t i = 0; i < first->count(); ++i) {
+      const auto firstRows = first->rows(i);
+      const auto secondRows = second->rows(i);
+      if (!walkBands(*firstRows, *secondRows, bytesEqual)) return false;
+    }
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+}  // namespace tidewell
