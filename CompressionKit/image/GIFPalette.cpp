@@ -5,7 +5,7 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/image/PNGBytes.h"
+#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Bitmap.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"

@@ -11,7 +11,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/OrientationExif.h"
-#include "CompressionKit/image/PNGBytes.h"
+#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/URL.h"
+
+// What `ImageSource::open` chooses from. A new format is a file beside these and a line in ImageSource.cpp.
+namespace tidewell {
+
+bool looksLikeJPEG(std::string_view head);
+bool looksLikePNG(std::string_view head);
+bool looksLikeGIF(std::string_view head);
+
+std::unique_ptr<ImageSource> openJPEG(const URL& url);
+std::unique_ptr<ImageSource> openPNG(const URL& url);
+std::unique_ptr<ImageSource> openGIF(const URL& url);
+
+// --- What the decoders share -------------------------------------------------------------------------------
+
+/// The name of an untagged image's colour space, and of one marked as sRGB.
+inline constexpr const char* sRGBName = "sRGB IEC61966-2.1";
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+/// Opens for reading with close-on-exec. Throws `FileError`.
+File openFile(const URL& url);
+
+/// The orientation (1 to 8) in the first directory of a TIFF structure (an Exif block without the "Exif"
+/// prefix). Nothing when there is none, or another number.
+std::optional<int> exifOrientation(std::string_view tiff);
+
+/// Puts an embedded profile into the properties: its name, and what a copy in RGB must carry. A profile that
+/// cannot be read counts as absent.
+void describeProfile(ImageProperties& properties, std::string icc);
+
+}  // namespace tidewell

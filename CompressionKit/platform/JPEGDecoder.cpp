@@ -1,0 +1,196 @@
+#include <csetjmp>
+#include <cstdio>
+// libjpeg's headers want <cstdio> first.
+#include <jerror.h>
+#include <jpeglib.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "CompressionKit/platform/Decoders.h"
+#include "CompressionKit/platform/JPEGHeader.h"
+
+namespace tidewell {
+namespace {
+
+/// More scans than any encoder writes; each costs a pass over the whole image.
+constexpr int maximumScans = 500;
+
+struct ErrorManager {
+  jpeg_error_mgr base{};
+  std::jmp_buf jump;
+  bool damaged = false;
+  char message[JMSG_LENGTH_MAX] = {};
+};
+
+ErrorManager& errorsOf(j_common_ptr jpeg) {
+  return *reinterpret_cast<ErrorManager*>(jpeg->err);
+}
+
+/// Warnings that mean missing or broken pixels. Others (bytes between segments, odd application markers)
+/// are found in sound photos.
+bool meansDamage(int code) {
+  return code == JWRN_HIT_MARKER || code == JWRN_JPEG_EOF || code == JWRN_HUFF_BAD_CODE ||
+         code == JWRN_MUST_RESYNC;
+}
+
+/// One decompression of a file from its start. Every call into libjpeg goes through `guarded`: its errors
+/// come back by longjmp, so no object with a destructor may live in the calls in between.
+class Decompressor {
+ public:
+  explicit Decompressor(std::FILE* file) {
+    jpeg_.err = jpeg_std_error(&errors_.base);
+    errors_.base.error_exit = [](j_common_ptr jpeg) {
+      jpeg->err->format_message(jpeg, errorsOf(jpeg).message);
+      std::longjmp(errorsOf(jpeg).jump, 1);
+    };
+    errors_.base.emit_message = [](j_common_ptr jpeg, int level) {
+      if (level < 0 && meansDamage(jpeg->err->msg_code)) errorsOf(jpeg).damaged = true;
+    };
+    progress_.progress_monitor = [](j_common_ptr jpeg) {
+      const auto* decompress = reinterpret_cast<j_decompress_ptr>(jpeg);
+      if (decompress->input_scan_number > maximumScans) ERREXIT(jpeg, JERR_BAD_PROGRESSION);
+    };
+    std::rewind(file);
+    guarded([&] {
+      jpeg_create_decompress(&jpeg_);
+      jpeg_.progress = &progress_;
+      // Progressive images are held as coefficients; libjpeg has nowhere to put what goes beyond this.
+      jpeg_.mem->max_memory_to_use = static_cast<long>(ImageLimits::maximumResidentBytes);
+      jpeg_stdio_src(&jpeg_, file);
+      jpeg_read_header(&jpeg_, TRUE);
+    });
+  }
+  Decompressor(const Decompressor&) = delete;
+  Decompressor& operator=(const Decompressor&) = delete;
+  ~Decompressor() { jpeg_destroy_decompress(&jpeg_); }
+
+  jpeg_decompress_struct& jpeg() { return jpeg_; }
+
+  template <typename Call>
+  void guarded(Call call) {
+    if (setjmp(errors_.jump) != 0) throw ImageDecodeError(errors_.message);
+    call();
+    if (errors_.damaged) throw ImageDecodeError("damaged or cut off");
+  }
+
+ private:
+  jpeg_decompress_struct jpeg_{};
+  jpeg_progress_mgr progress_{};
+  ErrorManager errors_;
+};
+
+bool isInks(J_COLOR_SPACE space) {
+  return space == JCS_CMYK || space == JCS_YCCK;
+}
+
+class JPEGRowReader final : public RowReader {
+ public:
+  JPEGRowReader(std::FILE* file, std::int64_t minimumLongSide) : decompressor_(file) {
+    auto& jpeg = decompressor_.jpeg();
+    const bool inks = isInks(jpeg.jpeg_color_space);
+    jpeg.out_color_space = inks ? JCS_CMYK : JCS_EXT_RGBA;
+    const std::int64_t longSide = std::max(jpeg.image_width, jpeg.image_height);
+    jpeg.scale_denom = 8;
+    jpeg.scale_num = 8;
+    if (minimumLongSide > 0) {
+      while (jpeg.scale_num > 1 && longSide * (jpeg.scale_num - 1) / 8 >= minimumLongSide) --jpeg.scale_num;
+    }
+    decompressor_.guarded([&] { jpeg_start_decompress(&jpeg); });
+    if (inks) inks_.resize(static_cast<std::size_t>(jpeg.output_width) * 4);
+  }
+
+  std::int64_t width() const override { return decompressor_.jpeg().output_width; }
+  std::int64_t height() const override { return decompressor_.jpeg().output_height; }
+
+  void read(std::span<std::uint8_t> row) override {
+    auto& jpeg = decompressor_.jpeg();
+    if (jpeg.output_scanline >= jpeg.output_height) throw ImageDecodeError("read past the last row");
+    JSAMPROW target = inks_.empty() ? row.data() : inks_.data();
+    decompressor_.guarded([&] { jpeg_read_scanlines(&jpeg, &target, 1); });
+    if (!inks_.empty()) convertInks(row);
+  }
+
+  void skip(std::int64_t count) override {
+    auto& jpeg = decompressor_.jpeg();
+    const std::int64_t left = static_cast<std::int64_t>(jpeg.output_height) - jpeg.output_scanline;
+    if (count > left) throw ImageDecodeError("read past the last row");
+    decompressor_.guarded([&] { jpeg_skip_scanlines(&jpeg, static_cast<JDIMENSION>(count)); });
+  }
+
+ private:
+  /// Adobe's files, which are nearly all of this kind, hold the inks inverted.
+  void convertInks(std::span<std::uint8_t> row) {
+    const bool inverted = decompressor_.jpeg().saw_Adobe_marker != FALSE;
+    for (std::size_t i = 0; i < inks_.size(); i += 4) {
+      const unsigned key = inverted ? inks_[i + 3] : 255U - inks_[i + 3];
+      for (std::size_t c = 0; c < 3; ++c) {
+        const unsigned ink = inverted ? inks_[i + c] : 255U - inks_[i + c];
+        row[i + c] = static_cast<std::uint8_t>((ink * key + 127) / 255);
+      }
+      row[i + 3] = 255;
+    }
+  }
+
+  mutable Decompressor decompressor_;
+  std::vector<std::uint8_t> inks_;
+};
+
+class JPEGSource final : public ImageSource {
+ public:
+  explicit JPEGSource(const URL& url) : file_(openFile(url)) {
+    Decompressor decompressor(file_.get());
+    const auto& jpeg = decompressor.jpeg();
+    properties_.width = jpeg.image_width;
+    properties_.height = jpeg.image_height;
+    const bool inks = isInks(jpeg.jpeg_color_space);
+    properties_.colorSpaceName = inks ? "Generic CMYK" : sRGBName;
+    properties_.color.srgb = true;
+    JPEGHeader header = readJPEGHeader(file_.get());
+    properties_.orientation = header.orientation;
+    describeProfile(properties_, std::move(header.icc));
+  }
+
+  std::string_view typeIdentifier() const override { return "public.jpeg"; }
+  std::size_t count() override { return 1; }
+  ImageProperties properties(std::size_t) override { return properties_; }
+  std::unique_ptr<RowReader> rows(std::size_t, std::int64_t minimumLongSide) override {
+    return std::make_unique<JPEGRowReader>(file_.get(), minimumLongSide);
+  }
+
+  /// All entropy-coded data is read, but only one sample of each block is computed: what is missing or broken
+  /// shows in the former.
+  void verify(std::size_t) override {
+    Decompressor decompressor(file_.get());
+    auto& jpeg = decompressor.jpeg();
+    jpeg.scale_num = 1;
+    jpeg.scale_denom = 8;
+    jpeg.out_color_space = jpeg.jpeg_color_space;
+    jpeg.do_fancy_upsampling = FALSE;
+    jpeg.dct_method = JDCT_IFAST;
+    decompressor.guarded([&] { jpeg_start_decompress(&jpeg); });
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(jpeg.output_width) *
+                                  static_cast<std::size_t>(jpeg.output_components));
+    JSAMPROW target = row.data();
+    while (jpeg.output_scanline < jpeg.output_height) {
+      decompressor.guarded([&] { jpeg_read_scanlines(&jpeg, &target, 1); });
+    }
+    decompressor.guarded([&] { jpeg_finish_decompress(&jpeg); });
+  }
+
+ private:
+  File file_;
+  ImageProperties properties_;
+};
+
+}  // namespace
+
+bool looksLikeJPEG(std::string_view head) {
+  return head.starts_with("\xFF\xD8\xFF");
+}
+
+std::unique_ptr<ImageSource> openJPEG(const URL& url) {
+  return std::make_unique<JPEGSource>(url);
+}
+
+}  // namespace tidewell

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+namespace tidewell {
+
+/// The metadata of a JPEG that libjpeg would hold in memory whatever its size: read with limits of our own.
+struct JPEGHeader {
+  std::optional<int> orientation;  ///< of the first Exif segment
+  std::string icc;  ///< put together from its segments (ICC.1, annex B.4); empty when incomplete
+};
+
+/// Reads the segments before the first scan. Stops quietly at anything malformed: whether the file is sound
+/// is the decoder's business.
+JPEGHeader readJPEGHeader(std::FILE* file);
+
+}  // namespace tidewell

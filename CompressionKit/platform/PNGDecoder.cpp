@@ -1,0 +1,289 @@
+#include <png.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/Decoders.h"
+#include "CompressionKit/platform/PNGBytes.h"
+#include "CompressionKit/platform/Premultiply.h"
+
+namespace tidewell {
+namespace {
+
+/// Chunks that say nothing about pixels or colours: text may be long and compressed.
+constexpr char ignoredChunks[] = "tEXt\0zTXt\0iTXt\0sPLT\0hIST\0tIME\0pCAL\0sCAL\0oFFs";
+constexpr char codePointsChunk[] = "cICP";
+
+/// One decoding of a file from its start. Every call into libpng goes through `guarded`: its errors come back
+/// by longjmp, so no object with a destructor may live in the calls in between.
+class Reader {
+ public:
+  explicit Reader(std::FILE* file) {
+    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, onError, [](png_structp, png_const_charp) {});
+    if (png_) info_ = png_create_info_struct(png_);
+    if (!info_) {
+      png_destroy_read_struct(&png_, &info_, nullptr);
+      throw std::bad_alloc();
+    }
+    std::rewind(file);
+    try {
+      guarded([&] {
+        png_init_io(png_, file);
+        png_set_chunk_malloc_max(png_, static_cast<png_alloc_size_t>(ImageLimits::maximumMetadataBytes));
+        png_set_chunk_cache_max(png_, 64);
+        const auto bytes = [](const char* text) { return reinterpret_cast<png_const_bytep>(text); };
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, bytes(ignoredChunks),
+                                    static_cast<int>(sizeof ignoredChunks / 5));
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_ALWAYS, bytes(codePointsChunk), 1);
+        png_read_info(png_, info_);
+      });
+    } catch (...) {
+      png_destroy_read_struct(&png_, &info_, nullptr);
+      throw;
+    }
+  }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+  ~Reader() { png_destroy_read_struct(&png_, &info_, nullptr); }
+
+  png_structp png() const { return png_; }
+  png_infop info() const { return info_; }
+  std::int64_t width() const { return png_get_image_width(png_, info_); }
+  std::int64_t height() const { return png_get_image_height(png_, info_); }
+  bool isInterlaced() const { return png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE; }
+  bool hasAlpha() const {
+    return (png_get_color_type(png_, info_) & PNG_COLOR_MASK_ALPHA) != 0 ||
+           png_get_valid(png_, info_, PNG_INFO_tRNS) != 0;
+  }
+
+  template <typename Call>
+  void guarded(Call call) {
+    if (setjmp(png_jmpbuf(png_)) != 0) throw ImageDecodeError(message_);
+    call();
+  }
+
+ private:
+  [[noreturn]] static void onError(png_structp png, png_const_charp message) {
+    auto& self = *static_cast<Reader*>(png_get_error_ptr(png));
+    std::strncpy(self.message_, message, sizeof self.message_ - 1);
+    png_longjmp(png, 1);
+  }
+
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+  char message_[128] = {};
+};
+
+class PNGRowReader final : public RowReader {
+ public:
+  explicit PNGRowReader(std::FILE* file) : reader_(file), hasAlpha_(reader_.hasAlpha()) {
+    const bool interlaced = reader_.isInterlaced();
+    const std::int64_t width = reader_.width(), height = reader_.height();
+    if (interlaced && width * 4 > ImageLimits::maximumResidentBytes / height) {
+      throw ImageDecodeError("interlaced image too large");
+    }
+    const png_structp png = reader_.png();
+    const png_infop info = reader_.info();
+    reader_.guarded([&] {
+      png_set_expand(png);
+      png_set_scale_16(png);
+      png_set_gray_to_rgb(png);
+      png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
+      png_set_interlace_handling(png);
+      png_read_update_info(png, info);
+    });
+    if (interlaced) readWhole();
+  }
+
+  std::int64_t width() const override { return reader_.width(); }
+  std::int64_t height() const override { return reader_.height(); }
+
+  void read(std::span<std::uint8_t> row) override {
+    if (next_ >= height()) throw ImageDecodeError("read past the last row");
+    if (whole_.empty()) {
+      reader_.guarded([&] { png_read_row(reader_.png(), row.data(), nullptr); });
+    } else {
+      std::copy_n(whole_.begin() + next_ * width() * 4, row.size(), row.begin());
+    }
+    if (hasAlpha_) premultiply(row);
+    ++next_;
+  }
+
+  void skip(std::int64_t count) override {
+    if (count > height() - next_) throw ImageDecodeError("read past the last row");
+    next_ += count;
+    if (!whole_.empty()) return;
+    for (; count > 0; --count) {
+      reader_.guarded([&] { png_read_row(reader_.png(), nullptr, nullptr); });
+    }
+  }
+
+ private:
+  void readWhole() {
+    whole_.resize(static_cast<std::size_t>(width() * height()) * 4);
+    std::vector<png_bytep> rows(static_cast<std::size_t>(height()));
+    for (std::size_t y = 0; y < rows.size(); ++y)
+      rows[y] = whole_.data() + y * static_cast<std::size_t>(width()) * 4;
+    reader_.guarded([&] { png_read_image(reader_.png(), rows.data()); });
+  }
+
+  Reader reader_;
+  bool hasAlpha_;
+  std::int64_t next_ = 0;
+  std::vector<std::uint8_t> whole_;  ///< an interlaced image, else empty
+};
+
+// --- Colour -----------------------------------------------------------------------------------------------
+
+constexpr double sRGBGamma = 0.45455;
+
+bool near(double a, double b, double tolerance) {
+  return std::abs(a - b) <= tolerance;
+}
+
+std::string decimal(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.4g", value);
+  return text;
+}
+
+/// gAMA and cHRM: the colour space of images whose maker did not embed a profile.
+void describeCalibration(const Reader& reader, ImageProperties& properties) {
+  double gamma = 0;
+  std::array<double, 8> xy{};
+  const bool hasGamma = png_get_gAMA(reader.png(), reader.info(), &gamma) != 0 && gamma > 0;
+  const bool hasPrimaries = png_get_cHRM(reader.png(), reader.info(), &xy[0], &xy[1], &xy[2], &xy[3], &xy[4],
+                                         &xy[5], &xy[6], &xy[7]) != 0;
+  const bool sRGBCurve = !hasGamma || near(gamma, sRGBGamma, 0.006);
+  const bool sRGBPrimaries = !hasPrimaries || std::ranges::equal(xy, color::bt709, [](double a, double b) {
+    return near(a, b, 0.003);
+  });
+  if (sRGBCurve && sRGBPrimaries) return;
+  // A name of its own for each, so that losing the calibration is a change of colours.
+  std::string name = "Calibrated RGB";
+  if (!sRGBCurve) name += " gamma " + decimal(1 / gamma);
+  if (!sRGBPrimaries) {
+    name += " primaries";
+    for (const double value : xy) name += " " + decimal(value);
+  }
+  properties.colorSpaceName = name;
+  properties.color.srgb = false;
+  if (hasGamma) properties.color.gamma = gamma;
+  if (hasPrimaries) properties.color.chromaticity = xy;
+}
+
+/// The code points (ITU-T H.273) of a cICP chunk: primaries, transfer, matrix, range.
+std::string codePoints(const Reader& reader) {
+  png_unknown_chunkp chunks = nullptr;
+  const int count = png_get_unknown_chunks(reader.png(), reader.info(), &chunks);
+  for (int i = 0; i < count; ++i) {
+    if (std::memcmp(chunks[i].name, codePointsChunk, 4) == 0 && chunks[i].size == 4) {
+      return {reinterpret_cast<const char*>(chunks[i].data), 4};
+    }
+  }
+  return {};
+}
+
+void describeCodePoints(const std::string& points, ImageProperties& properties) {
+  constexpr char bt709 = 1, displayP3 = 12, sRGBTransfer = 13;
+  if (points[1] == sRGBTransfer && points[0] == bt709) return;
+  properties.color.srgb = false;
+  if (points[1] == sRGBTransfer && points[0] == displayP3) {
+    properties.colorSpaceName = "Display P3";
+    properties.color.icc = color::makeRGBProfile("Display P3", color::displayP3);
+    return;
+  }
+  properties.colorSpaceName = "Code points";
+  for (const char value : points)
+    *properties.colorSpaceName += " " + std::to_string(static_cast<unsigned char>(value));
+}
+
+void describeColor(const Reader& reader, ImageProperties& properties) {
+  properties.colorSpaceName = sRGBName;
+  properties.color.srgb = true;
+  if (const std::string points = codePoints(reader); !points.empty()) {
+    describeCodePoints(points, properties);
+    return;
+  }
+  png_charp name = nullptr;
+  png_bytep profile = nullptr;
+  png_uint_32 size = 0;
+  int compression = 0;
+  if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &profile, &size) != 0) {
+    describeProfile(properties, {reinterpret_cast<const char*>(profile), size});
+    return;
+  }
+  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) == 0) describeCalibration(reader, properties);
+}
+
+/// The eXIf chunk may stand behind the pixels, where libpng would read it only after all of them.
+std::optional<int> orientationOf(std::FILE* file) {
+  off_t offset = static_cast<off_t>(pngSignature.size());
+  for (char header[8]; fseeko(file, offset, SEEK_SET) == 0 && std::fread(header, 1, 8, file) == 8;) {
+    const std::uint32_t length = bigEndian32(std::string_view(header, 8), 0);
+    const std::string_view type(header + 4, 4);
+    if (type == "IEND") break;
+    if (type == "eXIf" && length <= ImageLimits::maximumMetadataBytes) {
+      std::string block(length, '\0');
+      if (std::fread(block.data(), 1, length, file) != length) break;
+      return exifOrientation(block);
+    }
+    offset += static_cast<off_t>(length) + static_cast<off_t>(pngChunkOverhead);
+  }
+  return std::nullopt;
+}
+
+class PNGSource final : public ImageSource {
+ public:
+  explicit PNGSource(const URL& url) : file_(openFile(url)) {
+    const Reader reader(file_.get());
+    properties_.width = reader.width();
+    properties_.height = reader.height();
+    properties_.hasAlpha = reader.hasAlpha();
+    properties_.bitsPerSample = std::max<int>(8, png_get_bit_depth(reader.png(), reader.info()));
+    describeColor(reader, properties_);
+    properties_.orientation = orientationOf(file_.get());
+  }
+
+  std::string_view typeIdentifier() const override { return "public.png"; }
+  std::size_t count() override { return 1; }
+  ImageProperties properties(std::size_t) override { return properties_; }
+  std::unique_ptr<RowReader> rows(std::size_t, std::int64_t) override {
+    return std::make_unique<PNGRowReader>(file_.get());
+  }
+
+  /// Inflates and unfilters all rows, checks all sums, keeps nothing.
+  void verify(std::size_t) override {
+    Reader reader(file_.get());
+    int passes = 1;
+    reader.guarded([&] {
+      passes = png_set_interlace_handling(reader.png());
+      png_read_update_info(reader.png(), reader.info());
+    });
+    const std::int64_t rows = reader.height() * passes;
+    for (std::int64_t i = 0; i < rows; ++i) {
+      reader.guarded([&] { png_read_row(reader.png(), nullptr, nullptr); });
+    }
+    reader.guarded([&] { png_read_end(reader.png(), nullptr); });
+  }
+
+ private:
+  File file_;
+  ImageProperties properties_;
+};
+
+}  // namespace
+
+bool looksLikePNG(std::string_view head) {
+  return head.starts_with(pngSignature);
+}
+
+std::unique_ptr<ImageSource> openPNG(const URL& url) {
+  return std::make_unique<PNGSource>(url);
+}
+
+}  // namespace tidewell
