@@ -1,5 +1,6 @@
 #include "CompressionKit/undo/UndoStore.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
