@@ -63,9 +63,11 @@ std::string iccOf(const heif_image_handle* handle) {
 
 Color colorOf(const heif_image_handle* handle) {
   heif_color_profile_nclx* raw = nullptr;
-  if (heif_image_handle_get_nclx_color_profile(handle, &raw).code != heif_error_Ok) raw = nullptr;
-  const std::unique_ptr<heif_color_profile_nclx, void (*)(heif_color_profile_nclx*)> nclx(
-      raw, &heif_nclx_color_profile_free);
+  const bool known = heif_image_handle_get_nclx_color_profile(handle, &raw).code == heif_error_Ok;
+  std::unique_ptr<heif_color_profile_nclx, void (*)(heif_color_profile_nclx*)>
+      nclx(  // may come with an error too
+          raw, &heif_nclx_color_profile_free);
+  if (!known) nclx.reset();
 
   Color color;
   const int transfer = nclx ? nclx->transfer_characteristics : heif_transfer_characteristic_unspecified;

@@ -15,6 +15,7 @@
 #include "CompressionKit/platform/HEICColor.h"
 #include "CompressionKit/platform/HEICPixels.h"
 #include "CompressionKit/platform/HEIFBoxes.h"
+#include "CompressionKit/platform/HEIFItems.h"
 #include "CompressionKit/platform/PNGWriter.h"
 
 namespace tidewell {
@@ -82,46 +83,54 @@ std::uint64_t bigEndian(const unsigned char* bytes, int count) {
   return value;
 }
 
-/// The payload of the file's "meta" box behind version and flags; empty when it has none of a sane size.
+/// The payload of the file's only "meta" box behind version and flags.
 std::string metaOf(const File& file) {
+  constexpr int maximumBoxes = 1000;
+  std::optional<std::string> meta;
   std::int64_t offset = 0;
-  for (int boxes = 0; boxes < 1000; ++boxes) {
+  for (int boxes = 0; offset < file.size; ++boxes) {
     unsigned char header[16];
-    if (!file.readAt(offset, header, 8)) return {};
+    if (boxes >= maximumBoxes) throw ImageDecodeError("too many boxes");
+    if (!file.readAt(offset, header, 8)) break;  // a few stray bytes at the end
     std::uint64_t size = bigEndian(header, 4);
     std::int64_t headerSize = 8;
-    if (size == 1) {
-      if (!file.readAt(offset + 8, header + 8, 8)) return {};
+    if (size == 1 && file.readAt(offset + 8, header + 8, 8)) {
       size = bigEndian(header + 8, 8);
       headerSize = 16;
     } else if (size == 0) {
       size = static_cast<std::uint64_t>(file.size - offset);
     }
-    if (size < static_cast<std::uint64_t>(headerSize) ||
-        size > static_cast<std::uint64_t>(file.size - offset)) {
-      return {};
-    }
+    const auto left = static_cast<std::uint64_t>(file.size - offset);
+    const bool whole = size >= static_cast<std::uint64_t>(headerSize) && size <= left;
     if (std::memcmp(header + 4, "meta", 4) == 0) {
       const std::int64_t payload = static_cast<std::int64_t>(size) - headerSize - 4;
-      if (payload < 0 || payload > ImageLimits::maximumMetadataBytes) return {};
-      std::string meta(static_cast<std::size_t>(payload), '\0');
-      return file.readAt(offset + headerSize + 4, meta.data(), meta.size()) ? meta : std::string();
+      if (meta || !whole || payload < 0 || payload > ImageLimits::maximumMetadataBytes) {
+        throw ImageDecodeError("meta box cut off, too large or not the only one");
+      }
+      meta.emplace(static_cast<std::size_t>(payload), '\0');
+      if (!file.readAt(offset + headerSize + 4, meta->data(), meta->size()))
+        throw ImageDecodeError("meta box");
     }
+    if (!whole) break;
     offset += static_cast<std::int64_t>(size);
   }
-  return {};
+  if (!meta) throw ImageDecodeError("no meta box");
+  return *std::move(meta);
 }
 
+constexpr std::int64_t maximumPixels = ImageLimits::maximumResidentBytes / 3;
+/// A HEVC decoder takes up to twelve bytes for each pixel of a picture; grids reach beyond this size in
+/// tiles.
+constexpr std::int64_t maximumCodedPixels = ImageLimits::maximumResidentBytes / 8;
+
 void limit(heif_context* context) {
-  constexpr std::int64_t maximumPixels = ImageLimits::maximumResidentBytes / 3;
 #if LIBHEIF_NUMERIC_VERSION >= 0x01130000  // 1.19
   heif_security_limits* limits = heif_context_get_security_limits(context);
   limits->max_image_size_pixels = maximumPixels;
   limits->max_memory_block_size = ImageLimits::maximumResidentBytes;
   limits->max_color_profile_size = ImageLimits::maximumMetadataBytes;
 #else
-  heif_context_set_maximum_image_size_limit(context,
-                                            static_cast<int>(std::sqrt(static_cast<double>(maximumPixels))));
+  heif_context_set_maximum_image_size_limit(context, 65535);  // of one side
 #endif
   heif_context_set_max_decoding_threads(context, decodingThreads);
 }
@@ -142,6 +151,15 @@ struct HEICSource::Impl {
     if (!detected) throw ImageDecodeError("no HEIF file");
     type = *detected;
     meta = metaOf(file);
+
+    const auto readAt = [this](std::uint64_t offset, std::size_t bytes) {
+      std::string data(bytes, '\0');
+      const auto inFile = offset <= static_cast<std::uint64_t>(file.size) &&
+                          bytes <= static_cast<std::uint64_t>(file.size) - offset;
+      return inFile && file.readAt(static_cast<std::int64_t>(offset), data.data(), bytes) ? data
+                                                                                          : std::string();
+    };
+    heif::checkSizes(meta, readAt, {maximumPixels, maximumCodedPixels});
 
     context.reset(heif_context_alloc());
     if (!context) throw std::bad_alloc();
