@@ -1,0 +1,338 @@
+#include "CompressionKit/platform/ImageSource.h"
+
+#include <gtest/gtest.h>
+
+#include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "support/TemporaryFolder.h"
+#include "support/TestImages.h"
+
+namespace tidewell {
+namespace {
+
+using test::decoded;
+using test::Pixel;
+using test::Raster;
+using test::TemporaryFolder;
+
+std::vector<std::uint8_t> premultiplied(const Raster& raster) {
+  std::vector<std::uint8_t> bytes;
+  for (const Pixel& pixel : raster.pixels) {
+    for (std::size_t c = 0; c < 3; ++c) {
+      bytes.push_back(static_cast<std::uint8_t>((pixel[c] * pixel[3] * 2 + 255) / 510));
+    }
+    bytes.push_back(pixel[3]);
+  }
+  return bytes;
+}
+
+ImageProperties propertiesOf(const URL& url) {
+  return ImageSource::open(url)->properties(0);
+}
+
+void expectUndecodable(const URL& url, const std::string& name) {
+  EXPECT_THROW(ImageSource::open(url)->verify(0), ImageDecodeError) << name;
+  EXPECT_THROW(decoded(url), ImageDecodeError) << name;
+}
+
+// --- PNG ---------------------------------------------------------------------------------------------------
+
+TEST(PNGDecoder, DeliversPremultipliedRows) {
+  const TemporaryFolder folder;
+  const Raster soft(61, 37, [](int x, int y) {
+    return Pixel{static_cast<std::uint8_t>(x * 4), static_cast<std::uint8_t>(y * 6), 200,
+                 static_cast<std::uint8_t>(x * y % 256)};
+  });
+  for (const bool interlaced : {false, true}) {
+    test::writePNGFile(folder / "a.png", soft, {.alpha = true, .interlaced = interlaced});
+    EXPECT_EQ(decoded(folder / "a.png"), premultiplied(soft));
+    const auto source = ImageSource::open(folder / "a.png");
+    source->verify(0);
+    // Rows after a skip are those of a plain read.
+    const auto rows = source->rows(0);
+    std::vector<std::uint8_t> row(61 * 4);
+    rows->skip(20);
+    rows->read(row);
+    const auto whole = premultiplied(soft);
+    EXPECT_TRUE(std::equal(row.begin(), row.end(), whole.begin() + 20 * 61 * 4));
+    EXPECT_THROW(rows->skip(17), ImageDecodeError);
+  }
+  EXPECT_TRUE(propertiesOf(folder / "a.png").hasAlpha);
+}
+
+TEST(PNGDecoder, NamesTheColoursThatAFileClaims) {
+  const TemporaryFolder folder;
+  const Raster raster = test::photoRaster(8, 8);
+  test::writePNGFile(folder / "plain.png", raster);
+  const std::string plain = files::read(folder / "plain.png");
+  const auto gama = [](std::uint32_t v) {
+    return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
+                       static_cast<char>(v)};
+  };
+  const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
+  test::writePNGFile(folder / "p3.png", raster,
+                     {.alpha = false, .interlaced = false, .icc = p3, .gamma = {}});
+  const struct {
+    const char* name;
+    std::string data;
+    const char* expected;
+    bool srgb;
+  } cases[] = {
+      {"untagged", plain, "sRGB IEC61966-2.1", true},
+      {"sRGB", test::withChunk(plain, "sRGB", std::string(1, '\0')), "sRGB IEC61966-2.1", true},
+      {"gamma of sRGB", test::withChunk(plain, "gAMA", gama(45455)), "sRGB IEC61966-2.1", true},
+      {"linear", test::withChunk(plain, "gAMA", gama(100000)), "Calibrated RGB gamma 1", false},
+      {"code points of sRGB", test::withChunk(plain, "cICP", std::string("\x01\x0D\0\x01", 4)),
+       "sRGB IEC61966-2.1", true},
+      {"code points of P3", test::withChunk(plain, "cICP", std::string("\x0C\x0D\0\x01", 4)), "Display P3",
+       false},
+      {"code points of PQ", test::withChunk(plain, "cICP", std::string("\x09\x10\0\x01", 4)),
+       "Code points 9 16 0 1", false},
+      {"profile", files::read(folder / "p3.png"), "Display P3", false},
+  };
+  for (const auto& c : cases) {
+    const auto properties = propertiesOf(folder.write("case.png", c.data));
+    EXPECT_EQ(properties.profileName.value_or(*properties.colorSpaceName), c.expected) << c.name;
+    EXPECT_EQ(properties.color.srgb, c.srgb) << c.name;
+  }
+  EXPECT_EQ(propertiesOf(folder / "p3.png").color.icc, p3);
+}
+
+TEST(PNGDecoder, FindsTheOrientationWhereverItStands) {
+  const TemporaryFolder folder;
+  test::writePNGFile(folder / "plain.png", test::photoRaster(8, 8));
+  const std::string plain = files::read(folder / "plain.png");
+  const std::string block = test::exifWithOrientation(6).substr(6);
+  EXPECT_FALSE(propertiesOf(folder / "plain.png").orientation);
+  EXPECT_EQ(propertiesOf(folder.write("front.png", test::withChunk(plain, "eXIf", block))).orientation, 6);
+  const std::string behind =
+      plain.substr(0, plain.size() - 12) + test::pngChunk("eXIf", block) + test::pngChunk("IEND", "");
+  EXPECT_EQ(propertiesOf(folder.write("behind.png", behind)).orientation, 6);
+}
+
+TEST(PNGDecoder, RefusesDamage) {
+  const TemporaryFolder folder;
+  test::writePNGFile(folder / "a.png", test::photoRaster(64, 64));
+  const std::string whole = files::read(folder / "a.png");
+  for (const std::size_t keep : {whole.size() / 2, whole.size() - 20}) {
+    expectUndecodable(folder.write("cut.png", whole.substr(0, keep)), "cut at " + std::to_string(keep));
+  }
+  std::string broken = whole;
+  broken[whole.size() / 2] ^= 0x55;
+  expectUndecodable(folder.write("broken.png", broken), "broken sum");
+  std::string huge = whole.substr(0, 8) +
+                     test::pngChunk("IHDR", std::string("\0\x0F\x42\x40\0\x0F\x42\x40\x08\x02\0\0\x01", 13)) +
+                     whole.substr(33);
+  expectUndecodable(folder.write("huge.png", huge), "interlaced and huge");
+  EXPECT_THROW(ImageSource::open(folder.write("text.png", "no image")), ImageDecodeError);
+  EXPECT_THROW(ImageSource::open(folder / "missing.png"), FileError);
+}
+
+// --- JPEG --------------------------------------------------------------------------------------------------
+
+TEST(JPEGDecoder, SkippedAndReducedRowsAgreeWithPlainOnes) {
+  const TemporaryFolder folder;
+  const Raster raster = test::photoRaster(331, 217);
+  for (const bool fullChroma : {false, true}) {
+    for (const bool progressive : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "4:4:4 " << fullChroma << ", progressive " << progressive);
+      test::JPEGFileOptions options;
+      options.fullChroma = fullChroma;
+      options.progressive = progressive;
+      test::writeJPEGFile(folder / "a.jpg", raster, options);
+      const auto whole = decoded(folder / "a.jpg");
+      const auto source = ImageSource::open(folder / "a.jpg");
+      source->verify(0);
+      for (const std::int64_t skipped : {1, 7, 16, 100, 216}) {
+        const auto rows = source->rows(0);
+        std::vector<std::uint8_t> row(331 * 4);
+        rows->skip(skipped);
+        rows->read(row);
+        EXPECT_TRUE(std::equal(row.begin(), row.end(), whole.begin() + skipped * 331 * 4)) << skipped;
+      }
+      const struct {
+        std::int64_t atLeast, width;
+      } sizes[] = {{0, 331}, {331, 331}, {330, 331}, {200, 207}, {100, 125}, {1, 42}};
+      for (const auto& size : sizes)
+        EXPECT_EQ(source->rows(0, size.atLeast)->width(), size.width) << size.atLeast;
+    }
+  }
+}
+
+TEST(JPEGDecoder, ReadsOrientationAndProfile) {
+  const TemporaryFolder folder;
+  const std::string icc = color::makeRGBProfile("Display P3", color::displayP3);
+  const struct {
+    std::string exif;
+    std::optional<int> expected;
+  } cases[] = {{"", {}},
+               {test::exifWithOrientation(6), 6},
+               {test::exifWithOrientation(8, true), 8},
+               {test::exifWithOrientation(0), {}},
+               {test::exifWithOrientation(9), {}},
+               {test::exifWithOrientation(6).substr(0, 20), {}},
+               {"Exif", {}}};
+  for (const auto& c : cases) {
+    test::JPEGFileOptions options;
+    options.exif = c.exif;
+    options.icc = icc;
+    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16), options);
+    const auto properties = propertiesOf(folder / "a.jpg");
+    EXPECT_EQ(properties.orientation, c.expected);
+    EXPECT_EQ(properties.profileName, "Display P3");
+    EXPECT_EQ(properties.color.icc, icc);
+  }
+}
+
+TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
+  const TemporaryFolder folder;
+  for (const bool progressive : {false, true}) {
+    test::JPEGFileOptions options;
+    options.progressive = progressive;
+    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(200, 150), options);
+    const std::string whole = files::read(folder / "a.jpg");
+    for (const std::size_t keep : {whole.size() / 2, whole.size() * 9 / 10, whole.size() - 2}) {
+      const URL cut = folder.write("cut.jpg", whole.substr(0, keep));
+      EXPECT_THROW(ImageSource::open(cut)->verify(0), ImageDecodeError) << keep;
+    }
+    ImageSource::open(folder.write("trailer.jpg", whole + std::string(5000, 'x')))->verify(0);
+  }
+  // A header that claims far more than there is ends at once, whatever it claims.
+  test::JPEGFileOptions progressive;
+  progressive.progressive = true;
+  for (const bool coefficients : {false, true}) {
+    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(64, 64),
+                        coefficients ? progressive : test::JPEGFileOptions{});
+    std::string huge = files::read(folder / "a.jpg");
+    const auto frame = huge.find(coefficients ? "\xFF\xC2" : "\xFF\xC0");
+    ASSERT_NE(frame, std::string::npos);
+    huge.replace(frame + 5, 4, "\xEA\x60\xEA\x60");  // 60000 × 60000
+    expectUndecodable(folder.write("huge.jpg", huge), "huge");
+  }
+}
+
+TEST(JPEGDecoder, ManyMetadataSegmentsCostNothing) {
+  const TemporaryFolder folder;
+  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16));
+  const std::string plain = files::read(folder / "a.jpg");
+  std::string bomb = plain.substr(0, 2);
+  const std::string segment =
+      "\xFF\xE2\xFF\xFF" + std::string("ICC_PROFILE\0\x01\xFF", 14) + std::string(0xFFFD - 14, 'x');
+  for (int i = 0; i < 400; ++i) bomb += segment;
+  const URL url = folder.write("bomb.jpg", bomb + plain.substr(2));
+  EXPECT_FALSE(propertiesOf(url).profileName);
+  ImageSource::open(url)->verify(0);
+}
+
+// --- GIF ---------------------------------------------------------------------------------------------------
+
+/// The canvas as one letter a pixel: r, g, b, w, or "." for nothing.
+std::string canvas(const URL& url, std::size_t index) {
+  const auto pixels = decoded(url, index);
+  std::string text;
+  for (std::size_t i = 0; i < pixels.size(); i += 4) {
+    const auto* p = pixels.data() + i;
+    text += p[3] == 0 ? '.' : p[0] && p[1] ? 'w' : p[0] ? 'r' : p[1] ? 'g' : 'b';
+  }
+  return text;
+}
+
+TEST(GIFDecoder, ComposesFrames) {
+  const TemporaryFolder folder;
+  test::GIFFile file;
+  file.width = 3;
+  file.height = 2;
+  const auto frame = [](int left, int top, int width, int height, std::vector<std::uint8_t> indexes,
+                        int disposal) {
+    test::GIFFrame result;
+    result.left = left, result.top = top, result.width = width, result.height = height;
+    result.indexes = std::move(indexes);
+    result.disposal = disposal;
+    return result;
+  };
+  file.frames = {frame(0, 0, 3, 2, {0}, 1),         // all red, stays
+                 frame(1, 0, 1, 2, {1}, 2),         // a green column, cleared afterwards
+                 frame(0, 0, 2, 1, {2}, 3),         // two blue pixels, taken back afterwards
+                 frame(2, 1, 4, 4, {3}, 0),         // white, mostly outside the screen
+                 frame(0, 0, 3, 1, {0, 1, 2}, 0)};  // with a transparent colour
+  file.frames[4].transparent = 1;
+  test::GIFFrame local = frame(0, 1, 1, 1, {1}, 0);
+  local.palette = {{0, 0, 0, 255}, {255, 255, 255, 255}};
+  file.frames.push_back(local);
+  test::writeGIFFile(folder / "a.gif", file);
+  const std::string expected[] = {"rrrrrr", "rgrrgr", "bbrr.r", "r.rr.w", "r.br.w", "r.bw.w"};
+  for (const std::size_t index : {0, 1, 2, 3, 4, 5, 2, 0, 5}) {  // forwards, then in any order
+    EXPECT_EQ(canvas(folder / "a.gif", index), expected[index]) << index;
+  }
+  const auto source = ImageSource::open(folder / "a.gif");
+  for (const std::size_t index : {4, 1}) {
+    std::vector<std::uint8_t> row(12);
+    const auto rows = source->rows(index);
+    rows->skip(1);
+    rows->read(row);
+  }
+  EXPECT_TRUE(propertiesOf(folder / "a.gif").hasAlpha);
+}
+
+TEST(GIFDecoder, ReadsInterlacedFrames) {
+  const TemporaryFolder folder;
+  test::GIFFile file;
+  file.width = 1;
+  file.height = 11;
+  test::GIFFrame frame;
+  frame.height = 11;
+  for (int y = 0; y < 11; ++y) frame.indexes.push_back(static_cast<std::uint8_t>(y % 4));
+  frame.interlaced = true;
+  file.frames = {frame};
+  test::writeGIFFile(folder / "a.gif", file);
+  EXPECT_EQ(canvas(folder / "a.gif", 0), "rgbwrgbwrgb");
+}
+
+TEST(GIFDecoder, ReadsTimingAsStored) {
+  const TemporaryFolder folder;
+  for (const int loop : {-1, 0, 1, 65535}) {
+    test::GIFFile file;
+    file.loop = loop;
+    for (const int delay : {0, 1, 10, 65535}) {
+      test::GIFFrame frame;
+      frame.indexes = {0};
+      frame.delay = delay;
+      file.frames.push_back(frame);
+    }
+    test::writeGIFFile(folder / "a.gif", file);
+    const auto source = ImageSource::open(folder / "a.gif");
+    ASSERT_EQ(source->count(), 4U);
+    EXPECT_EQ(source->gifLoopCount(), loop < 0 ? std::nullopt : std::optional<std::int64_t>(loop));
+    const double delays[] = {0, 0.01, 0.1, 655.35};
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_EQ(source->properties(i).gifDelay, delays[i]);
+  }
+}
+
+TEST(GIFDecoder, BearsMissingTrailersAndRefusesMissingData) {
+  const TemporaryFolder folder;
+  test::GIFFile file;
+  file.width = file.height = 40;
+  test::GIFFrame frame;
+  frame.width = frame.height = 40;
+  for (int i = 0; i < 1600; ++i) frame.indexes.push_back(static_cast<std::uint8_t>(i * i % 7 % 4));
+  file.frames = {frame, frame};
+  test::writeGIFFile(folder / "a.gif", file);
+  const std::string whole = files::read(folder / "a.gif");
+  EXPECT_EQ(ImageSource::open(folder.write("b.gif", whole.substr(0, whole.size() - 1)))->count(), 2U);
+  EXPECT_EQ(ImageSource::open(folder.write("c.gif", whole + "behind the trailer"))->count(), 2U);
+  // Cut in the second frame: it is announced, the first can be seen, the second cannot.
+  const URL cut = folder.write("d.gif", whole.substr(0, whole.size() - 40));
+  EXPECT_EQ(ImageSource::open(cut)->count(), 2U);
+  ImageSource::open(cut)->verify(0);
+  EXPECT_THROW(decoded(cut, 1), ImageDecodeError);
+  expectUndecodable(folder.write("e.gif", whole.substr(0, whole.size() / 3)), "cut in the first frame");
+  const URL none = folder.write("f.gif", whole.substr(0, 13 + 12) + ";");
+  EXPECT_EQ(ImageSource::open(none)->count(), 0U);
+  std::string huge = whole;
+  huge.replace(6, 4, "\xFF\xFF\xFF\xFF");
+  expectUndecodable(folder.write("g.gif", huge), "huge canvas");
+}
+
+}  // namespace
+}  // namespace tidewell

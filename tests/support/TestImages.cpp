@@ -1,0 +1,206 @@
+#include "support/TestImages.h"
+
+#include <gif_lib.h>
+
+#include <cstdio>
+// libjpeg's headers want <cstdio> first.
+#include <jpeglib.h>
+#include <png.h>
+#include <zlib.h>
+
+#include <cmath>
+#include <memory>
+#include <stdexcept>
+
+#include "CompressionKit/platform/ImageSource.h"
+
+namespace tidewell::test {
+namespace {
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+File create(const URL& url) {
+  File file(std::fopen(url.path().c_str(), "wb"), std::fclose);
+  if (!file) throw std::runtime_error("cannot write " + url.path());
+  return file;
+}
+
+std::string number(std::uint32_t value, int bytes, bool bigEndian) {
+  std::string text;
+  for (int i = 0; i < bytes; ++i) {
+    text.push_back(static_cast<char>(value >> 8 * (bigEndian ? bytes - 1 - i : i) & 0xFF));
+  }
+  return text;
+}
+
+ColorMapObject* colorMap(const std::vector<Pixel>& palette) {
+  int size = 2;
+  while (size < static_cast<int>(palette.size())) size *= 2;
+  std::vector<GifColorType> colors(static_cast<std::size_t>(size));
+  for (std::size_t i = 0; i < palette.size(); ++i) colors[i] = {palette[i][0], palette[i][1], palette[i][2]};
+  return GifMakeMapObject(size, colors.data());
+}
+
+}  // namespace
+
+Raster::Raster(int w, int h, const std::function<Pixel(int x, int y)>& color) : width(w), height(h) {
+  pixels.reserve(static_cast<std::size_t>(w * h));
+  for (int y = 0; y < h; ++y) {
+    for (int x = 0; x < w; ++x) pixels.push_back(color(x, y));
+  }
+}
+
+Raster photoRaster(int width, int height, unsigned seed) {
+  return {width, height, [&](int x, int y) -> Pixel {
+            const double a = std::sin(x * 0.05 + seed) * 60 + std::sin(y * 0.031 + x * 0.013) * 50 + 128;
+            const unsigned noise =
+                (static_cast<unsigned>(x) * 73856093U ^ static_cast<unsigned>(y) * 19349663U ^ seed) % 13;
+            const auto byte = [&](double v) {
+              return static_cast<std::uint8_t>(std::fmin(255, std::fmax(0, v + noise)));
+            };
+            return {byte(a), byte(a * 0.6 + y % 60), byte(220 - a * 0.5), 255};
+          }};
+}
+
+void writePNGFile(const URL& url, const Raster& raster, const PNGOptions& options) {
+  const File file = create(url);
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_infop info = png_create_info_struct(png);
+  png_init_io(png, file.get());
+  png_set_IHDR(png, info, static_cast<png_uint_32>(raster.width), static_cast<png_uint_32>(raster.height), 8,
+               options.alpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB,
+               options.interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+               PNG_FILTER_TYPE_DEFAULT);
+  if (!options.icc.empty()) {
+    png_set_iCCP(png, info, "icc", 0, reinterpret_cast<png_const_bytep>(options.icc.data()),
+                 static_cast<png_uint_32>(options.icc.size()));
+  }
+  if (options.gamma) png_set_gAMA(png, info, *options.gamma);
+  png_write_info(png, info);
+  std::vector<std::uint8_t> row;
+  const int passes = options.interlaced ? png_set_interlace_handling(png) : 1;
+  for (int i = 0; i < passes * raster.height; ++i) {
+    row.clear();
+    for (int x = 0; x < raster.width; ++x) {
+      const Pixel& pixel = raster.at(x, i % raster.height);
+      row.insert(row.end(), pixel.begin(), pixel.begin() + (options.alpha ? 4 : 3));
+    }
+    png_write_row(png, row.data());
+  }
+  png_write_end(png, nullptr);
+  png_destroy_write_struct(&png, &info);
+}
+
+void writeJPEGFile(const URL& url, const Raster& raster, const JPEGFileOptions& options) {
+  const File file = create(url);
+  jpeg_compress_struct jpeg{};
+  jpeg_error_mgr errors{};
+  jpeg.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&jpeg);
+  jpeg_stdio_dest(&jpeg, file.get());
+  jpeg.image_width = static_cast<JDIMENSION>(raster.width);
+  jpeg.image_height = static_cast<JDIMENSION>(raster.height);
+  jpeg.input_components = options.grey ? 1 : 3;
+  jpeg.in_color_space = options.grey ? JCS_GRAYSCALE : JCS_RGB;
+  jpeg_set_defaults(&jpeg);
+  jpeg_set_quality(&jpeg, options.quality, TRUE);
+  if (options.fullChroma) jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
+  if (options.progressive) jpeg_simple_progression(&jpeg);
+  jpeg_start_compress(&jpeg, TRUE);
+  const auto bytes = [](const std::string& text) { return reinterpret_cast<const JOCTET*>(text.data()); };
+  if (!options.exif.empty()) {
+    jpeg_write_marker(&jpeg, JPEG_APP0 + 1, bytes(options.exif), static_cast<unsigned>(options.exif.size()));
+  }
+  if (!options.icc.empty()) {
+    jpeg_write_icc_profile(&jpeg, bytes(options.icc), static_cast<unsigned>(options.icc.size()));
+  }
+  std::vector<std::uint8_t> row;
+  for (int y = 0; y < raster.height; ++y) {
+    row.clear();
+    for (int x = 0; x < raster.width; ++x) {
+      const Pixel& pixel = raster.at(x, y);
+      row.insert(row.end(), pixel.begin(), pixel.begin() + (options.grey ? 1 : 3));
+    }
+    JSAMPROW rows[] = {row.data()};
+    jpeg_write_scanlines(&jpeg, rows, 1);
+  }
+  jpeg_finish_compress(&jpeg);
+  jpeg_destroy_compress(&jpeg);
+}
+
+void writeGIFFile(const URL& url, const GIFFile& file) {
+  int error = 0;
+  GifFileType* gif = EGifOpenFileName(url.path().c_str(), false, &error);
+  if (!gif) throw std::runtime_error("cannot write " + url.path());
+  EGifSetGifVersion(gif, true);
+  ColorMapObject* global = colorMap(file.palette);
+  EGifPutScreenDesc(gif, file.width, file.height, 8, 0, global);
+  GifFreeMapObject(global);
+  if (file.loop >= 0) {
+    const GifByteType loop[] = {1, static_cast<GifByteType>(file.loop & 0xFF),
+                                static_cast<GifByteType>(file.loop >> 8)};
+    EGifPutExtensionLeader(gif, APPLICATION_EXT_FUNC_CODE);
+    EGifPutExtensionBlock(gif, 11, "NETSCAPE2.0");
+    EGifPutExtensionBlock(gif, sizeof loop, loop);
+    EGifPutExtensionTrailer(gif);
+  }
+  for (const GIFFrame& frame : file.frames) {
+    const GifByteType control[] = {
+        static_cast<GifByteType>(frame.disposal << 2 | (frame.transparent >= 0 ? 1 : 0)),
+        static_cast<GifByteType>(frame.delay & 0xFF), static_cast<GifByteType>(frame.delay >> 8),
+        static_cast<GifByteType>(frame.transparent >= 0 ? frame.transparent : 0)};
+    EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, sizeof control, control);
+    ColorMapObject* local = frame.palette.empty() ? nullptr : colorMap(frame.palette);
+    EGifPutImageDesc(gif, frame.left, frame.top, frame.width, frame.height, frame.interlaced, local);
+    if (local) GifFreeMapObject(local);
+    const auto index = [&](int x, int y) {
+      return frame.indexes.size() == 1 ? frame.indexes[0]
+                                       : frame.indexes[static_cast<std::size_t>(y * frame.width + x)];
+    };
+    std::vector<GifPixelType> line(static_cast<std::size_t>(frame.width));
+    const auto put = [&](int y) {
+      for (int x = 0; x < frame.width; ++x) line[static_cast<std::size_t>(x)] = index(x, y);
+      EGifPutLine(gif, line.data(), frame.width);
+    };
+    if (frame.interlaced) {
+      for (const auto& [first, step] : {std::pair{0, 8}, {4, 8}, {2, 4}, {1, 2}}) {
+        for (int y = first; y < frame.height; y += step) put(y);
+      }
+    } else {
+      for (int y = 0; y < frame.height; ++y) put(y);
+    }
+  }
+  EGifCloseFile(gif, &error);
+}
+
+std::string pngChunk(const std::string& type, const std::string& data) {
+  const std::string typed = type + data;
+  const auto sum = crc32(0, reinterpret_cast<const Bytef*>(typed.data()), static_cast<uInt>(typed.size()));
+  return number(static_cast<std::uint32_t>(data.size()), 4, true) + typed +
+         number(static_cast<std::uint32_t>(sum), 4, true);
+}
+
+std::string withChunk(const std::string& png, const std::string& type, const std::string& data) {
+  constexpr std::size_t behindHeader = 33;
+  return png.substr(0, behindHeader) + pngChunk(type, data) + png.substr(behindHeader);
+}
+
+std::string exifWithOrientation(int orientation, bool bigEndian) {
+  const auto n = [&](std::uint32_t value, int bytes) { return number(value, bytes, bigEndian); };
+  const auto value = static_cast<std::uint32_t>(orientation);
+  return std::string("Exif\0\0", 6) + (bigEndian ? "MM" : "II") + n(42, 2) + n(8, 4) + n(1, 2) +
+         n(0x0112, 2) + n(3, 2) + n(1, 4) + n(value, 2) + n(0, 2) + n(0, 4);
+}
+
+std::vector<std::uint8_t> decoded(const URL& url, std::size_t index) {
+  const auto source = ImageSource::open(url);
+  const auto rows = source->rows(index);
+  const auto bytes = static_cast<std::size_t>(rows->width()) * 4;
+  std::vector<std::uint8_t> pixels(bytes * static_cast<std::size_t>(rows->height()));
+  for (std::size_t y = 0; y < static_cast<std::size_t>(rows->height()); ++y) {
+    rows->read(std::span(pixels).subspan(y * bytes, bytes));
+  }
+  return pixels;
+}
+
+}  // namespace tidewell::test
