@@ -3,6 +3,8 @@
 #include <array>
 #include <memory>
 
+#include "CompressionKit/platform/Decoders.h"
+
 namespace tidewell::heif {
 namespace {
 
@@ -85,7 +87,7 @@ Color colorOf(const heif_image_handle* handle) {
   }
   if (color.tag.icc.empty()) {
     color.tag.srgb = true;
-    color.colorSpaceName = "sRGB";
+    color.colorSpaceName = sRGBName;
   } else {
     color.profileName = color::profileDescription(color.tag.icc);
   }

@@ -37,7 +37,7 @@ using Context = std::unique_ptr<heif_context, Release>;
 using Handle = std::unique_ptr<const heif_image_handle, Release>;
 
 /// The file as libheif reads it: positions beyond the end and failed reads are its errors, not ours.
-struct File {
+struct HEIFInput {
   Descriptor descriptor;
   std::int64_t size = 0;
   std::int64_t position = 0;
@@ -58,20 +58,20 @@ struct File {
   static heif_reader reader() {
     heif_reader reader{};
     reader.reader_api_version = 1;
-    reader.get_position = [](void* file) { return static_cast<File*>(file)->position; };
+    reader.get_position = [](void* file) { return static_cast<HEIFInput*>(file)->position; };
     reader.read = [](void* data, std::size_t bytes, void* file) {
-      File& self = *static_cast<File*>(file);
+      HEIFInput& self = *static_cast<HEIFInput*>(file);
       if (!self.readAt(self.position, data, bytes)) return 1;
       self.position += static_cast<std::int64_t>(bytes);
       return 0;
     };
     reader.seek = [](std::int64_t position, void* file) {
-      static_cast<File*>(file)->position = position;
+      static_cast<HEIFInput*>(file)->position = position;
       return 0;
     };
     reader.wait_for_file_size = [](std::int64_t size, void* file) {
-      return size <= static_cast<File*>(file)->size ? heif_reader_grow_status_size_reached
-                                                    : heif_reader_grow_status_size_beyond_eof;
+      return size <= static_cast<HEIFInput*>(file)->size ? heif_reader_grow_status_size_reached
+                                                         : heif_reader_grow_status_size_beyond_eof;
     };
     return reader;
   }
@@ -84,7 +84,7 @@ std::uint64_t bigEndian(const unsigned char* bytes, int count) {
 }
 
 /// The payload of the file's only "meta" box behind version and flags.
-std::string metaOf(const File& file) {
+std::string metaOf(const HEIFInput& file) {
   constexpr int maximumBoxes = 1000;
   std::optional<std::string> meta;
   std::int64_t offset = 0;
@@ -258,8 +258,8 @@ struct HEICSource::Impl {
     return *decoded;
   }
 
-  File file;
-  heif_reader reader = File::reader();
+  HEIFInput file;
+  heif_reader reader = HEIFInput::reader();
   std::string_view type;
   std::string meta;
   Context context;

@@ -3,17 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "CompressionKit/platform/Premultiply.h"
+
 namespace tidewell::heif {
 namespace {
-
-std::uint8_t premultiply(std::uint8_t value, std::uint8_t alpha) {
-  return static_cast<std::uint8_t>((value * alpha + 127) / 255);
-}
-
-/// A straight colour of a premultiplied one, both up to `maximum`.
-std::uint32_t divided(std::uint32_t value, std::uint32_t alpha, std::uint32_t maximum) {
-  return alpha == 0 ? 0 : std::min((value * maximum + alpha / 2) / alpha, maximum);
-}
 
 std::uint8_t narrowed(std::uint16_t value) {
   return static_cast<std::uint8_t>((value * 255U + 32767) / 65535);
@@ -60,12 +53,12 @@ void RowConverter::premultiplied8(std::span<const std::uint8_t> row, std::span<s
   for (std::size_t pixel = 0; pixel < pixels; ++pixel) {
     const std::uint8_t* in = &source[pixel * samplesPerPixel_];
     std::uint8_t* to = &out[pixel * 4];
-    const std::uint8_t alpha = samplesPerPixel_ == 4 ? in[3] : 255;
+    to[3] = samplesPerPixel_ == 4 ? in[3] : 255;
     for (int component = 0; component < 3; ++component) {
-      to[component] = premultiplied_ ? std::min(in[component], alpha) : premultiply(in[component], alpha);
+      to[component] = premultiplied_ ? std::min(in[component], to[3]) : in[component];
     }
-    to[3] = alpha;
   }
+  if (samplesPerPixel_ == 4 && !premultiplied_) premultiply(out);
 }
 
 std::span<const std::uint8_t> RowConverter::straight(std::span<const std::uint8_t> row) {
@@ -74,7 +67,7 @@ std::span<const std::uint8_t> RowConverter::straight(std::span<const std::uint8_
     bytes_.assign(row.begin(), row.end());
     for (std::size_t i = 0; i + 3 < bytes_.size(); i += 4) {
       for (std::size_t component = i; component < i + 3; ++component) {
-        bytes_[component] = static_cast<std::uint8_t>(divided(bytes_[component], bytes_[i + 3], 255));
+        bytes_[component] = unpremultiplied(bytes_[component], bytes_[i + 3]);
       }
     }
     return bytes_;
@@ -83,7 +76,9 @@ std::span<const std::uint8_t> RowConverter::straight(std::span<const std::uint8_
   if (premultiplied_) {
     for (std::size_t i = 0; i + 3 < samples.size(); i += 4) {
       for (std::size_t component = i; component < i + 3; ++component) {
-        samples[component] = static_cast<std::uint16_t>(divided(samples[component], samples[i + 3], 65535));
+        const std::uint32_t value = samples[component], alpha = samples[i + 3];
+        const std::uint32_t straight = alpha == 0 ? 0 : (value * 65535 + alpha / 2) / alpha;
+        samples[component] = static_cast<std::uint16_t>(std::min(straight, 65535U));
       }
     }
   }
