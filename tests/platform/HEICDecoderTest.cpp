@@ -17,9 +17,9 @@
 namespace tidewell {
 namespace {
 
+using test::DeepPixel;
 using test::HEIFFile;
 using test::Picture;
-using test::Pixel;
 
 /// Turned by a quarter against the clock.
 Picture turned(const Picture& picture) {
@@ -38,7 +38,7 @@ int deviation(const Bitmap& bitmap, const Picture& picture) {
   int largest = 0;
   for (std::int64_t y = 0; y < picture.height; ++y) {
     for (std::int64_t x = 0; x < picture.width; ++x) {
-      const Pixel expected = picture.at(x, y);
+      const DeepPixel expected = picture.at(x, y);
       for (std::size_t c = 0; c < 4; ++c) {
         const double straight = expected[c] / 257.0;
         const double value = c == 3 ? straight : straight * expected[3] / 65535.0;
@@ -137,7 +137,7 @@ TEST_F(HEICDecoderTest, CropsBeforeItTurns) {
 TEST_F(HEICDecoderTest, KeepsAlpha) {
   Picture picture = test::slopes();
   picture.at = [at = picture.at](std::int64_t x, std::int64_t y) {
-    Pixel pixel = at(x, y);
+    DeepPixel pixel = at(x, y);
     pixel[3] = static_cast<std::uint16_t>(65535 - pixel[1] / 2);
     return pixel;
   };
@@ -181,7 +181,7 @@ TEST_F(HEICDecoderTest, WritesDeepImagesWithSixteenBits) {
   // Grey in steps of a quarter of an 8-bit step.
   const Picture picture = {1024, 64, [](std::int64_t x, std::int64_t) {
                              const auto grey = static_cast<std::uint16_t>(x * 65535 / 1023);
-                             return Pixel{grey, grey, grey, 0xffff};
+                             return DeepPixel{grey, grey, grey, 0xffff};
                            }};
   const HEIFFile file = test::encodeHEIC(picture, false, 16, {"-b", "10"});
   EXPECT_EQ(open(file)->properties(0).bitsPerSample, 16);
@@ -237,7 +237,7 @@ TEST_F(HEICDecoderTest, BringsHighDynamicRangeToStandardRange) {
   const auto grey = [](double signal) {
     return Picture{64, 64, [=](std::int64_t, std::int64_t) {
                      const auto value = static_cast<std::uint16_t>(signal * 65535);
-                     return Pixel{value, value, value, 0xffff};
+                     return DeepPixel{value, value, value, 0xffff};
                    }};
   };
   // Signals of PQ for 20, 203 and 1000 cd/m², and of HLG for its reference white (ITU-R BT.2408, table 1).

@@ -18,11 +18,11 @@
 namespace tidewell::test {
 
 /// A picture as a function: straight R, G, B, A of 16 bits at (x, y).
-using Pixel = std::array<std::uint16_t, 4>;
+using DeepPixel = std::array<std::uint16_t, 4>;
 struct Picture {
   std::int64_t width = 96;
   std::int64_t height = 64;
-  std::function<Pixel(std::int64_t x, std::int64_t y)> at;
+  std::function<DeepPixel(std::int64_t x, std::int64_t y)> at;
 };
 
 /// Smooth, so that it survives lossy encoding, and no two places alike.
@@ -31,7 +31,7 @@ inline Picture slopes(std::int64_t width = 96, std::int64_t height = 64) {
             const auto part = [](std::int64_t value, std::int64_t size) {
               return static_cast<std::uint16_t>(value * 65535 / (size - 1));
             };
-            return Pixel{part(x, width), part(y, height), 0x4000, 0xffff};
+            return DeepPixel{part(x, width), part(y, height), 0x4000, 0xffff};
           }};
 }
 
@@ -47,7 +47,7 @@ inline void writePicture(const Picture& picture, const URL& png, bool alpha = fa
   for (std::int64_t y = 0; y < picture.height; ++y) {
     std::vector<std::uint8_t> row;
     for (std::int64_t x = 0; x < picture.width; ++x) {
-      const Pixel pixel = picture.at(x, y);
+      const DeepPixel pixel = picture.at(x, y);
       for (std::size_t sample = 0; sample < (alpha ? 4U : 3U); ++sample) {
         row.push_back(static_cast<std::uint8_t>(pixel[sample] >> 8));
         if (bits == 16) row.push_back(static_cast<std::uint8_t>(pixel[sample]));
