@@ -1,0 +1,23 @@
+#pragma once
+
+#include "CompressionKit/platform/URL.h"
+#include "TidewellBackground/resident/Platform.h"
+
+namespace tidewell {
+
+/// The command token of this user's installation: key "TidewellCommandToken" in the group "[Tidewell]" of
+/// the settings file, a key file of the desktop's usual form (without its escapes). A file that others can
+/// write, that belongs to someone else or that is no regular file counts as missing.
+class CommandToken final : public TokenSource {
+ public:
+  /// The settings file of this user.
+  static URL defaultFile();
+
+  explicit CommandToken(URL file = defaultFile()) : file_(std::move(file)) {}
+  std::string commandToken() override;
+
+ private:
+  URL file_;
+};
+
+}  // namespace tidewell

@@ -1,0 +1,332 @@
+#include "TidewellBackground/resident/BackgroundApplication.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "resident/VirtualPlatform.h"
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+using test::ScopedEnvironment;
+using test::TemporaryFolder;
+using test::VirtualPlatform;
+using Maintenance = BackgroundCompressor::Maintenance;
+using Paths = std::vector<std::string>;
+
+using Item = BackgroundBatchResult::Item;
+
+Maintenance waiting(Date deadline) {
+  return {deadline, false};
+}
+const Maintenance removedTheLast{std::nullopt, true};
+
+BackgroundBatchResult resultWith(std::vector<BackgroundBatchResult::Item> items) {
+  return {.sessionID = UUID::random(), .finishedAt = Date{5}, .items = std::move(items)};
+}
+
+class BackgroundApplicationTest : public testing::Test {
+ protected:
+  void open(const std::vector<std::string>& texts) {
+    std::vector<URL> urls;
+    for (const auto& text : texts) {
+      if (auto url = URL::parse(text)) urls.push_back(*url);
+    }
+    application.open(urls);
+  }
+  URL latest() const { return folder / "Tidewell/Background/latest.json"; }
+
+  TemporaryFolder folder;
+  ScopedEnvironment support{"XDG_DATA_HOME", folder.url().path().c_str()};
+  VirtualPlatform desktop;
+  std::vector<Paths> batches;                 ///< the files of each batch that ran
+  std::deque<BackgroundBatchResult> results;  ///< of the next batches
+  std::deque<Maintenance> outcomes;           ///< of the next maintenance passes
+  int passes = 0;
+  BackgroundApplication application{{.compress =
+                                         [this](const std::vector<URL>& files) {
+                                           Paths& paths = batches.emplace_back();
+                                           for (const URL& file : files) paths.push_back(file.path());
+                                           if (results.empty()) return resultWith({});
+                                           auto result = results.front();
+                                           results.pop_front();
+                                           return result;
+                                         },
+                                     .maintainBackups =
+                                         [this] {
+                                           ++passes;
+                                           if (outcomes.empty()) return Maintenance{};
+                                           const auto outcome = outcomes.front();
+                                           outcomes.pop_front();
+                                           return outcome;
+                                         }},
+                                    desktop.platform()};
+};
+
+// --- What starts a batch -----------------------------------------------------------------------------------
+
+// The token of the virtual desktop is "secret+token/=".
+const std::string start = "tidewell-background://compress?token=secret+token/%3D&files=";
+// ["/a.jpg","b.png","/c.png"]
+const std::string list = "WyIvYS5qcGciLCJiLnBuZyIsIi9jLnBuZyJd";
+
+struct OpenCase {
+  const char* name;
+  std::vector<std::string> urls;
+  Paths files;
+};
+
+class OpenTest : public BackgroundApplicationTest, public testing::WithParamInterface<OpenCase> {};
+
+TEST_P(OpenTest, startsAtMostOneBatch) {
+  open(GetParam().urls);
+  while (desktop.work()) {
+  }
+  EXPECT_EQ(batches, GetParam().files.empty() ? std::vector<Paths>{} : std::vector<Paths>{GetParam().files});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Commands, OpenTest,
+    testing::ValuesIn(std::vector<OpenCase>{
+        {"RelativePathsAreDropped", {start + list}, {"/a.jpg", "/c.png"}},
+        {"EscapedFill", {start + "WyIvYi5naWYiXQ%3D%3D"}, {"/b.gif"}},
+        {"PlainFill", {start + "WyIvYi5naWYiXQ=="}, {"/b.gif"}},
+        {"ItemsInAnyOrder",
+         {"tidewell-background://compress?x&files=" + list + "&token=secret+token/="},
+         {"/a.jpg", "/c.png"}},
+        {"UserPortAndPathDoNotMatter",
+         {"tidewell-background://me@compress:1/x?token=secret+token/=&files=" + list},
+         {"/a.jpg", "/c.png"}},
+        {"OtherURLsOfTheEventStillCount",
+         {"file:///x.heic", "https://compress?token=secret+token/=&files=" + list, start + "!", start + list,
+          "file:///y.heif"},
+         {"/x.heic", "/a.jpg", "/c.png", "/y.heif"}},
+        {"SchemeInOtherCase", {"Tidewell-Background" + start.substr(19) + list}, {}},
+        {"HostInOtherCase", {"tidewell-background://Compress?token=secret+token/=&files=" + list}, {}},
+        {"NoQuery", {"tidewell-background://compress"}, {}},
+        {"NoToken", {"tidewell-background://compress?files=" + list}, {}},
+        {"TokenWithoutValue", {"tidewell-background://compress?token&files=" + list}, {}},
+        {"WrongToken", {"tidewell-background://compress?token=secret+tokem/=&files=" + list}, {}},
+        {"LongerToken", {"tidewell-background://compress?token=secret+token/=1&files=" + list}, {}},
+        {"PlusIsNoSpace", {"tidewell-background://compress?token=secret%20token/=&files=" + list}, {}},
+        {"FirstTokenCounts",
+         {"tidewell-background://compress?token=a&token=secret+token/=&files=" + list},
+         {}},
+        {"FirstFilesCount", {start + "&files=" + list}, {}},
+        {"NoFiles", {"tidewell-background://compress?token=secret+token/="}, {}},
+        {"NoBase64", {start + "WyIvYi5naWYiXQ"}, {}},
+        {"Base64WithLineBreak", {start + "WyIvYi5naWYi%0AXQ=="}, {}},
+        {"NoJSON", {start + "eyJh"}, {}},
+        {"NoArray", {start + "Ii9hLmpwZyI="}, {}},                     // "/a.jpg"
+        {"NotOnlyStrings", {start + "WyIvYS5qcGciLDFd"}, {}},          // ["/a.jpg",1]
+        {"NULInAPath", {start + "WyIvYS5qcGdcdTAwMDAucG5nIl0="}, {}},  // ["/a.jpg\u0000.png"]
+        {"EmptyArray", {start + "W10="}, {}},
+        {"NothingOpened", {}, {}},
+    }),
+    [](const auto& test) { return test.param.name; });
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, OpenTest,
+    testing::ValuesIn(std::vector<OpenCase>{
+        {"OnlySupportedKinds", {"file:///a.txt", "file:///b.JPG", "file:///c", "file:///d.webp"}, {"/b.JPG"}},
+        {"OnlyUnsupported", {"file:///a.txt"}, {}},
+        {"DuplicatesByStandardisedPath",
+         {"file:///d/a.png", "file:///d/./a.png", "file:///d/e/../a.png", "file:///d/b.png"},
+         {"/d/a.png", "/d/b.png"}},
+        {"TheFirstFormStays", {"file:///d/./a.png", "file:///d/a.png"}, {"/d/./a.png"}},
+        {"NameThatIsNotUTF8", {"file:///%FF%E4.png"}, {"/\xFF\xE4.png"}},
+    }),
+    [](const auto& test) { return test.param.name; });
+
+TEST_F(BackgroundApplicationTest, tokenIsReadAnewAndAnEmptyOneRejectsAll) {
+  desktop.token = "";
+  open({"tidewell-background://compress?token=&files=" + list});
+  desktop.token = "new";
+  open({start + list});
+  EXPECT_EQ(desktop.waitingWork(), 0u);
+  open({"tidewell-background://compress?token=new&files=" + list});
+  EXPECT_EQ(desktop.waitingWork(), 1u);
+}
+
+// --- What a batch shows and leaves -----------------------------------------------------------------------
+
+TEST_F(BackgroundApplicationTest, twoBatchesAtOnce) {
+  results = {resultWith({Item{"/a.jpg", "replaced", 1500, 100, {}}, Item{"/b.jpg", "skipped", 7, 7, {}}}),
+             resultWith({Item{"/c.heic", "converted", 9000, 1, {}}, Item{"/d.png", "failed", {}, {}, "x"},
+                         Item{"/e.png", "failed", {}, {}, "y"}})};
+  const auto last = results.back();
+
+  open({"file:///a.jpg", "file:///b.jpg"});
+  EXPECT_EQ(desktop.items, 1);
+  EXPECT_EQ(desktop.title, "潮汐井：压缩中…");
+  EXPECT_EQ(desktop.toolTip, "后台压缩 2 张图片");
+  open({"file:///c.heic", "file:///d.png", "file:///e.png"});
+  EXPECT_EQ(desktop.items, 1);
+  EXPECT_EQ(desktop.toolTip, "后台压缩 3 张图片");
+
+  desktop.work();
+  EXPECT_EQ(desktop.title, "潮汐井：压缩中…");
+  EXPECT_EQ(desktop.toolTip, "已压缩 1 张，跳过 1 张，失败 0 张");
+  EXPECT_EQ(desktop.historyChanges, 1);
+  EXPECT_EQ(passes, 0);
+
+  desktop.work();
+  EXPECT_EQ(desktop.title, "潮汐井：2 张失败");
+  EXPECT_EQ(desktop.toolTip, "已压缩 1 张，跳过 0 张，失败 2 张");
+  EXPECT_EQ(desktop.historyChanges, 2);
+  EXPECT_EQ(BackgroundBatchResult::parse(files::read(latest())), last);
+}
+
+TEST_F(BackgroundApplicationTest, titleTellsTheSaving) {
+  results = {resultWith({Item{"/a.jpg", "replaced", 1234567, 0, {}}}), resultWith({})};
+  open({"file:///a.jpg"});
+  desktop.work();
+  EXPECT_EQ(desktop.title, "潮汐井：节省 1.2 MB");
+  open({"file:///a.jpg"});
+  EXPECT_EQ(desktop.title, "潮汐井：压缩中…");
+  while (desktop.work()) {
+  }
+  EXPECT_EQ(desktop.title, "潮汐井：节省 零 KB");
+}
+
+TEST_F(BackgroundApplicationTest, aResultThatCannotBeSavedIsLoggedOnce) {
+  folder.write("Tidewell", "a file where the directory should be");
+  open({"file:///a.jpg"});
+  testing::internal::CaptureStderr();
+  desktop.work();
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(log.starts_with("<3>Tidewell 后台结果保存失败：")) << log;
+  EXPECT_EQ(log.find('\n'), log.size() - 1);
+  EXPECT_EQ(desktop.title, "潮汐井：节省 零 KB");
+  EXPECT_EQ(desktop.historyChanges, 1);
+}
+
+// --- Idle ------------------------------------------------------------------------------------------------
+
+TEST_F(BackgroundApplicationTest, leavesTwelveSecondsAfterAPassThatFoundNothing) {
+  application.applicationDidFinishLaunching();
+  desktop.pass(11.9);
+  EXPECT_EQ(passes, 1);
+  EXPECT_FALSE(desktop.terminated);
+  desktop.pass(0.2);
+  EXPECT_TRUE(desktop.terminated);
+  EXPECT_EQ(desktop.historyChanges, 0);
+}
+
+TEST_F(BackgroundApplicationTest, staysUntilTheLastBackupHasExpired) {
+  const Date deadline = desktop.now().adding(1800);
+  outcomes = {waiting(deadline), removedTheLast};
+  application.applicationDidFinishLaunching();
+  desktop.pass(1799);
+  EXPECT_EQ(passes, 1);
+  desktop.pass(1);
+  EXPECT_EQ(passes, 2);
+  EXPECT_EQ(desktop.historyChanges, 1);
+  EXPECT_FALSE(desktop.terminated);
+  desktop.pass(12);
+  EXPECT_TRUE(desktop.terminated);
+}
+
+TEST_F(BackgroundApplicationTest, looksAgainEachHourAndAtMostOnceASecond) {
+  const Date far = desktop.now().adding(14400);
+  outcomes = {waiting(far), waiting(far), waiting(far)};
+  application.applicationDidFinishLaunching();
+  desktop.pass(7200);
+  EXPECT_EQ(passes, 3);
+
+  outcomes.assign(100, waiting(Date{0}));  // past already
+  desktop.pass(3600 + 10);
+  EXPECT_EQ(passes, 3 + 11);
+}
+
+TEST_F(BackgroundApplicationTest, aBatchCancelsTheIdleActions) {
+  open({"file:///a.jpg"});
+  while (desktop.work()) {
+  }
+  desktop.pass(11.5);
+  EXPECT_EQ(desktop.items, 1);
+  open({"file:///a.jpg"});
+  open({"file:///b.txt"});  // no batch
+  desktop.pass(0);
+  desktop.pass(11.5);
+  EXPECT_EQ(desktop.items, 1);
+  EXPECT_FALSE(desktop.terminated);
+  desktop.pass(0.5);
+  EXPECT_EQ(desktop.items, 0);
+  EXPECT_TRUE(desktop.terminated);
+}
+
+TEST_F(BackgroundApplicationTest, theItemLeavesAndComesBack) {
+  outcomes.assign(9, waiting(desktop.now().adding(3000)));
+  for (int i = 0; i < 2; ++i) {
+    open({"file:///a.jpg"});
+    EXPECT_EQ(desktop.items, 1);
+    desktop.pass(12);
+    EXPECT_EQ(desktop.items, 0);
+    EXPECT_FALSE(desktop.terminated);
+  }
+}
+
+TEST_F(BackgroundApplicationTest, anUndoChangeStartsAPassOnlyWhileIdleAWakeAlways) {
+  outcomes.assign(9, waiting(desktop.now().adding(3000)));
+  application.applicationDidFinishLaunching();
+  desktop.pass(100);
+  application.undoDidChange();
+  application.workspaceDidWake();
+  desktop.pass(0);
+  EXPECT_EQ(passes, 3);
+
+  open({"file:///a.jpg"});
+  application.undoDidChange();
+  EXPECT_EQ(desktop.waitingWork(), 1u);
+  outcomes.push_front(removedTheLast);
+  application.workspaceDidWake();
+  EXPECT_EQ(desktop.waitingWork(), 2u);
+}
+
+TEST_F(BackgroundApplicationTest, theOutcomeOfAPassIsDiscardedOnceSomethingHappened) {
+  outcomes = {removedTheLast, waiting(desktop.now().adding(3000))};
+  application.applicationDidFinishLaunching();  // its pass has not run yet
+  open({"file:///a.jpg"});
+  desktop.work();  // the pass
+  EXPECT_EQ(passes, 1);
+  EXPECT_EQ(desktop.historyChanges, 0);
+  desktop.pass(100);  // the batch, its pass, no exit
+  EXPECT_EQ(passes, 2);
+  EXPECT_EQ(desktop.historyChanges, 1);
+  EXPECT_FALSE(desktop.terminated);
+}
+
+TEST_F(BackgroundApplicationTest, passesDoNotPileUp) {
+  application.applicationDidFinishLaunching();
+  for (int i = 0; i < 1000; ++i) application.undoDidChange();
+  EXPECT_EQ(desktop.waitingWork(), 1u);
+  desktop.pass(11);
+  EXPECT_EQ(passes, 2);
+  desktop.pass(1);
+  EXPECT_TRUE(desktop.terminated);
+}
+
+TEST_F(BackgroundApplicationTest, aRequestToEndWaitsForTheBatches) {
+  open({"file:///a.jpg"});
+  open({"file:///b.jpg"});
+  application.terminateAfterBatches();
+  desktop.work();
+  EXPECT_FALSE(desktop.terminated);
+  desktop.work();
+  EXPECT_TRUE(desktop.terminated);
+  EXPECT_EQ(desktop.historyChanges, 2);
+  EXPECT_EQ(desktop.waitingWork(), 0u);
+
+  desktop.terminated = false;
+  application.terminateAfterBatches();
+  EXPECT_TRUE(desktop.terminated);
+}
+
+}  // namespace
+}  // namespace tidewell
