@@ -1,0 +1,84 @@
+#include "TidewellBackground/ResidentMode.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <system_error>
+
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Stop.h"
+#include "CompressionKit/queue/CompressionQueue.h"
+#include "TidewellBackground/BackgroundCompressor.h"
+#include "TidewellBackground/resident/BackgroundApplication.h"
+#include "TidewellBackground/resident/BackgroundThreads.h"
+#include "TidewellBackground/resident/CommandToken.h"
+#include "TidewellBackground/resident/EventLoop.h"
+#include "TidewellBackground/resident/SessionService.h"
+#include "TidewellBackground/resident/StatusNotifierItem.h"
+#include "TidewellBackground/resident/WakeObserver.h"
+
+namespace tidewell {
+namespace {
+
+int run(const URL& tools) {
+  EventLoop loop;
+  StopSource stop;
+  std::optional<BackgroundApplication> application;
+
+  // A stopped batch ends soon, and with a result: what was compressed before is reported.
+  const auto quit = [&] {
+    stop.requestStop();
+    CompressionQueue::shared().stop();
+    application->terminateAfterBatches();
+  };
+  // Before any thread: none of them shall receive these.
+  loop.onSignals({SIGTERM, SIGINT, SIGHUP}, quit);
+
+  std::optional<SessionService> session;
+  try {
+    session.emplace(loop, SessionService::Handlers{.open = [&](const auto& urls) { application->open(urls); },
+                                                   .undoDidChange = [&] { application->undoDidChange(); },
+                                                   .disconnected = quit});
+    if (!session->acquireName()) return 0;
+  } catch (const std::system_error& error) {
+    std::fprintf(stderr, "TidewellBackground：没有可用的会话总线：%s\n",
+                 describeErrno(error.code().value()).c_str());
+    return 1;
+  }
+
+  BackgroundCompressor compressor(CompressionEngine(ToolRunner(tools, stop.token()), UndoStore(), {}));
+  StatusNotifierArea statusArea(loop);
+  CommandToken tokens;
+  BackgroundThreads threads(loop);  // destroyed, and so joined, before what the threads use
+  application.emplace(
+      CompressorOperations{.compress = [&](const auto& urls) { return compressor.compress(urls); },
+                           .maintainBackups = [&] { return compressor.maintainBackups(); }},
+      Platform{.mainQueue = loop,
+               .workers = threads,
+               .statusBar = statusArea,
+               .notifications = *session,
+               .tokens = tokens});
+  const WakeObserver wake(loop, [&] { application->workspaceDidWake(); });
+  application->applicationDidFinishLaunching();
+
+  do {
+    loop.run();
+    session->resign();  // may bring a last request
+  } while (application->activeBatches() > 0);
+  return 0;
+}
+
+}  // namespace
+
+int runResidentMode(const URL& tools) {
+  std::signal(SIGPIPE, SIG_IGN);  // nobody may be reading standard error
+  try {
+    return run(tools);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "TidewellBackground：%s\n", localizedDescription(error).c_str());
+    return 1;
+  }
+}
+
+}  // namespace tidewell

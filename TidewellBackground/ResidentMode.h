@@ -1,0 +1,12 @@
+#pragma once
+
+#include "CompressionKit/platform/URL.h"
+
+namespace tidewell {
+
+/// Runs the resident application until it ends itself or is told to by a signal. Returns the exit status: 1
+/// without a session bus, which is said on standard error, 0 otherwise, also when another process is the
+/// resident one already.
+int runResidentMode(const URL& tools);
+
+}  // namespace tidewell
