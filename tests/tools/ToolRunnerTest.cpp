@@ -150,13 +150,17 @@ TEST_F(ToolRunnerTest, KeepsConcurrentRunsApart) {
 
 TEST_F(ToolRunnerTest, AddsSettingsWithoutOverridingTheUsers) {
   const test::ScopedEnvironment other("TIDEWELL_TEST", "潮");
-  tool("env", "echo \"$TIDEWELL_TEST|$GLIBC_TUNABLES\"");
+  tool("env", "echo \"$TIDEWELL_TEST|$GLIBC_TUNABLES|${OMP_WAIT_POLICY-unset}\"");
+  const test::ScopedEnvironment noTunables("GLIBC_TUNABLES", nullptr);
+  const test::ScopedEnvironment noPolicy("OMP_WAIT_POLICY", nullptr);
+  const std::string ours = runner.run("env", {}, 600);
+  EXPECT_TRUE(ours.starts_with("潮|glibc.") && ours.ends_with("|passive\n")) << ours;
   {
-    const test::ScopedEnvironment unset("GLIBC_TUNABLES", nullptr);
-    EXPECT_TRUE(runner.run("env", {}, 600).starts_with("潮|glibc."));
+    const test::ScopedEnvironment empty("OMP_WAIT_POLICY", "");
+    EXPECT_TRUE(runner.run("env", {}, 600).ends_with("|\n"));
   }
-  const test::ScopedEnvironment set("GLIBC_TUNABLES", "glibc.malloc.check=0");
-  EXPECT_EQ(runner.run("env", {}, 600), "潮|glibc.malloc.check=0\n");
+  const test::ScopedEnvironment tunables("GLIBC_TUNABLES", "glibc.malloc.check=0");
+  EXPECT_EQ(runner.run("env", {}, 600), "潮|glibc.malloc.check=0|passive\n");
 }
 
 }  // namespace
