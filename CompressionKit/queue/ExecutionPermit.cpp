@@ -53,6 +53,7 @@ ExecutionPermit::ExecutionPermit(const URL& directory, const std::string& key, i
   lockFile(fileDescriptor_.get(), stop);
 
   std::vector<Descriptor> slots;
+  slots.reserve(static_cast<std::size_t>(capacity));
   for (int index = 0; index < capacity; ++index) {
     slots.push_back(openLock(directory.appending("slot-" + std::to_string(index) + ".lock")));
   }
