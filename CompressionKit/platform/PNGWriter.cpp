@@ -145,12 +145,37 @@ void PNGWriter::finish() {
   impl_->finished = true;
 }
 
+namespace {
+
+/// libpng refuses profiles that photos do carry: an odd length, a white point that is slightly off.
+bool isAllowedProfile(const std::string& icc) {
+  const auto onError = [](png_structp png, png_const_charp) { png_longjmp(png, 1); };
+  png_structp png =
+      png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, [](png_structp, png_const_charp) {});
+  png_infop info = png ? png_create_info_struct(png) : nullptr;
+  volatile bool allowed = false;
+  if (info && setjmp(png_jmpbuf(png)) == 0) {
+    // The check depends on the kind of image that carries the profile.
+    png_set_IHDR(png, info, 1, 1, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    png_set_iCCP(png, info, "icc", PNG_COMPRESSION_TYPE_BASE, reinterpret_cast<png_const_bytep>(icc.data()),
+                 static_cast<png_uint_32>(icc.size()));
+    allowed = png_get_valid(png, info, PNG_INFO_iCCP) != 0;
+  }
+  png_destroy_write_struct(&png, &info);
+  return allowed;
+}
+
+}  // namespace
+
 void writePNG(const Bitmap& bitmap, const URL& url) {
+  ColorTag color = bitmap.color;
+  if (!color.icc.empty() && !isAllowedProfile(color.icc)) color.icc.clear();
   PNGWriter writer(url, {.width = bitmap.width,
                          .height = bitmap.height,
                          .hasAlpha = bitmap.hasAlpha,
                          .bitsPerSample = 8,
-                         .color = bitmap.color,
+                         .color = color,
                          .fast = true});
   for (std::int64_t y = 0; y < bitmap.height; ++y) writer.writeRow(bitmap.row(y));
   writer.finish();

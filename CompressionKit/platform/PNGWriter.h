@@ -38,7 +38,8 @@ class PNGWriter {
   std::unique_ptr<Impl> impl_;
 };
 
-/// The whole bitmap as one fast PNG.
+/// The whole bitmap as one fast PNG, for comparison with another one of the same colours: a profile that PNG
+/// files may not carry is left out of both.
 void writePNG(const Bitmap& bitmap, const URL& url);
 
 }  // namespace tidewell

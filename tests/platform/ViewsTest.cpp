@@ -117,6 +117,19 @@ TEST(PNGWriter, RoundTripsPixelsAndColours) {
   EXPECT_EQ(ImageSource::open(folder / "b.png")->properties(0).colorSpaceName, "Calibrated RGB gamma 1");
 }
 
+TEST(PNGWriter, WritesViewsOfPhotosWhoseProfileNoPNGMayCarry) {
+  const TemporaryFolder folder;
+  test::JPEGFileOptions options;
+  options.icc = color::makeRGBProfile("Display P3", color::displayP3);
+  options.icc[70] = static_cast<char>(options.icc[70] ^ 0x11);  // the white point, slightly off
+  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(8, 8), options);
+  const Bitmap view = views::thumbnail(*ImageSource::open(folder / "a.jpg"), 0, 8, false);
+  ASSERT_EQ(view.color.icc, options.icc);
+  writePNG(view, folder / "a.png");
+  EXPECT_EQ(test::decoded(folder / "a.png"), view.pixels);
+  EXPECT_EQ(ImageSource::open(folder / "a.png")->properties(0).color.icc, "");
+}
+
 TEST(PNGWriter, LeavesNothingUnfinished) {
   const TemporaryFolder folder;
   const PNGWriter::Options options{
