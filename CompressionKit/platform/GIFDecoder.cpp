@@ -60,6 +60,7 @@ class BlockReader {
       if (DGifGetRecordType(gif_.get(), &type) == GIF_ERROR) return false;
       switch (type) {
         case IMAGE_DESC_RECORD_TYPE:
+          forgetFrames();
           // A description that is cut off still announces a frame; decoding it fails.
           complete_ = DGifGetImageDesc(gif_.get()) == GIF_OK;
           return true;
@@ -87,6 +88,13 @@ class BlockReader {
   }
 
  private:
+  /// giflib keeps a description and a palette of every frame that it meets.
+  void forgetFrames() {
+    GifFreeSavedImages(gif_.get());
+    gif_->SavedImages = nullptr;
+    gif_->ImageCount = 0;
+  }
+
   bool readExtension() {
     int code = 0;
     GifByteType* block = nullptr;  // a length byte and the data
@@ -251,9 +259,11 @@ class GIFSource final : public ImageSource {
     BlockReader blocks(file_.get());
     width_ = blocks.gif().SWidth;
     height_ = blocks.gif().SHeight;
+    bool cleared = false;  // by the frame before
     while (blocks.nextFrame()) {
       if (delays_.empty()) takeFirstFrame(blocks.gif().Image);
-      hasAlpha_ = hasAlpha_ || blocks.control().transparentIndex.has_value();
+      hasAlpha_ = hasAlpha_ || cleared || blocks.control().transparentIndex.has_value();
+      cleared = blocks.control().disposal == Disposal::clear;
       delays_.push_back(blocks.control().delay);
       if (!blocks.skipFrame()) break;
     }
@@ -283,7 +293,12 @@ class GIFSource final : public ImageSource {
     }
     if (!composer_ || composer_->nextIndex() > index + 1)
       composer_ = std::make_unique<Composer>(file_.get(), width_, height_);
-    while (composer_->nextIndex() <= index) composer_->drawNext();
+    try {
+      while (composer_->nextIndex() <= index) composer_->drawNext();
+    } catch (...) {
+      composer_.reset();  // it stands somewhere inside a frame
+      throw;
+    }
     return std::make_unique<CanvasReader>(composer_->canvas(), width_, height_);
   }
 
@@ -298,7 +313,7 @@ class GIFSource final : public ImageSource {
 
   File file_;
   std::int64_t width_ = 0, height_ = 0;
-  bool hasAlpha_ = false;
+  bool hasAlpha_ = false;  ///< some frame may show what is behind it
   std::optional<std::int64_t> loopCount_;
   std::vector<double> delays_;  ///< one per frame
   std::unique_ptr<Composer> composer_;

@@ -36,12 +36,15 @@ class ProfileParts {
   std::map<int, std::string> parts_;
 };
 
-/// The next marker's code; -1 at the end or where none stands.
+/// The next marker's code; -1 at the end. Passes over stray bytes as the decoder does: a photo must not lose
+/// its orientation to them.
 int nextMarker(std::FILE* file) {
-  if (std::getc(file) != 0xFF) return -1;
-  int code = std::getc(file);
-  while (code == 0xFF) code = std::getc(file);
-  return code;
+  for (;;) {
+    int code = std::getc(file);
+    while (code >= 0 && code != 0xFF) code = std::getc(file);
+    while (code == 0xFF) code = std::getc(file);
+    if (code != 0) return code;
+  }
 }
 
 }  // namespace

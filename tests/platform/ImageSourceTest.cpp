@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <span>
+
 #include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
@@ -59,6 +62,64 @@ TEST(PNGDecoder, DeliversPremultipliedRows) {
     EXPECT_THROW(rows->skip(17), ImageDecodeError);
   }
   EXPECT_TRUE(propertiesOf(folder / "a.png").hasAlpha);
+}
+
+TEST(PNGDecoder, DecodesEveryKindOfPixel) {
+  using Bytes = std::vector<std::uint8_t>;
+  const auto bytes = [](const Bytes& values) { return std::string(values.begin(), values.end()); };
+  const auto transparent = [&](const Bytes& values) { return test::pngChunk("tRNS", bytes(values)); };
+  const std::string palette = test::pngChunk("PLTE", bytes({255, 0, 0, 10, 20, 30}));
+  constexpr int grey = 0, rgb = 2, indexed = 3, greyAlpha = 4, rgba = 6;
+  const struct {
+    const char* name;
+    int width, depth, type;
+    Bytes row;
+    std::string chunks;
+    bool alpha;
+    Bytes expected;
+  } cases[] = {
+      {"grey 1", 2, 1, grey, {0x80}, "", false, {255, 255, 255, 255, 0, 0, 0, 255}},
+      {"grey 2", 2, 2, grey, {0x60}, "", false, {85, 85, 85, 255, 170, 170, 170, 255}},
+      {"grey 4", 2, 4, grey, {0x08}, "", false, {0, 0, 0, 255, 136, 136, 136, 255}},
+      {"grey 8, one clear", 2, 8, grey, {64, 65}, transparent({0, 64}), true, {0, 0, 0, 0, 65, 65, 65, 255}},
+      // Nearest, where the upper byte alone would be 0.
+      {"grey 16", 2, 16, grey, {0, 255, 128, 128}, "", false, {1, 1, 1, 255, 128, 128, 128, 255}},
+      {"grey 16, one clear",
+       2,
+       16,
+       grey,
+       {18, 52, 18, 53},
+       transparent({18, 52}),
+       true,
+       {0, 0, 0, 0, 18, 18, 18, 255}},
+      {"palette", 2, 2, indexed, {0x40}, palette, false, {10, 20, 30, 255, 255, 0, 0, 255}},
+      {"palette, one soft",
+       2,
+       8,
+       indexed,
+       {0, 1},
+       palette + transparent({128}),
+       true,
+       {128, 0, 0, 128, 10, 20, 30, 255}},
+      {"RGB, one clear",
+       2,
+       8,
+       rgb,
+       {1, 2, 3, 1, 2, 4},
+       transparent({0, 1, 0, 2, 0, 3}),
+       true,
+       {0, 0, 0, 0, 1, 2, 4, 255}},
+      {"grey with alpha", 1, 8, greyAlpha, {200, 128}, "", true, {100, 100, 100, 128}},
+      {"RGBA 16", 1, 16, rgba, {255, 255, 128, 0, 0, 0, 128, 128}, "", true, {128, 64, 0, 128}},
+  };
+  const TemporaryFolder folder;
+  for (const auto& c : cases) {
+    const URL url =
+        folder.write("a.png", test::pngOfOneRow(c.width, c.depth, c.type, bytes(c.row), c.chunks));
+    EXPECT_EQ(decoded(url), c.expected) << c.name;
+    EXPECT_EQ(propertiesOf(url).hasAlpha, c.alpha) << c.name;
+    EXPECT_EQ(propertiesOf(url).bitsPerSample, std::max(c.depth, 8)) << c.name;
+  }
 }
 
 TEST(PNGDecoder, NamesTheColoursThatAFileClaims) {
@@ -131,33 +192,77 @@ TEST(PNGDecoder, RefusesDamage) {
 
 // --- JPEG --------------------------------------------------------------------------------------------------
 
-TEST(JPEGDecoder, SkippedAndReducedRowsAgreeWithPlainOnes) {
+TEST(JPEGDecoder, SkippedRowsAgreeWithPlainOnes) {
   const TemporaryFolder folder;
-  const Raster raster = test::photoRaster(331, 217);
-  for (const bool fullChroma : {false, true}) {
+  const Raster raster = test::photoRaster(65, 90);
+  constexpr std::size_t bytes = 65 * 4;
+  for (const auto& [across, down] : {std::pair{1, 1}, {2, 1}, {1, 2}, {2, 2}, {4, 1}, {4, 2}, {1, 4}}) {
     for (const bool progressive : {false, true}) {
-      SCOPED_TRACE(testing::Message() << "4:4:4 " << fullChroma << ", progressive " << progressive);
+      SCOPED_TRACE(testing::Message() << across << "x" << down << ", progressive " << progressive);
       test::JPEGFileOptions options;
-      options.fullChroma = fullChroma;
+      options.across = across;
+      options.down = down;
       options.progressive = progressive;
       test::writeJPEGFile(folder / "a.jpg", raster, options);
       const auto whole = decoded(folder / "a.jpg");
       const auto source = ImageSource::open(folder / "a.jpg");
       source->verify(0);
-      for (const std::int64_t skipped : {1, 7, 16, 100, 216}) {
+      std::vector<std::uint8_t> row(bytes);
+      for (std::int64_t first = 1; first < 80; ++first) {
         const auto rows = source->rows(0);
-        std::vector<std::uint8_t> row(331 * 4);
-        rows->skip(skipped);
-        rows->read(row);
-        EXPECT_TRUE(std::equal(row.begin(), row.end(), whole.begin() + skipped * 331 * 4)) << skipped;
+        std::size_t y = 0;
+        // A skip, some rows, and a second skip from within a group of rows.
+        for (const auto& [skipped, read] : {std::pair{first, 3}, {5, 1}}) {
+          rows->skip(skipped);
+          y += static_cast<std::size_t>(skipped);
+          for (int i = 0; i < read; ++i, ++y) {
+            rows->read(row);
+            EXPECT_TRUE(std::ranges::equal(row, std::span(whole).subspan(y * bytes, bytes))) << first;
+          }
+        }
       }
-      const struct {
-        std::int64_t atLeast, width;
-      } sizes[] = {{0, 331}, {331, 331}, {330, 331}, {200, 207}, {100, 125}, {1, 42}};
-      for (const auto& size : sizes)
-        EXPECT_EQ(source->rows(0, size.atLeast)->width(), size.width) << size.atLeast;
     }
   }
+}
+
+TEST(JPEGDecoder, ReducesAsFarAsAsked) {
+  const TemporaryFolder folder;
+  for (const int shared : {1, 2}) {
+    test::JPEGFileOptions options;
+    options.across = options.down = shared;
+    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(331, 217), options);
+    const auto source = ImageSource::open(folder / "a.jpg");
+    const struct {
+      std::int64_t atLeast, width;
+    } sizes[] = {{0, 331}, {331, 331}, {330, 331}, {200, 207}, {100, 125}, {1, 42}};
+    for (const auto& size : sizes)
+      EXPECT_EQ(source->rows(0, size.atLeast)->width(), size.width) << size.atLeast;
+  }
+}
+
+TEST(JPEGDecoder, ConvertsOtherColours) {
+  const TemporaryFolder folder;
+  const struct {
+    test::JPEGColors colors;
+    Pixel stored, expected;
+    const char* space;
+  } cases[] = {{test::JPEGColors::grey, {90, 0, 0, 0}, {90, 90, 90, 255}, "sRGB IEC61966-2.1"},
+               // Adobe's inks are stored inverted: 255 is no ink.
+               {test::JPEGColors::inks, {255, 128, 0, 255}, {255, 128, 0, 255}, "Generic CMYK"},
+               {test::JPEGColors::inks, {255, 255, 255, 100}, {100, 100, 100, 255}, "Generic CMYK"}};
+  for (const auto& c : cases) {
+    test::JPEGFileOptions options;
+    options.quality = 100;
+    options.colors = c.colors;
+    test::writeJPEGFile(folder / "a.jpg", Raster(16, 16, [&](int, int) { return c.stored; }), options);
+    const auto pixels = decoded(folder / "a.jpg");
+    for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(pixels[i], c.expected[i], 2) << c.space << i;
+    EXPECT_EQ(propertiesOf(folder / "a.jpg").colorSpaceName, c.space);
+  }
+  test::JPEGFileOptions pair;
+  pair.colors = test::JPEGColors::pair;
+  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16), pair);
+  EXPECT_THROW(ImageSource::open(folder / "a.jpg"), ImageDecodeError);
 }
 
 TEST(JPEGDecoder, ReadsOrientationAndProfile) {
@@ -182,6 +287,12 @@ TEST(JPEGDecoder, ReadsOrientationAndProfile) {
     EXPECT_EQ(properties.orientation, c.expected);
     EXPECT_EQ(properties.profileName, "Display P3");
     EXPECT_EQ(properties.color.icc, icc);
+    // Decoders pass over stray bytes between segments, so they must not hide what stands behind them.
+    std::string stray = files::read(folder / "a.jpg");
+    stray.insert(stray.find("\xFF\xE1") == std::string::npos ? 20 : stray.find("\xFF\xE1"), 3, '\x11');
+    const auto behind = propertiesOf(folder.write("stray.jpg", stray));
+    EXPECT_EQ(behind.orientation, c.expected);
+    EXPECT_EQ(behind.profileName, "Display P3");
   }
 }
 
@@ -198,6 +309,11 @@ TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
     }
     ImageSource::open(folder.write("trailer.jpg", whole + std::string(5000, 'x')))->verify(0);
   }
+  test::JPEGFileOptions arithmetic;
+  arithmetic.arithmetic = true;
+  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(200, 150), arithmetic);
+  expectUndecodable(folder / "a.jpg", "arithmetic code");
+  expectUndecodable(folder.write("short.jpg", std::string("\xFF\xD8\xFF\xE0\0\1", 6)), "broken header");
   // A header that claims far more than there is ends at once, whatever it claims.
   test::JPEGFileOptions progressive;
   progressive.progressive = true;
@@ -275,6 +391,28 @@ TEST(GIFDecoder, ComposesFrames) {
   EXPECT_TRUE(propertiesOf(folder / "a.gif").hasAlpha);
 }
 
+TEST(GIFDecoder, KnowsWhetherSomethingCanShowThrough) {
+  const TemporaryFolder folder;
+  test::GIFFrame whole;
+  whole.width = whole.height = 4;
+  whole.indexes = {0};
+  test::GIFFrame clear = whole, part = whole, cleared = whole;
+  clear.transparent = 3;
+  part.width = 3;
+  cleared.disposal = 2;
+  const struct {
+    std::vector<test::GIFFrame> frames;
+    bool alpha;
+  } cases[] = {{{whole}, false},   {{clear}, true},         {{part}, true},        {{whole, part}, false},
+               {{cleared}, false}, {{cleared, part}, true}, {{whole, clear}, true}};
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    test::GIFFile file;
+    file.frames = cases[i].frames;
+    test::writeGIFFile(folder / "a.gif", file);
+    EXPECT_EQ(propertiesOf(folder / "a.gif").hasAlpha, cases[i].alpha) << i;
+  }
+}
+
 TEST(GIFDecoder, ReadsInterlacedFrames) {
   const TemporaryFolder folder;
   test::GIFFile file;
@@ -315,8 +453,10 @@ TEST(GIFDecoder, BearsMissingTrailersAndRefusesMissingData) {
   file.width = file.height = 40;
   test::GIFFrame frame;
   frame.width = frame.height = 40;
-  for (int i = 0; i < 1600; ++i) frame.indexes.push_back(static_cast<std::uint8_t>(i * i % 7 % 4));
-  file.frames = {frame, frame};
+  for (int i = 0; i < 1600; ++i) frame.indexes.push_back(static_cast<std::uint8_t>(i * i * 31 % 1009 % 4));
+  test::GIFFrame other = frame;
+  std::ranges::reverse(other.indexes);
+  file.frames = {frame, other};
   test::writeGIFFile(folder / "a.gif", file);
   const std::string whole = files::read(folder / "a.gif");
   EXPECT_EQ(ImageSource::open(folder.write("b.gif", whole.substr(0, whole.size() - 1)))->count(), 2U);
@@ -326,6 +466,13 @@ TEST(GIFDecoder, BearsMissingTrailersAndRefusesMissingData) {
   EXPECT_EQ(ImageSource::open(cut)->count(), 2U);
   ImageSource::open(cut)->verify(0);
   EXPECT_THROW(decoded(cut, 1), ImageDecodeError);
+  // What was drawn of a frame that broke off does not pass for the frame before it.
+  const auto source = ImageSource::open(cut);
+  EXPECT_THROW(source->rows(1), ImageDecodeError);
+  std::vector<std::uint8_t> row(160);
+  source->rows(0)->read(row);
+  const auto first = decoded(cut, 0);
+  EXPECT_TRUE(std::equal(row.begin(), row.end(), first.begin()));
   expectUndecodable(folder.write("e.gif", whole.substr(0, whole.size() / 3)), "cut in the first frame");
   const URL none = folder.write("f.gif", whole.substr(0, 13 + 12) + ";");
   EXPECT_EQ(ImageSource::open(none)->count(), 0U);

@@ -100,11 +100,18 @@ void writeJPEGFile(const URL& url, const Raster& raster, const JPEGFileOptions& 
   jpeg_stdio_dest(&jpeg, file.get());
   jpeg.image_width = static_cast<JDIMENSION>(raster.width);
   jpeg.image_height = static_cast<JDIMENSION>(raster.height);
-  jpeg.input_components = options.grey ? 1 : 3;
-  jpeg.in_color_space = options.grey ? JCS_GRAYSCALE : JCS_RGB;
+  const auto kind = static_cast<std::size_t>(options.colors);
+  constexpr std::array components{3, 1, 2, 4};
+  constexpr std::array spaces{JCS_RGB, JCS_GRAYSCALE, JCS_UNKNOWN, JCS_CMYK};
+  jpeg.input_components = components[kind];
+  jpeg.in_color_space = spaces[kind];
   jpeg_set_defaults(&jpeg);
   jpeg_set_quality(&jpeg, options.quality, TRUE);
-  if (options.fullChroma) jpeg.comp_info[0].h_samp_factor = jpeg.comp_info[0].v_samp_factor = 1;
+  jpeg.arith_code = options.arithmetic ? TRUE : FALSE;
+  if (options.colors == JPEGColors::rgb) {
+    jpeg.comp_info[0].h_samp_factor = options.across;
+    jpeg.comp_info[0].v_samp_factor = options.down;
+  }
   if (options.progressive) jpeg_simple_progression(&jpeg);
   jpeg_start_compress(&jpeg, TRUE);
   const auto bytes = [](const std::string& text) { return reinterpret_cast<const JOCTET*>(text.data()); };
@@ -119,7 +126,7 @@ void writeJPEGFile(const URL& url, const Raster& raster, const JPEGFileOptions& 
     row.clear();
     for (int x = 0; x < raster.width; ++x) {
       const Pixel& pixel = raster.at(x, y);
-      row.insert(row.end(), pixel.begin(), pixel.begin() + (options.grey ? 1 : 3));
+      row.insert(row.end(), pixel.begin(), pixel.begin() + components[kind]);
     }
     JSAMPROW rows[] = {row.data()};
     jpeg_write_scanlines(&jpeg, rows, 1);
@@ -185,6 +192,21 @@ std::string withChunk(const std::string& png, const std::string& type, const std
   return png.substr(0, behindHeader) + pngChunk(type, data) + png.substr(behindHeader);
 }
 
+std::string pngOfOneRow(int width, int bitDepth, int colorType, const std::string& row,
+                        const std::string& chunks) {
+  const std::string filtered = '\0' + row;
+  std::string pixels(compressBound(filtered.size()), '\0');
+  uLongf size = pixels.size();
+  compress(reinterpret_cast<Bytef*>(pixels.data()), &size, reinterpret_cast<const Bytef*>(filtered.data()),
+           filtered.size());
+  pixels.resize(size);
+  const std::string header = number(static_cast<std::uint32_t>(width), 4, true) + number(1, 4, true) +
+                             static_cast<char>(bitDepth) + static_cast<char>(colorType) +
+                             std::string(3, '\0');
+  return "\x89PNG\r\n\x1A\n" + pngChunk("IHDR", header) + chunks + pngChunk("IDAT", pixels) +
+         pngChunk("IEND", "");
+}
+
 std::string exifWithOrientation(int orientation, bool bigEndian) {
   const auto n = [&](std::uint32_t value, int bytes) { return number(value, bytes, bigEndian); };
   const auto value = static_cast<std::uint32_t>(orientation);
@@ -196,9 +218,10 @@ std::vector<std::uint8_t> decoded(const URL& url, std::size_t index) {
   const auto source = ImageSource::open(url);
   const auto rows = source->rows(index);
   const auto bytes = static_cast<std::size_t>(rows->width()) * 4;
-  std::vector<std::uint8_t> pixels(bytes * static_cast<std::size_t>(rows->height()));
-  for (std::size_t y = 0; y < static_cast<std::size_t>(rows->height()); ++y) {
-    rows->read(std::span(pixels).subspan(y * bytes, bytes));
+  std::vector<std::uint8_t> pixels;  // grows with what is there: headers may claim any height
+  for (std::int64_t y = 0; y < rows->height(); ++y) {
+    pixels.resize(pixels.size() + bytes);
+    rows->read(std::span(pixels).last(bytes));
   }
   return pixels;
 }

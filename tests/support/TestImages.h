@@ -32,11 +32,13 @@ struct PNGOptions {
 };
 void writePNGFile(const URL& url, const Raster& raster, const PNGOptions& options = {});
 
+enum class JPEGColors { rgb, grey, pair, inks };  ///< 3, 1, 2 (of no meaning) or 4 components of each pixel
 struct JPEGFileOptions {
   int quality = 90;
-  bool fullChroma = false;
+  int across = 2, down = 2;  ///< pixels that share one chroma sample
   bool progressive = false;
-  bool grey = false;
+  bool arithmetic = false;
+  JPEGColors colors = JPEGColors::rgb;
   std::string exif = {};  ///< the body of an APP1 segment
   std::string icc = {};
 };
@@ -62,6 +64,9 @@ void writeGIFFile(const URL& url, const GIFFile& file);
 /// One PNG chunk with its CRC, and a copy of `png` with it after IHDR.
 std::string pngChunk(const std::string& type, const std::string& data);
 std::string withChunk(const std::string& png, const std::string& type, const std::string& data);
+/// A PNG of one row of any kind; `chunks` go between header and pixels.
+std::string pngOfOneRow(int width, int bitDepth, int colorType, const std::string& row,
+                        const std::string& chunks = {});
 
 /// An Exif APP1 body whose only entry is the orientation, in either byte order.
 std::string exifWithOrientation(int orientation, bool bigEndian = false);
