@@ -11,9 +11,9 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/OrientationExif.h"
-#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/PNGBytes.h"
 
 namespace tidewell {
 namespace {
