@@ -120,8 +120,7 @@ TEST(PNGWriter, RoundTripsPixelsAndColours) {
 TEST(PNGWriter, WritesViewsOfPhotosWhoseProfileNoPNGMayCarry) {
   const TemporaryFolder folder;
   test::JPEGFileOptions options;
-  options.icc = color::makeRGBProfile("Display P3", color::displayP3);
-  options.icc[70] = static_cast<char>(options.icc[70] ^ 0x11);  // the white point, slightly off
+  options.icc = color::makeRGBProfile("Display P3", color::displayP3) + "x";  // longer than it says
   test::writeJPEGFile(folder / "a.jpg", test::photoRaster(8, 8), options);
   const Bitmap view = views::thumbnail(*ImageSource::open(folder / "a.jpg"), 0, 8, false);
   ASSERT_EQ(view.color.icc, options.icc);

@@ -158,6 +158,8 @@ void writeGIFFile(const URL& url, const GIFFile& file) {
         static_cast<GifByteType>(frame.transparent >= 0 ? frame.transparent : 0)};
     EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, sizeof control, control);
     ColorMapObject* local = frame.palette.empty() ? nullptr : colorMap(frame.palette);
+    GifFreeMapObject(gif->Image.ColorMap);  // of the frame before; giflib would forget it
+    gif->Image.ColorMap = nullptr;
     EGifPutImageDesc(gif, frame.left, frame.top, frame.width, frame.height, frame.interlaced, local);
     if (local) GifFreeMapObject(local);
     const auto index = [&](int x, int y) {
