@@ -5,11 +5,11 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Bitmap.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/PNGWriter.h"
 
 namespace tidewell {
