@@ -1,0 +1,114 @@
+#include "CompressionKit/engine/CompressionEngine.h"
+
+#include <exception>
+#include <utility>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/diagnostics/CompressionTrace.h"
+#include "CompressionKit/engine/CompressionRun.h"
+#include "CompressionKit/engine/EncoderPlans.h"
+#include "CompressionKit/engine/HEICConversion.h"
+#include "CompressionKit/engine/InPlaceReplacement.h"
+#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Files.h"
+
+namespace tidewell {
+namespace {
+
+/// Saves the trace however the run ends.
+class SavedTrace {
+ public:
+  SavedTrace(const URL& file, URL directory) : trace(file), directory_(std::move(directory)) {}
+  SavedTrace(const SavedTrace&) = delete;
+  SavedTrace& operator=(const SavedTrace&) = delete;
+  ~SavedTrace() { trace.save(directory_); }
+
+  CompressionTrace trace;
+
+ private:
+  URL directory_;
+};
+
+void requireRegularFile(const URL& url) {
+  const auto values = files::resourceValues(url);
+  if (!values.isRegularFile || values.isSymbolicLink) {
+    throw CompressionError::fileOperation("请选择普通图片文件");
+  }
+}
+
+void runPlan(CompressionRun& run) {
+  switch (run.original.kind) {
+    case ImageKind::jpeg:
+      return runJPEGPlan(run);
+    case ImageKind::png:
+      return runPNGPlan(run);
+    case ImageKind::gif:
+      return runGIFPlan(run);
+    case ImageKind::heic:
+      break;  // converted, not recompressed
+  }
+}
+
+CompressionResult finish(CompressionRun& run) {
+  CompressionResult result;
+  result.url = run.url;
+  result.originalBytes = result.finalBytes = run.originalBytes;
+  const Candidate* choice = run.smallest();
+  if (!choice) {
+    if (run.lastError) std::rethrow_exception(run.lastError);
+    return result;
+  }
+  run.tools().stopToken().throwIfStopped();
+  result.undoRecord = replaceOriginal(run, *choice);
+  result.outcome = CompressionOutcome::replaced;
+  result.finalBytes = choice->bytes;
+  result.encoder = choice->encoder;
+  result.qualityScore = choice->score;
+  return result;
+}
+
+}  // namespace
+
+CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Thresholds thresholds)
+    : tools_(std::move(tools)), undo_(std::move(undo)), thresholds_(thresholds) {}
+
+CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID) const {
+  if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");
+  SavedTrace saved(url, undo_.root().deletingLastPathComponent().appending("CompressionDiagnostics"));
+  CompressionTrace& trace = saved.trace;
+  tools_.stopToken().throwIfStopped();
+  requireRegularFile(url);
+  const ImageFacts original = ImageFacts::inspect(url);
+  trace.profile = original.profileName;
+  const std::int64_t originalBytes = fileSize(url);
+  std::string originalHash = hash(url);
+
+  const URL workingDirectory =
+      url.deletingLastPathComponent().appending(".tidewell-" + UUID::random().string());
+  files::createDirectory(workingDirectory, 0700);
+  const files::TemporaryTree removal(workingDirectory);
+
+  CompressionResult result;
+  if (original.kind == ImageKind::heic) {
+    result = compressHEIC(*this, url, original, originalBytes, originalHash, sessionID, workingDirectory);
+    trace.selectedEncoder = result.encoder;
+  } else {
+    CompressionRun run{.engine = *this,
+                       .url = url,
+                       .sessionID = sessionID,
+                       .trace = trace,
+                       .original = original,
+                       .originalBytes = originalBytes,
+                       .originalHash = std::move(originalHash),
+                       .workingDirectory = workingDirectory,
+                       .candidates = {},
+                       .lastError = nullptr};
+    runPlan(run);
+    result = finish(run);
+  }
+  trace.outcome = result.outcome.rawValue();
+  return result;
+}
+
+}  // namespace tidewell

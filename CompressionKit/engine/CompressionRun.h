@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "CompressionKit/diagnostics/CompressionTrace.h"
+#include "CompressionKit/engine/CompressionEngine.h"
+#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/URL.h"
+#include "CompressionKit/platform/UUID.h"
+
+namespace tidewell {
+
+/// Seconds that one run of a tool may take.
+inline constexpr double toolTimeout = 180;
+
+/// An encoder's output that passed validation.
+struct Candidate {
+  URL url;              ///< in the run's working directory
+  std::string encoder;  ///< label of the step that made it
+  std::optional<double> score;
+  std::int64_t bytes = 0;
+  bool allowsSRGBConversion = false;  ///< its profile may be a conversion of the original's to sRGB
+};
+
+/// One file on its way through the engine: what was found at the start, and what the plan has made of it so
+/// far. Belongs to one thread.
+struct CompressionRun {
+  const CompressionEngine& engine;
+  const URL url;
+  const UUID sessionID;
+  CompressionTrace& trace;
+  const ImageFacts original;
+  const std::int64_t originalBytes;
+  const std::string originalHash;
+  const URL workingDirectory;
+
+  std::vector<Candidate> candidates;  ///< in the order they were found
+  std::exception_ptr lastError;       ///< of the last attempt that threw
+
+  const ToolRunner& tools() const { return engine.tools(); }
+  URL workingFile(const std::string& name) const { return workingDirectory.appending(name); }
+
+  void runTool(const std::string& tool, const std::vector<std::string>& arguments) const {
+    tools().run(tool, arguments, toolTimeout);
+  }
+
+  /// Runs one guarded step of a plan: false when it threw, which is recorded and fails nothing but the step.
+  /// Only a stop request passes through.
+  template <typename Step>
+  bool attempt(Step&& step) {
+    try {
+      std::forward<Step>(step)();
+      return true;
+    } catch (const Interrupted&) {
+      throw;
+    } catch (const std::exception& error) {
+      lastError = std::current_exception();
+      trace.append({.encoder = "candidate",
+                    .status = "error",
+                    .reason = "component_error",
+                    .bytes = std::nullopt,
+                    .score = std::nullopt,
+                    .detail = localizedDescription(error)});
+      return false;
+    }
+  }
+
+  /// The candidate with the fewest bytes, the first of several; null when there is none.
+  const Candidate* smallest() const;
+};
+
+}  // namespace tidewell

@@ -1,0 +1,84 @@
+#include <string>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/engine/CandidateValidation.h"
+#include "CompressionKit/engine/EncoderPlans.h"
+#include "CompressionKit/image/PNGMetadata.h"
+
+namespace tidewell {
+namespace {
+
+struct Rung {
+  std::string maximumQuality;
+  std::string dither;
+  std::string speed;
+};
+
+const Rung ladder[] = {
+    {"90", "0.25", "1"},
+    {"90", "1.0", "4"},
+    {"100", "1.0", "4"},
+    {"100", "0.0", "4"},
+};
+
+std::optional<Candidate> quantised(const CompressionRun& run, const Rung& rung, std::size_t number) {
+  const URL output = run.workingFile("quant-" + std::to_string(number) + ".png");
+  run.runTool("pngquant", {"--quality=0-" + rung.maximumQuality, "--speed", rung.speed,
+                           "--floyd=" + rung.dither, "--output", output.path(), "--", run.url.path()});
+  PNGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output);
+  return validated(run, output,
+                   "pngquant q" + rung.maximumQuality + " floyd" + rung.dither + " s" + rung.speed,
+                   {.allowsSRGBConversion = true});
+}
+
+/// Ends with the first rung that passes: the later ones are larger.
+void climbLadder(CompressionRun& run) {
+  for (std::size_t number = 0; number < std::size(ladder) && run.candidates.empty(); ++number) {
+    run.attempt([&] {
+      if (auto candidate = quantised(run, ladder[number], number)) {
+        run.candidates.push_back(*std::move(candidate));
+      }
+    });
+  }
+}
+
+void optimise(CompressionRun& run, const URL& input, const std::string& name, const std::string& label,
+              const ValidationRules& rules) {
+  run.attempt([&] {
+    const URL output = run.workingFile(name);
+    run.runTool("oxipng", {"--threads", "1", "-o", "1", "--out", output.path(), input.path()});
+    if (auto candidate = validated(run, output, label, rules)) {
+      run.candidates.push_back(*std::move(candidate));
+    }
+  });
+}
+
+}  // namespace
+
+void runPNGPlan(CompressionRun& run) {
+  const bool canQuantise = run.tools().has("pngquant");
+  const bool canOptimise = run.tools().has("oxipng");
+  if (!canQuantise && !canOptimise) throw CompressionError::toolMissing("pngquant / oxipng");
+
+  if (canQuantise && run.tools().has("ssimulacra2")) {
+    climbLadder(run);
+  } else {
+    run.trace.append({.encoder = "pngquant",
+                      .status = "unavailable",
+                      .reason = "missing_component",
+                      .bytes = std::nullopt,
+                      .score = std::nullopt,
+                      .detail = canQuantise ? "ssimulacra2" : "pngquant"});
+  }
+  if (!canOptimise) return;
+
+  if (const Candidate* found = run.smallest()) {
+    const Candidate palette = *found;  // the list grows meanwhile
+    optimise(run, palette.url, "palette-opt.png", palette.encoder + " + OxiPNG",
+             {.allowsSRGBConversion = true, .losslessCandidate = &palette});
+  } else {
+    optimise(run, run.url, "lossless.png", "OxiPNG", {.isLossy = false});
+  }
+}
+
+}  // namespace tidewell
