@@ -1,0 +1,91 @@
+#include "TidewellBackground/BackgroundCompressor.h"
+
+#include <cstdint>
+#include <exception>
+#include <future>
+#include <set>
+#include <string>
+#include <utility>
+
+#include "CompressionKit/image/ImageKind.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+
+namespace tidewell {
+namespace {
+
+constexpr double maximumBackupAge = UndoStore::backupRetention;
+constexpr std::int64_t maximumBackupBytes = std::int64_t{5} << 30;
+
+void fail(BackgroundBatchResult::Item& item) {
+  item.outcome = "failed";
+  item.error = localizedDescription(std::current_exception());
+}
+
+std::set<UUID> recordsWithBackup(const UndoStore& undo) {
+  std::set<UUID> found;
+  for (const auto& record : undo.records()) {
+    if (files::exists(undo.backupURL(record))) found.insert(record.id);
+  }
+  return found;
+}
+
+}  // namespace
+
+BackgroundCompressor::BackgroundCompressor(CompressionEngine engine, CompressionQueue& queue)
+    : engine_(std::move(engine)), queue_(queue) {}
+
+BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& urls) {
+  cleanUp();
+  BackgroundBatchResult result{.sessionID = UUID::random(), .finishedAt = {}, .items = {}};
+  result.items.resize(urls.size());
+  for (std::size_t i = 0; i < urls.size(); ++i) result.items[i].path = urls[i].path();
+
+  // All are queued before any is awaited. A file that waits costs a future, not a thread.
+  std::vector<std::future<CompressionResult>> futures(urls.size());
+  for (std::size_t i = 0; i < urls.size(); ++i) {
+    try {
+      if (ImageKind::from(urls[i])) {
+        futures[i] = queue_.run(urls[i], nullptr, [this, &url = urls[i], session = result.sessionID] {
+          return engine_.compress(url, session);
+        });
+      } else {
+        result.items[i].outcome = "skipped";
+        result.items[i].error = "不支持的文件格式";
+      }
+    } catch (...) {
+      fail(result.items[i]);
+    }
+  }
+  for (std::size_t i = 0; i < urls.size(); ++i) {
+    if (!futures[i].valid()) continue;
+    auto& item = result.items[i];
+    try {
+      const CompressionResult compressed = futures[i].get();
+      item.outcome = compressed.outcome.rawValue();
+      item.originalBytes = compressed.originalBytes;
+      item.finalBytes = compressed.finalBytes;
+    } catch (...) {
+      fail(item);
+    }
+  }
+  cleanUp();
+  result.finishedAt = Date::now();
+  return result;
+}
+
+BackgroundCompressor::Maintenance BackgroundCompressor::maintainBackups() {
+  const std::lock_guard lock(maintenance_);
+  const UndoStore& undo = engine_.undo();
+  const auto before = recordsWithBackup(undo);
+  undo.cleanup(maximumBackupAge, maximumBackupBytes, Date::now());
+  const bool changed = recordsWithBackup(undo) != before;
+  return {.deadline = undo.nextBackupExpiration(), .changed = changed};
+}
+
+void BackgroundCompressor::cleanUp() {
+  const std::lock_guard lock(maintenance_);
+  engine_.undo().cleanup(maximumBackupAge, maximumBackupBytes, Date::now());
+}
+
+}  // namespace tidewell
