@@ -2,7 +2,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <exception>
 #include <optional>
 #include <system_error>
 
@@ -19,9 +18,8 @@
 #include "TidewellBackground/resident/WakeObserver.h"
 
 namespace tidewell {
-namespace {
 
-int run(const URL& tools) {
+int runResidentMode(const URL& tools) {
   EventLoop loop;
   StopSource stop;
   std::optional<BackgroundApplication> application;
@@ -67,18 +65,6 @@ int run(const URL& tools) {
     session->resign();  // may bring a last request
   } while (application->activeBatches() > 0);
   return 0;
-}
-
-}  // namespace
-
-int runResidentMode(const URL& tools) {
-  std::signal(SIGPIPE, SIG_IGN);  // nobody may be reading standard error
-  try {
-    return run(tools);
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "TidewellBackground：%s\n", localizedDescription(error).c_str());
-    return 1;
-  }
 }
 
 }  // namespace tidewell
