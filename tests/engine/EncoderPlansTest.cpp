@@ -1,0 +1,282 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "engine/FakeTools.h"
+#include "support/TestImages.h"
+
+namespace tidewell {
+namespace {
+
+using test::FakeTools;
+
+constexpr std::size_t originalBytes = 20'000;
+
+/// Decoders stop at an image's end, so a file can have any size above its own.
+void pad(const URL& url, std::size_t bytes) {
+  std::string data = files::read(url);
+  ASSERT_LE(data.size(), bytes);
+  data.resize(bytes, 'x');
+  files::writeAtomically(url, data, files::Durability::cached);
+}
+
+void writeImage(const URL& url, std::size_t bytes, bool fine = false) {
+  const auto raster = test::photoRaster(40, 30);
+  const std::string extension = url.pathExtension();
+  if (extension == "jpg") test::writeJPEGFile(url, raster, {.quality = fine ? 99 : 80});
+  if (extension == "png") test::writePNGFile(url, raster);
+  if (extension == "gif") {
+    test::writeGIFFile(url, {.width = 6,
+                             .height = 5,
+                             .frames = {{.width = 6, .height = 5, .indexes = {1}},
+                                        {.width = 6, .height = 5, .indexes = {2}}}});
+  }
+  pad(url, bytes);
+}
+
+struct Answer {
+  std::size_t bytes;
+  std::optional<double> score = {};  ///< 95.5 unless given
+};
+
+struct Outcome {
+  std::string encoder;              ///< of the replacement; "skipped", or the error's text
+  std::vector<std::string> runs;    ///< of all tools, as FakeTools logs them
+  std::vector<std::string> judged;  ///< "encoder reason" of each record in the trace
+};
+
+class EncoderPlans : public testing::Test {
+ protected:
+  /// Compresses an image of `originalBytes` with tools that answer so.
+  Outcome compress(const std::string& name, const std::map<std::string, Answer>& answers,
+                   const FakeTools& tools = FakeTools(), bool fine = false) const {
+    const test::TemporaryFolder folder;
+    writeImage(folder / name, originalBytes, fine);
+    for (const auto& [output, answer] : answers) {
+      const URL url = tools.answer(output);
+      if (answer.bytes == 0) {
+        files::writeAtomically(url, "", files::Durability::cached);
+      } else {
+        writeImage(url, answer.bytes);
+      }
+      if (answer.score) tools.score(output, *answer.score);
+    }
+    const CompressionEngine engine(ToolRunner(tools.directory()), UndoStore(folder / "Undo"), {});
+    Outcome outcome;
+    try {
+      const auto result = engine.compress(folder / name, UUID::random());
+      outcome.encoder = result.encoder.value_or("skipped");
+    } catch (const std::exception& error) {
+      outcome.encoder = error.what();
+    }
+    outcome.runs = tools.runs();
+    const auto reports = files::contentsOfDirectory(folder / "CompressionDiagnostics");
+    EXPECT_EQ(reports.size(), 1U);
+    const auto report = nlohmann::json::parse(files::read(reports.at(0)));
+    for (const auto& attempt : report.at("attempts")) {
+      outcome.judged.push_back(attempt.at("encoder").get<std::string>() + " " +
+                               attempt.at("reason").get<std::string>());
+    }
+    return outcome;
+  }
+
+  /// What of the runs is left when the metric's are taken out.
+  static std::vector<std::string> encoderRuns(const Outcome& outcome) {
+    std::vector<std::string> runs = outcome.runs;
+    std::erase_if(runs, [](const auto& run) { return run.starts_with("ssimulacra2"); });
+    return runs;
+  }
+};
+
+TEST_F(EncoderPlans, SearchTheQualityOfAJPEG) {
+  const auto step = [](int quality, int chroma) {
+    return "jpegli-" + std::to_string(chroma) + "-" + std::to_string(quality) + ".jpg";
+  };
+  const struct {
+    const char* what;
+    bool fine;
+    std::map<std::string, Answer> answers;
+    std::vector<std::string> tried;
+    std::string encoder;
+  } cases[] = {
+      {"the first is good and small",
+       false,
+       {{step(72, 420), {9000, 60}}},
+       {step(72, 420)},
+       "Jpegli q72 420"},
+      {"4:2:0 is given up at its first rejection",
+       false,
+       {{step(72, 420), {9000, 59.9}}, {step(72, 444), {9500, 64}}},
+       {step(72, 420), step(72, 444)},
+       "Jpegli q72 444"},
+      {"larger ones lead downwards by at most 12, then 4:4:4 is tried",
+       false,
+       {{step(72, 420), {20000, 90}}, {step(60, 420), {20000, 71}}, {step(72, 444), {19000, 80}}},
+       {step(72, 420), step(60, 420), step(72, 444)},
+       "Jpegli q72 444"},
+      {"the step follows the score's excess",
+       false,
+       {{step(72, 420), {30000, 75}}, {step(66, 420), {25000, 71.5}}, {step(65, 420), {11000, 66}}},
+       {step(72, 420), step(66, 420), step(65, 420)},
+       "Jpegli q65 420"},
+      {"a fine original: 4:4:4 first, upwards while rejected",
+       true,
+       {{step(90, 444), {9000, 85.9}},
+        {step(93, 444), {9000, 85}},
+        {step(95, 444), {9000, 85}},
+        {step(96, 444), {9000, 86}}},
+       {step(90, 444), step(93, 444), step(95, 444), step(96, 444)},
+       "Jpegli q96 444"},
+      {"a rejection between accepted ones halves what is left",
+       true,
+       {{step(90, 444), {30000, 95}},
+        {step(80, 444), {9000, 80}},
+        {step(85, 444), {9000, 84}},
+        {step(87, 444), {9000, 88}}},
+       {step(90, 444), step(80, 444), step(85, 444), step(87, 444)},
+       "Jpegli q87 444"},
+      {"a failing encoder ends one chroma value only",
+       false,
+       {{step(72, 444), {9000, 70}}},
+       {step(72, 420), step(72, 444)},
+       "Jpegli q72 444"},
+      {"nothing is good enough",
+       false,
+       {{step(72, 420), {9000, 10}},
+        {step(72, 444), {9000, 10}},
+        {step(84, 444), {9000, 10}},
+        {step(90, 444), {9000, 10}},
+        {step(96, 444), {21000, 99}}},
+       {step(72, 420), step(72, 444), step(84, 444), step(90, 444), step(96, 444)},
+       "skipped"},
+      {"every encoder run fails",
+       false,
+       {},
+       {step(72, 420), step(72, 444)},
+       "压缩组件运行失败：cjpegli（退出码 3）：cp: cannot stat"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = compress("photo.jpg", c.answers, FakeTools(), c.fine);
+    std::vector<std::string> tried;
+    for (const auto& run : encoderRuns(outcome)) {
+      const auto begin = run.find("jpegli-");
+      tried.push_back(run.substr(begin, run.find(' ', begin) - begin));
+    }
+    EXPECT_EQ(tried, c.tried) << c.what;
+    EXPECT_TRUE(outcome.encoder.starts_with(c.encoder)) << c.what << ": " << outcome.encoder;
+  }
+}
+
+TEST_F(EncoderPlans, QuantiseThenOptimiseAPNG) {
+  const std::string rungs[] = {
+      "pngquant --quality=0-90 --speed 1 --floyd=0.25 --output quant-0.png -- a.png",
+      "pngquant --quality=0-90 --speed 4 --floyd=1.0 --output quant-1.png -- a.png",
+      "pngquant --quality=0-100 --speed 4 --floyd=1.0 --output quant-2.png -- a.png",
+      "pngquant --quality=0-100 --speed 4 --floyd=0.0 --output quant-3.png -- a.png"};
+  const std::string lossless = "oxipng --threads 1 -o 1 --out lossless.png a.png";
+  const struct {
+    std::vector<std::string> tools;
+    std::map<std::string, Answer> answers;
+    std::vector<std::string> runs, judged;
+    std::string encoder;
+  } cases[] = {
+      {{"pngquant", "oxipng", "ssimulacra2"},
+       {{"quant-0.png", {9000, 69.9}}, {"quant-1.png", {9000, 70}}, {"palette-opt.png", {8000}}},
+       {rungs[0], rungs[1], "oxipng --threads 1 -o 1 --out palette-opt.png quant-1.png"},
+       {"pngquant q90 floyd0.25 s1 quality_below_threshold", "pngquant q90 floyd1.0 s4 validated",
+        "pngquant q90 floyd1.0 s4 + OxiPNG validated"},
+       "pngquant q90 floyd1.0 s4 + OxiPNG"},
+      // Failures and outputs that are too large lead to the next rung, and in the end to the lossless step.
+      {{"pngquant", "oxipng", "ssimulacra2"},
+       {{"quant-0.png", {0}},
+        {"quant-1.png", {originalBytes}},
+        {"quant-3.png", {9000, 5}},
+        {"lossless.png", {12000}}},
+       {rungs[0], rungs[1], rungs[2], rungs[3], lossless},
+       {"pngquant q90 floyd0.25 s1 empty_output", "pngquant q90 floyd1.0 s4 not_smaller",
+        "candidate component_error", "pngquant q100 floyd0.0 s4 quality_below_threshold", "OxiPNG validated"},
+       "OxiPNG"},
+      {{"pngquant", "oxipng"},
+       {{"lossless.png", {12000}}},
+       {lossless},
+       {"pngquant missing_component", "OxiPNG validated"},
+       "OxiPNG"},
+      {{"pngquant", "ssimulacra2"},
+       {{"quant-0.png", {9000}}},
+       {rungs[0]},
+       {"pngquant q90 floyd0.25 s1 validated"},
+       "pngquant q90 floyd0.25 s1"},
+      {{"ssimulacra2"}, {}, {}, {}, "缺少压缩组件：pngquant / oxipng"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = compress("a.png", c.answers, FakeTools(c.tools));
+    EXPECT_EQ(encoderRuns(outcome), c.runs);
+    EXPECT_EQ(outcome.judged, c.judged);
+    EXPECT_EQ(outcome.encoder, c.encoder);
+  }
+}
+
+TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
+  const std::string optimised = "gifsicle -O2 -Okeep-empty --no-ignore-errors a.gif -o optimized.gif";
+  const auto lossy = [](const std::string& level) {
+    return "gifsicle -O2 -Okeep-empty --no-ignore-errors --gamma=1 --lossy=" + level + " a.gif -o lossy-" +
+           level + ".gif";
+  };
+  const auto palette = [](const std::string& colours) {
+    return "pngquant " + colours + " --speed 1 --floyd=0.25 --output gif-palette-" + colours +
+           ".png -- gif-colour-sample.png";
+  };
+  const auto shared = [](const std::string& colours) {
+    return "gifsicle -O3 -Okeep-empty --no-ignore-errors --gamma=1 --use-colormap gif-palette-" + colours +
+           ".txt --no-dither --lossy=4 a.gif -o shared-" + colours + ".gif";
+  };
+  const struct {
+    std::vector<std::string> tools;
+    std::map<std::string, Answer> answers;
+    std::vector<std::string> runs;
+    std::string encoder;
+  } cases[] = {
+      {{"gifsicle", "ssimulacra2", "pngquant"},
+       {{"optimized.gif", {15000}}, {"lossy-12.gif", {12000}}},
+       {optimised, lossy("12")},
+       "Gifsicle lossy12"},
+      // 18000 bytes is not below 90 %: the ladder ends without a verdict; a palette is then worth a try.
+      {{"gifsicle", "ssimulacra2", "pngquant"},
+       {{"optimized.gif", {18000}}, {"lossy-12.gif", {18000}}},
+       {optimised, lossy("12"), palette("192")},
+       "Gifsicle -O2"},
+      {{"gifsicle", "ssimulacra2"},
+       {{"lossy-12.gif", {0}}, {"lossy-4.gif", {17999}}},
+       {optimised, lossy("12"), lossy("4")},
+       "Gifsicle lossy4"},
+      {{"gifsicle"}, {{"optimized.gif", {15000}}}, {optimised}, "Gifsicle -O2"},
+      {{"pngquant"}, {}, {}, "缺少压缩组件：gifsicle"},
+  };
+  for (const auto& c : cases) {
+    const Outcome outcome = compress("a.gif", c.answers, FakeTools(c.tools));
+    EXPECT_EQ(encoderRuns(outcome), c.runs);
+    EXPECT_EQ(outcome.encoder, c.encoder);
+  }
+
+  // A palette's answer is a PNG with PLTE; the first count is judged by a frame and rejected.
+  const FakeTools tools;
+  for (const char* colours : {"192", "255"}) {
+    files::writeAtomically(tools.answer(std::string("gif-palette-") + colours + ".png"),
+                           test::pngOfOneRow(1, 8, 3, std::string(1, '\0'), test::pngChunk("PLTE", "abc")));
+  }
+  tools.score("frame-1.png", 69.5);
+  tools.first("case \"$*\" in *shared-255*) rm -f \"$here/scores/frame-1.png\";; esac");
+  const Outcome outcome = compress("a.gif", {{"shared-192.gif", {9000}}, {"shared-255.gif", {9500}}}, tools);
+  EXPECT_EQ(encoderRuns(outcome),
+            (std::vector<std::string>{optimised, lossy("12"), lossy("4"), palette("192"), shared("192"),
+                                      palette("255"), shared("255")}));
+  EXPECT_EQ(outcome.encoder, "pngquant GIF 255 colors + Gifsicle lossy4");
+  EXPECT_EQ(outcome.judged[outcome.judged.size() - 2],
+            "pngquant GIF 192 colors + Gifsicle lossy4 gif_frame_quality_or_alpha");
+}
+
+}  // namespace
+}  // namespace tidewell
