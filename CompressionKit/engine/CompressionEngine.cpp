@@ -9,6 +9,7 @@
 #include "CompressionKit/engine/EncoderPlans.h"
 #include "CompressionKit/engine/HEICConversion.h"
 #include "CompressionKit/engine/InPlaceReplacement.h"
+#include "CompressionKit/engine/WorkingDirectory.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
@@ -84,14 +85,11 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   const std::int64_t originalBytes = fileSize(url);
   std::string originalHash = hash(url);
 
-  const URL workingDirectory =
-      url.deletingLastPathComponent().appending(".tidewell-" + UUID::random().string());
-  files::createDirectory(workingDirectory, 0700);
-  const files::TemporaryTree removal(workingDirectory);
+  const WorkingDirectory working(url.deletingLastPathComponent());
 
   CompressionResult result;
   if (original.kind == ImageKind::heic) {
-    result = compressHEIC(*this, url, original, originalBytes, originalHash, sessionID, workingDirectory);
+    result = compressHEIC(*this, url, original, originalBytes, originalHash, sessionID, working.url());
     trace.selectedEncoder = result.encoder;
   } else {
     CompressionRun run{.engine = *this,
@@ -101,7 +99,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
                        .original = original,
                        .originalBytes = originalBytes,
                        .originalHash = std::move(originalHash),
-                       .workingDirectory = workingDirectory,
+                       .workingDirectory = working.url(),
                        .candidates = {},
                        .lastError = nullptr};
     runPlan(run);

@@ -1,6 +1,8 @@
 #include "CompressionKit/engine/CompressionEngine.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -92,6 +94,29 @@ TEST_F(Engine, LeavesAFileThatNothingImproves) {
   EXPECT_EQ(files::read(photo), before);
   EXPECT_TRUE(undo.readRecords().empty());
   expectEnd("skipped");
+}
+
+TEST_F(Engine, RemovesWhatAKilledRunLeft) {
+  const auto directory = [&](const std::string& name, double age) {
+    const URL url = pictures.appending(name);
+    files::createDirectory(url);
+    folder.write("pictures/" + name + "/candidate.jpg", "");
+    const timespec time{static_cast<time_t>(Date::now().since1970() - age), 0};
+    const timespec times[] = {time, time};
+    utimensat(AT_FDCWD, url.path().c_str(), times, 0);
+    return url;
+  };
+  const std::string name = ".tidewell-" + UUID::random().string();
+  const URL abandoned = directory(name, 3700);
+  const URL fresh = directory(".tidewell-" + UUID::random().string(), 3500);
+  const URL others = directory(name + "-mine", 3700);
+  const URL locked = directory(".tidewell-" + UUID::random().string(), 3700);
+  const Descriptor lock(open(locked.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+
+  engine.compress(photo, session);
+  EXPECT_FALSE(files::exists(abandoned));
+  for (const URL& kept : {fresh, others, locked}) EXPECT_TRUE(files::exists(kept)) << kept.path();
 }
 
 TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
