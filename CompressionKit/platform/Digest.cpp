@@ -1,8 +1,10 @@
 #include "CompressionKit/platform/Digest.h"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <stdexcept>
@@ -14,9 +16,17 @@
 namespace tidewell {
 namespace {
 
+/// OpenSSL would take itself down at exit, while a worker thread of ours may still hash or has yet to hand
+/// back what the library keeps for each thread.
+void keepLibraryUntilTheEnd() {
+  [[maybe_unused]] static const bool done = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+}
+
 class SHA256 {
  public:
-  SHA256() : context_(EVP_MD_CTX_new()) {
+  SHA256() {
+    keepLibraryUntilTheEnd();
+    context_.reset(EVP_MD_CTX_new());
     if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1) fail();
   }
   void update(const void* data, std::size_t size) {
