@@ -57,7 +57,9 @@ BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& url
       fail(result.items[i]);
     }
   }
-  for (std::size_t i = 0; i < urls.size(); ++i) {
+  // From the last to the first: most of them end in the order in which they were queued, so that this thread
+  // is not woken for each.
+  for (std::size_t i = urls.size(); i-- > 0;) {
     if (!futures[i].valid()) continue;
     auto& item = result.items[i];
     try {
