@@ -14,6 +14,7 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/AtomicRename.h"
+#include "support/PlantedRecord.h"
 #include "support/TemporaryFolder.h"
 
 namespace tidewell {
@@ -38,22 +39,8 @@ class UndoStoreTest : public testing::Test {
     store_.commit(record);
     return record;
   }
-  /// A committed record of a given age with a backup of `bytes` (sparse), and no replaced file.
   UndoRecord plant(double createdAt, off_t bytes, UndoRecord::State state = UndoRecord::State::committed) {
-    UndoRecord record;
-    record.id = UUID::random();
-    record.sessionID = UUID::random();
-    record.createdAt = {createdAt};
-    record.originalPath = "/somewhere/a.jpg";
-    record.backupName = record.id.string() + ".jpg";
-    record.originalBytes = bytes;
-    record.replacementHash = "0";
-    record.state = state;
-    const std::string place = "Undo/" + record.sessionID.string() + "/";
-    folder_.write(place + record.id.string() + ".json", record.json());
-    folder_.write(place + record.backupName, "");
-    EXPECT_EQ(truncate(store_.backupURL(record).path().c_str(), bytes), 0);
-    return record;
+    return test::plantRecord(store_, {createdAt}, bytes, state);
   }
   bool hasBackup(const UndoRecord& record) const { return files::exists(store_.backupURL(record)); }
   std::size_t sessions() const { return files::contentsOfDirectory(store_.root()).size(); }
