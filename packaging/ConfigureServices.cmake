@@ -3,9 +3,10 @@
 #   executable   its path after installing    source, destination   folders of the templates and the results
 get_filename_component(executable "${executable}" ABSOLUTE)
 
-# In quotes as each reader wants them: the bus splits like a shell, the service manager also expands "%".
+# In quotes as each reader wants them: the bus undoes the escapes of key files, then splits like a shell; the
+# service manager also expands "%".
 string(REGEX REPLACE "([\"\\\\$`])" "\\\\\\1" dbus_executable "${executable}")
-set(dbus_executable "\"${dbus_executable}\"")
+string(REPLACE "\\" "\\\\" dbus_executable "\"${dbus_executable}\"")
 string(REGEX REPLACE "([\"\\\\])" "\\\\\\1" systemd_executable "${executable}")
 string(REPLACE "%" "%%" systemd_executable "${systemd_executable}")
 set(systemd_executable "\"${systemd_executable}\"")
