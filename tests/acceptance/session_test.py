@@ -1,0 +1,353 @@
+#!/usr/bin/python3
+"""The resident service on a private session bus, with real pictures and the real tools.
+
+    session_test.py PROGRAM GROUP       one of the classes below
+
+The program must lie in the bin folder of a build tree, its tools in ../lib/tidewell/tools. What is missing skips
+the tests, or fails them when TIDEWELL_REQUIRE_TOOLS is set.
+"""
+
+import base64
+import contextlib
+import fcntl
+import json
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import urllib.parse
+import uuid
+
+SKIPPED = 77
+
+try:
+    import dbus
+    import dbus.mainloop.glib
+    import dbus.service
+    from gi.repository import GLib
+    from PIL import Image
+
+    import images
+except ImportError as error:
+    if os.environ.get("TIDEWELL_REQUIRE_TOOLS"):
+        raise
+    print("skipped:", error)
+    sys.exit(SKIPPED)
+
+PROGRAM = pathlib.Path(sys.argv[1]).resolve()
+BUILD = PROGRAM.parent.parent
+SERVICE = "com.vantor.tidewell.Background"
+WATCHER = "org.kde.StatusNotifierWatcher"
+ITEM = "org.kde.StatusNotifierItem"
+TOKEN = "tide+well/&="
+COMPRESSING = "潮汐井：压缩中…"
+
+
+class Watcher(dbus.service.Object):
+    def __init__(self, bus):
+        self.items = []
+        super().__init__(bus, "/StatusNotifierWatcher")
+        bus.request_name(WATCHER)
+
+    @dbus.service.method(WATCHER, in_signature="s")
+    def RegisterStatusNotifierItem(self, name):
+        self.items.append(name)
+
+
+class Session(unittest.TestCase):
+    """Runs in the folder that main() made, with a bus for itself."""
+
+    def setUp(self):
+        dbus.mainloop.glib.DBusGMainLoop(set_as_default=True)
+        self.folder = pathlib.Path(os.environ["HOME"])
+        for name in ("data", "config", "pictures"):
+            shutil.rmtree(self.folder / name, ignore_errors=True)
+        self.support = self.folder / "data/Tidewell"
+        self.pictures = self.folder / "pictures"
+        self.bus = dbus.SessionBus(private=True)
+        self.bus.set_exit_on_disconnect(False)
+        self.addCleanup(self.bus.close)
+        self.titles, self.history = [], []
+        self.bus.add_signal_receiver(lambda label, guide: self.titles.append(str(label)), "XAyatanaNewLabel", ITEM)
+        self.bus.add_signal_receiver(lambda *arguments: self.history.append(arguments), "historyDidChange",
+                                     "com.vantor.tidewell", path="/com/vantor/tidewell")
+        self.settings = self.folder / "config/tidewell/tidewell.conf"
+        self.settings.parent.mkdir(parents=True)
+        self.settings.write_text(f"[Tidewell]\nTidewellCommandToken={TOKEN}\n")
+        self.settings.chmod(0o600)
+
+    def start(self):
+        """The service, ready for requests. Whatever it prints is an error."""
+        log = open(self.folder / "log", "w+")
+        service = subprocess.Popen([PROGRAM], stdout=log, stderr=log)
+
+        def end():
+            service.kill()
+            service.wait()
+            log.seek(0)
+            self.assertEqual(log.read(), "")
+            log.close()
+
+        self.addCleanup(end)
+        self.wait(lambda: self.bus.name_has_owner(SERVICE), "the service on the bus")
+        return service
+
+    def wait(self, condition, what, seconds=120):
+        """Serves the bus until the condition holds. The limit is for a broken service, not for a slow machine."""
+        end = time.monotonic() + seconds
+        while not condition():
+            self.assertLess(time.monotonic(), end, f"waited in vain for {what}; titles: {self.titles}")
+            if not GLib.MainContext.default().iteration(False):
+                time.sleep(0.01)
+
+    def picture(self, name, width=400):
+        self.pictures.mkdir(exist_ok=True)
+        Image.fromarray(images.photo(width, width * 3 // 4, len(name))).save(self.pictures / name, "JPEG", quality=93)
+        return self.pictures / name
+
+    def command(self, *paths, token=TOKEN, data=None):
+        data = json.dumps([str(p) for p in paths]).encode() if data is None else data
+        query = urllib.parse.urlencode({"token": token, "files": base64.b64encode(data)}, quote_via=urllib.parse.quote)
+        return "tidewell-background://compress?" + query
+
+    def open(self, *urls):
+        subprocess.run(["gdbus", "call", "--session", "--dest", SERVICE, "--object-path",
+                        "/com/vantor/tidewell/Background", "--method", "org.freedesktop.Application.Open",
+                        f"@as {list(urls)}", "@a{sv} {}"], check=True, stdout=subprocess.DEVNULL)
+
+    def latest(self):
+        return json.loads((self.support / "Background/latest.json").read_text())["items"]
+
+    def item(self, name):
+        return self.bus.get_object(name, "/StatusNotifierItem").GetAll(ITEM, dbus_interface=dbus.PROPERTIES_IFACE)
+
+    @contextlib.contextmanager
+    def all_slots_taken(self):
+        """Other processes compress: batches begin, but none of their files."""
+        locks = self.support / "CompressionLocks"
+        locks.mkdir(parents=True, exist_ok=True)
+        with contextlib.ExitStack() as stack:
+            for index in range(10):
+                fcntl.flock(stack.enter_context(open(locks / f"slot-{index}.lock", "w")), fcntl.LOCK_EX)
+            yield
+
+    def tools_at(self, path):
+        found = []
+        for line in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+            with contextlib.suppress(OSError):
+                if bytes(path) in line.read_bytes():
+                    found.append(int(line.parent.name))
+        return found
+
+    def expect_nothing_left_behind(self):
+        self.assertEqual(list((self.folder / "tmp").iterdir()), [])
+        self.assertEqual([p.name for p in self.pictures.iterdir() if p.name.startswith(".")], [])
+
+
+class Commands(Session):
+    def test_batches_and_what_they_show(self):
+        self.start()
+        first = [self.picture("a.jpg"), self.picture("bb.jpg", 300)]
+        second = [self.picture("ccc.JPG", 200)]
+        sizes = {p: p.stat().st_size for p in first + second}
+        for url in (self.command(*first, token="tide+well/&"), self.command(*first, token=""),
+                    self.command(*first).replace("compress", "Compress"), self.command(data=b"{}"),
+                    self.command(*first)[:-3], self.command("a.jpg", self.pictures / "notes.txt"), "file:///notes.txt",
+                    "no URL"):
+            self.open(url)
+        for mode in (0o620, 0o602):
+            self.settings.chmod(mode)
+            self.open(self.command(*first))
+        self.settings.chmod(0o600)
+
+        with self.all_slots_taken():
+            self.open(self.command(*first, first[0]))
+            self.wait(lambda: self.titles, "the first title")
+            watcher = Watcher(self.bus)  # a desktop that is late, then starts again
+            self.wait(lambda: watcher.items, "the status item")
+            shown = self.item(watcher.items[0])
+            self.assertEqual(shown["ToolTip"][2:], ("后台压缩 2 张图片", ""))
+            self.bus.release_name(WATCHER)
+            self.bus.request_name(WATCHER)
+            self.wait(lambda: len(watcher.items) == 2, "the status item after a restart")
+            time.sleep(1)
+            self.open(second[0].as_uri())
+            self.wait(lambda: len(self.titles) == 2, "the second batch")
+            self.assertEqual(self.history, [])
+            self.assertEqual(self.item(watcher.items[0])["ToolTip"][2], "后台压缩 1 张图片")
+        self.wait(lambda: len(self.history) == 2, "the end of both batches")
+        self.wait(lambda: len(self.titles) == 4, "the last title")
+
+        self.assertEqual(self.history, [(), ()])
+        self.assertEqual(self.titles[:3], [COMPRESSING] * 3)
+        self.assertRegex(self.titles[3], r"^潮汐井：节省 \d+ KB$")
+        latest = self.latest()
+        self.assertIn([pathlib.Path(i["path"]) for i in latest], (first, second))
+        saved = sum(i["originalBytes"] - i["finalBytes"] for i in latest)
+        self.assertAlmostEqual(int(self.titles[3].split()[1]), saved / 1000, delta=0.5)
+        shown = self.item(watcher.items[0])
+        self.assertEqual(shown["Title"], self.titles[3])
+        self.assertEqual(shown["XAyatanaLabel"], self.titles[3])
+        self.assertEqual(shown["ToolTip"][2], f"已压缩 {len(latest)} 张，跳过 0 张，失败 0 张")
+        self.assertEqual((shown["Status"], shown["IconName"]), ("Active", SERVICE))
+        for path, size in sizes.items():
+            self.assertLess(path.stat().st_size, size)
+        self.assertEqual(len(list((self.support / "Undo").glob("*/*.json"))), 3)
+
+        self.open(self.command(self.pictures / "none.gif"))
+        self.wait(lambda: len(self.history) == 3, "the end of a batch that fails")
+        self.assertEqual(self.item(watcher.items[0])["Title"], "潮汐井：1 张失败")
+        self.expect_nothing_left_behind()
+        self.assertEqual(subprocess.run([PROGRAM], timeout=60).returncode, 0, "a second instance")
+
+    def test_sigterm_ends_a_batch_early(self):
+        service = self.start()
+        path = self.picture("a.jpg", 1500)
+        before = path.read_bytes()
+        self.open(self.command(path))
+        self.wait(lambda: self.tools_at(path), "a tool at work")
+        with contextlib.suppress(ProcessLookupError):
+            for tool in self.tools_at(path):
+                os.kill(tool, signal.SIGSTOP)  # so that it cannot end before the signal
+        service.send_signal(signal.SIGTERM)
+        self.wait(lambda: service.poll() is not None, "the end of the service")
+        self.assertEqual(service.returncode, 0)
+        self.assertEqual(self.tools_at(path), [])
+        self.assertEqual(path.read_bytes(), before)
+        self.assertEqual([(i["outcome"], i["error"]) for i in self.latest()], [("failed", "压缩被中断，原图未改动")])
+        self.wait(lambda: self.history, "the notification")
+        self.expect_nothing_left_behind()
+
+    def test_sigterm_does_not_wait_for_other_processes(self):
+        service = self.start()
+        with self.all_slots_taken():
+            self.open(self.picture("a.jpg").as_uri())
+            self.wait(lambda: self.titles, "the batch")
+            service.terminate()
+            self.wait(lambda: service.poll() is not None, "the end of the service")
+        self.assertEqual(service.returncode, 0)
+
+    def test_no_bus(self):
+        environment = dict(os.environ, DBUS_SESSION_BUS_ADDRESS="unix:path=/nowhere")
+        done = subprocess.run([PROGRAM], env=environment, stderr=subprocess.PIPE, text=True, timeout=60)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("会话总线", done.stderr)
+
+
+class Idle(Session):
+    def plant(self, age):
+        """A committed record with its backup, as old as given."""
+        session = self.support / "Undo" / str(uuid.uuid4()).upper()
+        session.mkdir(parents=True)
+        name = str(uuid.uuid4()).upper()
+        record = dict(id=name, sessionID=session.name, createdAt=time.time() - 978307200 - age,
+                      originalPath="/somewhere/a.jpg", backupName=name + ".jpg", originalBytes=1, replacementBytes=1,
+                      replacementHash="0", state="committed")
+        (session / (name + ".jpg")).write_text("x")
+        (session / (name + ".json")).write_text(json.dumps(record))
+        return session / (name + ".jpg")
+
+    def test_stays_for_backups_and_leaves_after_them(self):
+        # The one bus is the system's, too.
+        login = subprocess.Popen([sys.executable, "-m", "dbusmock", "org.freedesktop.login1", "/org/freedesktop/login1",
+                                  "org.freedesktop.login1.Manager"], stdout=subprocess.DEVNULL)
+        self.addCleanup(login.wait)
+        self.addCleanup(login.terminate)
+        self.wait(lambda: self.bus.name_has_owner("org.freedesktop.login1"), "the login manager")
+        manager = self.bus.get_object("org.freedesktop.login1", "/org/freedesktop/login1")
+        sleeping = lambda value: manager.EmitSignal("", "PrepareForSleep", "b", [value],
+                                                    dbus_interface="org.freedesktop.DBus.Mock")
+        started = time.monotonic()
+        waiting = self.plant(14400 - 20)
+        overdue = self.plant(14400)
+        service = self.start()
+        self.wait(lambda: len(self.history) == 1, "the first pass")
+        self.assertFalse(overdue.exists())
+
+        overdue = self.plant(20000)
+        subprocess.run(["gdbus", "emit", "--session", "--object-path", "/com/vantor/tidewell", "--signal",
+                        "com.vantor.tidewell.undoDidChange"], check=True)
+        self.wait(lambda: len(self.history) == 2, "a pass after an undo change")
+        self.assertFalse(overdue.exists())
+        overdue = self.plant(20000)
+        sleeping(True)
+        time.sleep(0.5)
+        self.assertTrue(overdue.exists())
+        sleeping(False)
+        self.wait(lambda: len(self.history) == 3, "a pass after waking")
+        self.assertFalse(overdue.exists())
+
+        self.wait(lambda: len(self.history) == 4, "the expiry of the last backup")
+        expired = time.monotonic()
+        self.assertGreater(expired - started, 19)
+        self.assertFalse(waiting.exists())
+        self.assertIsNone(service.poll())
+        self.wait(lambda: service.poll() is not None, "the end", seconds=60)
+        self.assertEqual(service.returncode, 0)
+        self.assertGreater(time.monotonic() - expired, 11.5)
+        self.assertEqual(len(self.history), 4)
+
+
+class Activation(Session):
+    """The bus of this group knows an installed tree, whose prefix is a name that needs quoting."""
+
+    prefix = pathlib.Path(os.environ["HOME"]) / "a $pre%u fix"
+
+    def service_id(self):
+        return self.bus.get_object("org.freedesktop.DBus", "/").GetConnectionUnixProcessID(SERVICE)
+
+    def test_a_request_starts_the_service(self):
+        calls = [lambda path: self.open(self.command(path)),
+                 lambda path: subprocess.run(["gapplication", "launch", SERVICE, path], check=True)]
+        for count, call in enumerate(calls, 1):
+            self.assertFalse(self.bus.name_has_owner(SERVICE))
+            path = self.picture("a" * count + ".jpg")
+            call(path)
+            process = self.service_id()
+            self.assertEqual(os.readlink(f"/proc/{process}/exe"), str(self.prefix / "bin/TidewellBackground"))
+            self.wait(lambda: len(self.history) == count, "the end of the batch")
+            self.assertEqual([(i["path"], i["outcome"]) for i in self.latest()], [(str(path), "replaced")])
+            os.kill(process, signal.SIGTERM)
+            self.wait(lambda: not self.bus.name_has_owner(SERVICE), "the end of the service")
+
+    def test_what_is_installed_is_valid(self):
+        share = self.prefix / "share"
+        desktop = share / f"applications/{SERVICE}.desktop"
+        for check in (["desktop-file-validate", desktop],
+                      ["systemd-analyze", "verify", "--user", share / "systemd/user/tidewell-background.service"]):
+            done = subprocess.run(check, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+            self.assertEqual((done.returncode, done.stdout), (0, ""), check)
+        self.assertIn("Exec=gapplication launch " + SERVICE, desktop.read_text())
+        for size in ("scalable", "48x48"):
+            self.assertEqual(len(list((share / f"icons/hicolor/{size}/apps").iterdir())), 1)
+
+
+def main():
+    """Runs a group in a folder of its own, on a bus of its own that is the system's bus as well."""
+    if not (BUILD / "lib/tidewell/tools/cjpegli").exists():
+        print("no tools in", BUILD)
+        return 1 if os.environ.get("TIDEWELL_REQUIRE_TOOLS") else SKIPPED
+    with tempfile.TemporaryDirectory(prefix="tidewell-session-") as folder:
+        places = {"XDG_DATA_HOME": "data", "XDG_CONFIG_HOME": "config", "XDG_RUNTIME_DIR": "run", "TMPDIR": "tmp"}
+        environment = dict(os.environ, HOME=folder, TIDEWELL_SESSION="1",
+                           XDG_DATA_DIRS=f"{folder}/a $pre%u fix/share:/usr/share")
+        for variable, name in places.items():
+            os.mkdir(f"{folder}/{name}", 0o700)
+            environment[variable] = f"{folder}/{name}"
+        if sys.argv[2] == "Activation":
+            subprocess.run(["cmake", "--install", BUILD, "--prefix", f"{folder}/a $pre%u fix"], check=True,
+                           stdout=subprocess.DEVNULL)
+        return subprocess.run(["dbus-run-session", "--", "sh", "-c",
+                               'DBUS_SYSTEM_BUS_ADDRESS=$DBUS_SESSION_BUS_ADDRESS exec "$0" "$@"', sys.executable, "-B",
+                               *sys.argv], env=environment).returncode
+
+
+if __name__ == "__main__":
+    if "TIDEWELL_SESSION" not in os.environ:
+        sys.exit(main())
+    unittest.main(argv=sys.argv[1:], verbosity=2)
