@@ -40,7 +40,7 @@ int runResidentMode(const URL& tools) {
                                                    .disconnected = quit});
     if (!session->acquireName()) return 0;
   } catch (const std::system_error& error) {
-    std::fprintf(stderr, "TidewellBackground：没有可用的会话总线：%s\n",
+    std::fprintf(stderr, "TidewellBackground：没有可用的会话总线（DBUS_SESSION_BUS_ADDRESS）：%s\n",
                  describeErrno(error.code().value()).c_str());
     return 1;
   }
@@ -60,10 +60,13 @@ int runResidentMode(const URL& tools) {
   const WakeObserver wake(loop, [&] { application->workspaceDidWake(); });
   application->applicationDidFinishLaunching();
 
-  do {
+  loop.run();
+  session->resign();
+  if (application->activeBatches() > 0) {  // by a request that came just before
+    session->extendStop();
+    application->terminateAfterBatches();
     loop.run();
-    session->resign();  // may bring a last request
-  } while (application->activeBatches() > 0);
+  }
   return 0;
 }
 

@@ -2,13 +2,16 @@
 
 #include <functional>
 #include <list>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 #include "TidewellBackground/resident/Platform.h"
 
 namespace tidewell {
 
-/// One plain thread for each piece of work. The destructor waits for all of them.
+/// One plain thread for each piece of work, begun later while the system gives no thread. The destructor
+/// waits for those that have begun.
 class BackgroundThreads final : public WorkerThreads {
  public:
   explicit BackgroundThreads(MainQueue& mainQueue) : mainQueue_(mainQueue) {}
@@ -17,10 +20,15 @@ class BackgroundThreads final : public WorkerThreads {
 
   void run(std::function<void()> work) override {
     const auto thread = threads_.emplace(threads_.end());
-    *thread = std::jthread([this, thread, work = std::move(work)] {
-      work();
-      mainQueue_.post([this, thread] { threads_.erase(thread); });
-    });
+    try {
+      *thread = std::jthread([this, thread, work] {
+        work();
+        mainQueue_.post([this, thread] { threads_.erase(thread); });
+      });
+    } catch (const std::system_error&) {
+      threads_.erase(thread);
+      mainQueue_.after(1, [this, work = std::move(work)] { run(work); });
+    }
   }
 
  private:

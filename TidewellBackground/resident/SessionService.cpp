@@ -58,6 +58,10 @@ void SessionService::resign() {
   }
 }
 
+void SessionService::extendStop() {
+  sd_notify(0, "EXTEND_TIMEOUT_USEC=86400000000");  // a day
+}
+
 void SessionService::postHistoryDidChange() {
   sd_bus_emit_signal(bus_.get(), notificationPath, notificationInterfaceName, "historyDidChange", "");
 }

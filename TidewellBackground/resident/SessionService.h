@@ -31,6 +31,9 @@ class SessionService final : public Notifications {
   /// from a handler.
   void resign();
 
+  /// Asks the service manager, which counts the time since `resign`, to be patient with a last batch.
+  void extendStop();
+
   void postHistoryDidChange() override;
 
  private:

@@ -84,10 +84,10 @@ const sd_bus_vtable StatusNotifierItem::interface[] = {
     SD_BUS_SIGNAL("XAyatanaNewLabel", "ss", 0),
     SD_BUS_VTABLE_END};
 
-StatusNotifierItem::StatusNotifierItem(EventLoop& loop)
+StatusNotifierItem::StatusNotifierItem(EventLoop& loop, int number)
     : iconThemePath_(installedIcons()),
       bus_(openSessionBus(loop)),
-      name_("org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-1"),
+      name_("org.kde.StatusNotifierItem-" + std::to_string(getpid()) + "-" + std::to_string(number)),
       menu_(bus_.get()),
       slot_(addInterface(bus_.get(), itemPath, interfaceName, interface, this)) {
   // Nothing here waits for an answer: requests on one connection are served in their order.
@@ -159,7 +159,7 @@ std::unique_ptr<StatusItem> StatusNotifierArea::makeStatusItem() {
     void setToolTip(const std::string&) override {}
   };
   try {
-    return std::make_unique<StatusNotifierItem>(loop_);
+    return std::make_unique<StatusNotifierItem>(loop_, ++items_);
   } catch (const std::system_error&) {
     return std::make_unique<Invisible>();
   }

@@ -13,8 +13,8 @@ namespace tidewell {
 /// there is one. It has a connection of its own: every host takes the end of that for the end of the item.
 class StatusNotifierItem final : public StatusItem {
  public:
-  /// Throws `std::system_error` when there is no session bus.
-  explicit StatusNotifierItem(EventLoop& loop);
+  /// `number` tells the items of this process apart. Throws `std::system_error` when there is no session bus.
+  StatusNotifierItem(EventLoop& loop, int number);
   StatusNotifierItem(const StatusNotifierItem&) = delete;
   StatusNotifierItem& operator=(const StatusNotifierItem&) = delete;
 
@@ -50,6 +50,7 @@ class StatusNotifierArea final : public StatusBar {
 
  private:
   EventLoop& loop_;
+  int items_ = 0;  ///< made so far
 };
 
 }  // namespace tidewell
