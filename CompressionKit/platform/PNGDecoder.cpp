@@ -14,9 +14,12 @@
 namespace tidewell {
 namespace {
 
-/// Chunks that say nothing about pixels or colours: text may be long and compressed.
-constexpr char ignoredChunks[] = "tEXt\0zTXt\0iTXt\0sPLT\0hIST\0tIME\0pCAL\0sCAL\0oFFs";
+/// Chunks that say nothing about pixels or colours: text may be long and compressed, and for eXIf libpng
+/// allocates whatever length the chunk claims.
+constexpr char ignoredChunks[] = "tEXt\0zTXt\0iTXt\0sPLT\0hIST\0tIME\0pCAL\0sCAL\0oFFs\0eXIf";
 constexpr char codePointsChunk[] = "cICP";
+/// Two rows of the widest pixels at once, so that what a header claims costs a bounded amount.
+constexpr auto maximumWidth = static_cast<png_uint_32>(ImageLimits::maximumResidentBytes / 16);
 
 /// One decoding of a file from its start. Every call into libpng goes through `guarded`: its errors come back
 /// by longjmp, so no object with a destructor may live in the calls in between.
@@ -34,7 +37,8 @@ class Reader {
       guarded([&] {
         png_init_io(png_, file);
         png_set_chunk_malloc_max(png_, static_cast<png_alloc_size_t>(ImageLimits::maximumMetadataBytes));
-        png_set_chunk_cache_max(png_, 64);
+        png_set_chunk_cache_max(png_, 3);  // libpng's way of saying: one chunk
+        png_set_user_limits(png_, maximumWidth, PNG_UINT_31_MAX);
         const auto bytes = [](const char* text) { return reinterpret_cast<png_const_bytep>(text); };
         png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, bytes(ignoredChunks),
                                     static_cast<int>(sizeof ignoredChunks / 5));

@@ -174,6 +174,18 @@ TEST_F(Comparison, FindsOneDifferentByteInAnyBand) {
   }
 }
 
+TEST_F(Comparison, BearsVeryLongRows) {
+  const auto image = [&](const char* name, char last) {
+    std::string row(250'000, '\0');  // 2,000,000 pixels of one bit
+    row.back() = last;
+    return folder_.write(name, test::pngOfOneRow(2'000'000, 1, 0, row));
+  };
+  const URL original = image("a.png", 0);
+  EXPECT_EQ(ImageFacts::inspect(original).width, 2'000'000);
+  EXPECT_TRUE(ImageFacts::pixelsEqual(original, image("b.png", 0)));
+  EXPECT_FALSE(ImageFacts::pixelsEqual(original, image("b.png", 1)));
+}
+
 TEST_F(Comparison, LooksAtWhatShows) {
   const auto clear = [](std::uint8_t color) {
     return Raster(4, 4, [=](int, int) { return Pixel{color, color, color, 0}; });
