@@ -27,12 +27,20 @@ bool delaysAgree(const std::vector<double>& a, const std::vector<double>& b) {
   return std::ranges::equal(a, b, [](double x, double y) { return std::abs(x - y) <= delayTolerance; });
 }
 
+/// A candidate that says nothing of its colours proves no conversion to sRGB: pngquant without a colour
+/// engine converts by a gamma, but just leaves out profiles and primaries.
+bool saysSRGB(const ImageFacts& candidate, const ImageFacts& original) {
+  return candidate.profileName != untaggedName ||
+         (original.profileName && original.profileName->starts_with(gammaNamePrefix));
+}
+
 bool profilesAgree(const ImageFacts& original, const ImageFacts& candidate, bool allowSRGBConversion) {
   if (original.profileName && !candidate.profileName) return false;
   if (!original.profileName && !candidate.profileName) return true;
   const std::string after = normalizedProfile(*candidate.profileName);
   if (original.profileName && normalizedProfile(*original.profileName) == after) return true;
-  return allowSRGBConversion && original.kind == ImageKind::png && after == "srgb";
+  return allowSRGBConversion && original.kind == ImageKind::png && after == "srgb" &&
+         saysSRGB(candidate, original);
 }
 
 ImageFacts inspectSource(ImageSource& source, ImageKind kind, const URL& url) {

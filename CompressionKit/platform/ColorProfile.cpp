@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Text.h"
 
 namespace tidewell::color {
@@ -67,7 +68,8 @@ std::optional<std::string> profileDescription(std::string_view icc) {
     const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(character), bytes.data());
     text.append(bytes.begin(), bytes.begin() + length);
   }
-  if (text.empty()) return std::nullopt;
+  // Without a description, a name that another profile does not share.
+  if (text.empty()) return "Unnamed profile " + hash(icc).substr(0, 16);
   return repairedUTF8(text);  // a hostile profile may hold halves of surrogate pairs
 }
 

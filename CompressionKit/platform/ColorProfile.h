@@ -8,8 +8,8 @@
 /// ICC colour profiles (ISO 15076-1): what one says of itself, and profiles of our own making.
 namespace tidewell::color {
 
-/// The profile's description, in English where it has several languages; nothing for bytes that are no
-/// profile.
+/// The profile's description, in English where it has several languages, or a name made from its bytes where
+/// it has none; nothing for bytes that are no profile.
 std::optional<std::string> profileDescription(std::string_view icc);
 
 /// The bytes are a profile of an RGB device.

@@ -21,7 +21,7 @@ std::unique_ptr<ImageSource> openGIF(const URL& url);
 
 // --- What the decoders share -------------------------------------------------------------------------------
 
-/// The name of an untagged image's colour space, and of one marked as sRGB.
+/// The name of the colour space of an image marked as sRGB, and, but for PNG, of an untagged one.
 inline constexpr const char* sRGBName = "sRGB IEC61966-2.1";
 
 struct CloseFile {

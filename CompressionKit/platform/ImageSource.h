@@ -36,6 +36,11 @@ struct ImageLimits {
   static constexpr std::int64_t maximumMetadataBytes = std::int64_t{16} << 20;
 };
 
+/// The colour spaces of PNGs without a profile, where the difference matters: nothing is said of the colours
+/// (they show as sRGB), or only a gamma.
+inline constexpr std::string_view untaggedName = "Untagged sRGB";
+inline constexpr std::string_view gammaNamePrefix = "RGB gamma ";
+
 /// How an image says what its numbers mean as colours; what a copy of its pixels must carry along so that
 /// it shows the same colours.
 struct ColorTag {
@@ -43,6 +48,7 @@ struct ColorTag {
   bool srgb = false;                                  ///< marked as sRGB, or untagged
   std::optional<double> gamma;                        ///< PNG gAMA (encoding exponent) without ICC or sRGB
   std::optional<std::array<double, 8>> chromaticity;  ///< PNG cHRM: white, red, green, blue as x, y
+  std::string codePoints;  ///< the four bytes of a PNG cICP, if nothing else says it
   bool operator==(const ColorTag&) const = default;
 };
 

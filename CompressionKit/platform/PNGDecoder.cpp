@@ -166,12 +166,14 @@ void describeCalibration(const Reader& reader, ImageProperties& properties) {
   const bool sRGBPrimaries = !hasPrimaries || std::ranges::equal(xy, color::bt709, [](double a, double b) {
     return near(a, b, 0.003);
   });
-  if (sRGBCurve && sRGBPrimaries) return;
+  if (sRGBCurve && sRGBPrimaries) {
+    if (hasPrimaries) properties.colorSpaceName = sRGBName;
+    return;
+  }
   // A name of its own for each, so that losing the calibration is a change of colours.
-  std::string name = "Calibrated RGB";
-  if (!sRGBCurve) name += " gamma " + decimal(1 / gamma);
+  std::string name = sRGBCurve ? "RGB" : std::string(gammaNamePrefix) + decimal(1 / gamma);
   if (!sRGBPrimaries) {
-    name += " primaries";
+    name = "Calibrated " + name + " primaries";
     for (const double value : xy) name += " " + decimal(value);
   }
   properties.colorSpaceName = name;
@@ -194,6 +196,7 @@ std::string codePoints(const Reader& reader) {
 
 void describeCodePoints(const std::string& points, ImageProperties& properties) {
   constexpr char bt709 = 1, displayP3 = 12, sRGBTransfer = 13;
+  properties.colorSpaceName = sRGBName;
   if (points[1] == sRGBTransfer && points[0] == bt709) return;
   properties.color.srgb = false;
   if (points[1] == sRGBTransfer && points[0] == displayP3) {
@@ -201,13 +204,14 @@ void describeCodePoints(const std::string& points, ImageProperties& properties) 
     properties.color.icc = color::makeRGBProfile("Display P3", color::displayP3);
     return;
   }
+  properties.color.codePoints = points;
   properties.colorSpaceName = "Code points";
   for (const char value : points)
     *properties.colorSpaceName += " " + std::to_string(static_cast<unsigned char>(value));
 }
 
 void describeColor(const Reader& reader, ImageProperties& properties) {
-  properties.colorSpaceName = sRGBName;
+  properties.colorSpaceName = untaggedName;
   properties.color.srgb = true;
   if (const std::string points = codePoints(reader); !points.empty()) {
     describeCodePoints(points, properties);
@@ -221,7 +225,11 @@ void describeColor(const Reader& reader, ImageProperties& properties) {
     describeProfile(properties, {reinterpret_cast<const char*>(profile), size});
     return;
   }
-  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) == 0) describeCalibration(reader, properties);
+  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) != 0) {
+    properties.colorSpaceName = sRGBName;
+  } else {
+    describeCalibration(reader, properties);
+  }
 }
 
 /// The eXIf chunk may stand behind the pixels, where libpng would read it only after all of them.

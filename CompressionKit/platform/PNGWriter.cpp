@@ -65,6 +65,11 @@ struct PNGWriter::Impl {
       }
       writeColor();
       png_write_info(png, info);
+      // libpng 1.6.39 knows nothing of these yet; they stand anywhere between the header and the pixels.
+      if (const std::string& points = options.color.codePoints; !points.empty()) {
+        png_write_chunk(png, reinterpret_cast<png_const_bytep>("cICP"),
+                        reinterpret_cast<png_const_bytep>(points.data()), points.size());
+      }
     });
   }
 
@@ -76,6 +81,7 @@ struct PNGWriter::Impl {
                    static_cast<png_uint_32>(color.icc.size()));
       return;
     }
+    if (color.srgb) png_set_sRGB(png, info, PNG_sRGB_INTENT_PERCEPTUAL);
     if (color.gamma) png_set_gAMA(png, info, *color.gamma);
     if (const auto& xy = color.chromaticity) {
       png_set_cHRM(png, info, (*xy)[0], (*xy)[1], (*xy)[2], (*xy)[3], (*xy)[4], (*xy)[5], (*xy)[6], (*xy)[7]);

@@ -61,6 +61,10 @@ TEST(ImageFacts, JudgesProfiles) {
       {ImageKind::jpeg, none, "sRGB", false, false},
       {ImageKind::png, none, "Adobe RGB", false, false},
       {ImageKind::png, "sRGB", none, false, false},
+      // What says nothing of its colours is sRGB, but no conversion from a profile.
+      {ImageKind::png, "sRGB built-in", "Untagged sRGB", true, true},
+      {ImageKind::png, "Display P3", "Untagged sRGB", false, false},
+      {ImageKind::png, "RGB gamma 1.8", "Untagged sRGB", true, false},
       {ImageKind::gif, "Adobe RGB", none, true, true},
   };
   for (const auto& c : cases) {

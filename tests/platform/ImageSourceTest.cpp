@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <set>
 #include <span>
 
 #include "CompressionKit/platform/ColorProfile.h"
@@ -131,26 +132,35 @@ TEST(PNGDecoder, NamesTheColoursThatAFileClaims) {
     return std::string{static_cast<char>(v >> 24), static_cast<char>(v >> 16), static_cast<char>(v >> 8),
                        static_cast<char>(v)};
   };
+  const auto primaries = [&](std::uint32_t greenX) {
+    return gama(31270) + gama(32900) + gama(64000) + gama(33000) + gama(greenX) + gama(60000) + gama(15000) +
+           gama(6000);
+  };
   const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
-  test::writePNGFile(folder / "p3.png", raster,
-                     {.alpha = false, .interlaced = false, .icc = p3, .gamma = {}});
+  const auto withProfile = [&](const char* name, const std::string& icc) {
+    test::writePNGFile(folder / name, raster, {.alpha = false, .interlaced = false, .icc = icc, .gamma = {}});
+    return files::read(folder / name);
+  };
   const struct {
     const char* name;
     std::string data;
     const char* expected;
     bool srgb;
   } cases[] = {
-      {"untagged", plain, "sRGB IEC61966-2.1", true},
+      {"untagged", plain, "Untagged sRGB", true},
       {"sRGB", test::withChunk(plain, "sRGB", std::string(1, '\0')), "sRGB IEC61966-2.1", true},
-      {"gamma of sRGB", test::withChunk(plain, "gAMA", gama(45455)), "sRGB IEC61966-2.1", true},
-      {"linear", test::withChunk(plain, "gAMA", gama(100000)), "Calibrated RGB gamma 1", false},
+      {"gamma of sRGB", test::withChunk(plain, "gAMA", gama(45455)), "Untagged sRGB", true},
+      {"linear", test::withChunk(plain, "gAMA", gama(100000)), "RGB gamma 1", false},
+      {"primaries of sRGB", test::withChunk(plain, "cHRM", primaries(30000)), "sRGB IEC61966-2.1", true},
+      {"primaries of Adobe RGB", test::withChunk(plain, "cHRM", primaries(21000)),
+       "Calibrated RGB primaries 0.3127 0.329 0.64 0.33 0.21 0.6 0.15 0.06", false},
       {"code points of sRGB", test::withChunk(plain, "cICP", std::string("\x01\x0D\0\x01", 4)),
        "sRGB IEC61966-2.1", true},
       {"code points of P3", test::withChunk(plain, "cICP", std::string("\x0C\x0D\0\x01", 4)), "Display P3",
        false},
       {"code points of PQ", test::withChunk(plain, "cICP", std::string("\x09\x10\0\x01", 4)),
        "Code points 9 16 0 1", false},
-      {"profile", files::read(folder / "p3.png"), "Display P3", false},
+      {"profile", withProfile("p3.png", p3), "Display P3", false},
   };
   for (const auto& c : cases) {
     const auto properties = propertiesOf(folder.write("case.png", c.data));
@@ -158,6 +168,13 @@ TEST(PNGDecoder, NamesTheColoursThatAFileClaims) {
     EXPECT_EQ(properties.color.srgb, c.srgb) << c.name;
   }
   EXPECT_EQ(propertiesOf(folder / "p3.png").color.icc, p3);
+  // Profiles without a description are told apart, and from no profile.
+  std::set<std::optional<std::string>> names = {std::nullopt};
+  for (const auto& space : {color::displayP3, color::bt709}) {
+    withProfile("unnamed.png", color::makeRGBProfile("", space));
+    names.insert(propertiesOf(folder / "unnamed.png").profileName);
+  }
+  EXPECT_EQ(names.size(), 3U);
 }
 
 TEST(PNGDecoder, FindsTheOrientationWhereverItStands) {

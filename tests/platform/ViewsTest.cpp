@@ -114,7 +114,11 @@ TEST(PNGWriter, RoundTripsPixelsAndColours) {
   test::writePNGFile(folder / "a.png", test::photoRaster(8, 8),
                      {.alpha = false, .interlaced = false, .icc = {}, .gamma = 1.0});
   writePNG(views::thumbnail(*ImageSource::open(folder / "a.png"), 0, 100, false), folder / "b.png");
-  EXPECT_EQ(ImageSource::open(folder / "b.png")->properties(0).colorSpaceName, "Calibrated RGB gamma 1");
+  EXPECT_EQ(ImageSource::open(folder / "b.png")->properties(0).colorSpaceName, "RGB gamma 1");
+  const std::string points("\x09\x10\0\x01", 4);
+  folder.write("c.png", test::withChunk(files::read(folder / "a.png"), "cICP", points));
+  writePNG(views::thumbnail(*ImageSource::open(folder / "c.png"), 0, 100, false), folder / "d.png");
+  EXPECT_EQ(ImageSource::open(folder / "d.png")->properties(0).color.codePoints, points);
 }
 
 TEST(PNGWriter, WritesViewsOfPhotosWhoseProfileNoPNGMayCarry) {
