@@ -141,6 +141,10 @@ class Composer {
     dispose();
     if (!blocks_.nextFrame() || !blocks_.isComplete()) throw ImageDecodeError("frame cut off");
     const GifImageDesc& frame = blocks_.gif().Image;
+    // A few bytes decompress to as much as a frame claims, on whatever canvas.
+    if (std::int64_t{frame.Width} * frame.Height > ImageLimits::maximumResidentBytes / 4) {
+      throw ImageDecodeError("frame of impossible size");
+    }
     area_ = clipped({.left = frame.Left, .top = frame.Top, .width = frame.Width, .height = frame.Height});
     disposal_ = blocks_.control().disposal;
     if (disposal_ == Disposal::previous) save();
@@ -214,7 +218,7 @@ class Composer {
     if (DGifGetLine(&blocks_.gif(), line_.data(), frame.Width) == GIF_ERROR) {
       throw ImageDecodeError("frame cut off or damaged");
     }
-    if (y >= area_.height) return;
+    if (y >= area_.height || area_.width == 0) return;
     std::uint8_t* to = canvas_.data() + ((area_.top + y) * width_ + area_.left) * 4;
     for (std::int64_t x = 0; x < area_.width; ++x, to += 4) {
       const auto& color = colors_[line_[static_cast<std::size_t>(x)]];

@@ -14,7 +14,7 @@ namespace tidewell {
 namespace {
 
 /// More scans than any encoder writes; each costs a pass over the whole image.
-constexpr int maximumScans = 500;
+constexpr int maximumScans = 100;
 
 struct ErrorManager {
   jpeg_error_mgr base{};

@@ -343,6 +343,16 @@ TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
     huge.replace(frame + 5, 4, "\xEA\x60\xEA\x60");  // 60000 × 60000
     expectUndecodable(folder.write("huge.jpg", huge), "huge");
   }
+  // Every scan, however short, is a pass over the whole image.
+  const std::string scans = files::read(folder / "a.jpg");
+  const auto first = scans.find("\xFF\xDA"), end = scans.find("\xFF\xC4", first);
+  const auto repeated = [&](int times) {
+    std::string data = scans;
+    while (times-- > 0) data.insert(end, scans, first, end - first);
+    return folder.write("scans.jpg", data);
+  };
+  ImageSource::open(repeated(30))->verify(0);
+  expectUndecodable(repeated(200), "too many scans");
 }
 
 TEST(JPEGDecoder, ManyMetadataSegmentsCostNothing) {
@@ -496,6 +506,15 @@ TEST(GIFDecoder, BearsMissingTrailersAndRefusesMissingData) {
   std::string huge = whole;
   huge.replace(6, 4, "\xFF\xFF\xFF\xFF");
   expectUndecodable(folder.write("g.gif", huge), "huge canvas");
+  // The size of a frame is judged before its data is read: a few bytes would fill all of it.
+  huge = whole;
+  huge.replace(huge.find(std::string("\x2C\0\0\0\0", 5)) + 5, 4, "\xFF\xFF\xFF\xFF");
+  try {
+    decoded(folder.write("h.gif", huge));
+    ADD_FAILURE();
+  } catch (const ImageDecodeError& error) {
+    EXPECT_EQ(error.reason(), "frame of impossible size");
+  }
 }
 
 }  // namespace
