@@ -50,17 +50,20 @@ struct PNGWriter::Impl {
   }
 
   void begin() {
-    guarded([this] {
+    const int type = !options.palette.empty() ? PNG_COLOR_TYPE_PALETTE
+                     : options.hasAlpha       ? PNG_COLOR_TYPE_RGBA
+                                              : PNG_COLOR_TYPE_RGB;
+    guarded([this, type] {
       png_set_write_fn(png, this, onWrite, [](png_structp) {});
       png_set_IHDR(png, info, static_cast<png_uint_32>(options.width),
-                   static_cast<png_uint_32>(options.height), options.bitsPerSample,
-                   options.hasAlpha ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+                   static_cast<png_uint_32>(options.height), options.bitsPerSample, type, PNG_INTERLACE_NONE,
                    PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+      if (!options.palette.empty()) writePalette();
       if (options.fast) {
         // Run lengths over differences: near the cost of copying, yet flat areas and palettes shrink well.
         png_set_compression_level(png, 1);
         png_set_compression_strategy(png, Z_RLE);
-        png_set_filter(png, PNG_FILTER_TYPE_BASE, PNG_FILTER_SUB);
+        png_set_filter(png, PNG_FILTER_TYPE_BASE, options.palette.empty() ? PNG_FILTER_SUB : PNG_FILTER_NONE);
         png_set_compression_buffer_size(png, 1 << 16);
       }
       writeColor();
@@ -71,6 +74,21 @@ struct PNGWriter::Impl {
                         reinterpret_cast<png_const_bytep>(points.data()), points.size());
       }
     });
+  }
+
+  void writePalette() {
+    png_color colors[PNG_MAX_PALETTE_LENGTH] = {};
+    png_byte alphas[PNG_MAX_PALETTE_LENGTH] = {};
+    const int count = static_cast<int>(options.palette.size());
+    bool opaque = true;
+    for (std::size_t i = 0; i < options.palette.size(); ++i) {
+      const auto& [red, green, blue, alpha] = options.palette.at(i);
+      colors[i] = {red, green, blue};
+      alphas[i] = alpha;
+      opaque = opaque && alpha == 255;
+    }
+    png_set_PLTE(png, info, colors, count);
+    if (!opaque) png_set_tRNS(png, info, alphas, count, nullptr);
   }
 
   void writeColor() {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "CompressionKit/platform/Bitmap.h"
 #include "CompressionKit/platform/ImageSource.h"
@@ -20,7 +22,9 @@ class PNGWriter {
     bool hasAlpha = true;   ///< without it the alpha bytes of the rows are dropped
     int bitsPerSample = 8;  ///< 8 or 16
     ColorTag color;
-    bool fast = true;  ///< least compression: the files live for seconds
+    std::vector<std::array<std::uint8_t, 4>> palette = {};  ///< at most 256 straight R, G, B, A; if any, the
+                                                            ///< rows are indexes into it, a byte a pixel
+    bool fast = true;                                       ///< least compression: the files live for seconds
   };
   PNGWriter(const URL& url, const Options& options);
   PNGWriter(const PNGWriter&) = delete;
@@ -29,7 +33,7 @@ class PNGWriter {
 
   /// A premultiplied 8-bit RGBA row; colours are divided by alpha again for the file.
   void writeRow(std::span<const std::uint8_t> premultipliedRGBA);
-  /// A row of straight samples in the file's own layout (RGB or RGBA, big-endian when 16 bits wide).
+  /// A row of straight samples in the file's own layout (RGB or RGBA, big-endian when 16 bits wide; indexes).
   void writeStraightRow(std::span<const std::uint8_t> samples);
   void finish();
 

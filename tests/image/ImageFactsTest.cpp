@@ -269,6 +269,28 @@ TEST_F(Comparison, ComparesAndExportsAnimations) {
     ASSERT_EQ(pixels.size(), 64U);
     EXPECT_TRUE(std::equal(colors[i].begin(), colors[i].end(), pixels.begin()));
   }
+  // Frames of few colours, with and without alpha, and one of more than a palette holds.
+  test::GIFFile rich;
+  rich.width = 256;
+  rich.height = 2;
+  for (const int y : {0, 1, 0}) {
+    test::GIFFrame frame;
+    frame.top = y;
+    frame.width = 256;
+    for (int x = 0; x < 256; ++x) {
+      frame.indexes.push_back(static_cast<std::uint8_t>(x));
+      frame.palette.push_back({static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y), 0, 255});
+    }
+    rich.frames.push_back(frame);
+  }
+  rich.frames.back().height = 2;
+  rich.frames.back().indexes = {7};
+  test::writeGIFFile(folder_ / "rich.gif", rich);
+  const auto all = ImageFacts::exportGIFFrames(folder_ / "rich.gif", folder_ / "rich");
+  for (std::size_t i = 0; i < 3; ++i) {
+    EXPECT_EQ(test::decoded(all[i]), test::decoded(folder_ / "rich.gif", i)) << i;
+    EXPECT_TRUE(i == 1 || ImageSource::open(all[i])->properties(0).hasAlpha == (i == 0)) << i;
+  }
   EXPECT_TRUE(ImageFacts::exportGIFFrames(folder_ / "n.gif", folder_ / "none").empty());
   EXPECT_THROW(ImageFacts::exportGIFFrames(folder_.write("x.gif", "no"), folder_ / "x"), CompressionError);
   files::createDirectories(folder_ / "blocked/frame-0.png");
