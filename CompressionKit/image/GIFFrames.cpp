@@ -76,12 +76,8 @@ class IndexedFrame {
 
 void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFrame& frame) {
   auto rows = gif.rows(index);
-  PNGWriter::Options options{.width = rows->width(),
-                             .height = rows->height(),
-                             .hasAlpha = true,
-                             .bitsPerSample = 8,
-                             .color = {},
-                             .fast = true};
+  PNGWriter::Options options{
+      .width = rows->width(), .height = rows->height(), .hasAlpha = true, .bitsPerSample = 8, .color = {}};
   const bool indexed = frame.take(*rows);
   if (indexed) options.palette = frame.colors();
   std::unique_ptr<PNGWriter> writer;

@@ -57,8 +57,7 @@ URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory) {
                            .height = height * static_cast<std::int64_t>(cells),
                            .hasAlpha = true,
                            .bitsPerSample = 8,
-                           .color = {},
-                           .fast = true});
+                           .color = {}});
     // Cell 0 stands at the bottom, so the file's first rows are those of the last one.
     for (std::size_t i = cells; i-- > 0;) {
       const std::size_t index = cells == 1 ? 0 : i * (frames.size() - 1) / (cells - 1);

@@ -59,13 +59,12 @@ struct PNGWriter::Impl {
                    static_cast<png_uint_32>(options.height), options.bitsPerSample, type, PNG_INTERLACE_NONE,
                    PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
       if (!options.palette.empty()) writePalette();
-      if (options.fast) {
-        // Run lengths over differences: near the cost of copying, yet flat areas and palettes shrink well.
-        png_set_compression_level(png, 1);
-        png_set_compression_strategy(png, Z_RLE);
-        png_set_filter(png, PNG_FILTER_TYPE_BASE, options.palette.empty() ? PNG_FILTER_SUB : PNG_FILTER_NONE);
-        png_set_compression_buffer_size(png, 1 << 16);
-      }
+      // Run lengths over differences: near the cost of copying, yet flat areas and palettes shrink well.
+      png_set_compression_level(png, options.stored ? 0 : 1);
+      png_set_compression_strategy(png, Z_RLE);
+      png_set_filter(png, PNG_FILTER_TYPE_BASE,
+                     options.stored || !options.palette.empty() ? PNG_FILTER_NONE : PNG_FILTER_SUB);
+      png_set_compression_buffer_size(png, 1 << 16);
       writeColor();
       png_write_info(png, info);
       // libpng 1.6.39 knows nothing of these yet; they stand anywhere between the header and the pixels.
@@ -204,7 +203,7 @@ void writePNG(const Bitmap& bitmap, const URL& url) {
                          .hasAlpha = bitmap.hasAlpha,
                          .bitsPerSample = 8,
                          .color = color,
-                         .fast = true});
+                         .stored = true});
   for (std::int64_t y = 0; y < bitmap.height; ++y) writer.writeRow(bitmap.row(y));
   writer.finish();
 }

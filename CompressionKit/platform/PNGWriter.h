@@ -24,7 +24,7 @@ class PNGWriter {
     ColorTag color;
     std::vector<std::array<std::uint8_t, 4>> palette = {};  ///< at most 256 straight R, G, B, A; if any, the
                                                             ///< rows are indexes into it, a byte a pixel
-    bool fast = true;                                       ///< least compression: the files live for seconds
+    bool stored = false;  ///< no compression at all, else little: the files live for seconds
   };
   PNGWriter(const URL& url, const Options& options);
   PNGWriter(const PNGWriter&) = delete;
@@ -42,8 +42,8 @@ class PNGWriter {
   std::unique_ptr<Impl> impl_;
 };
 
-/// The whole bitmap as one fast PNG, for comparison with another one of the same colours: a profile that PNG
-/// files may not carry is left out of both.
+/// The whole bitmap as one stored PNG, for comparison with another one of the same colours: a profile that
+/// PNG files may not carry is left out of both.
 void writePNG(const Bitmap& bitmap, const URL& url);
 
 }  // namespace tidewell

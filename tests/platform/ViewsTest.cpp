@@ -136,7 +136,7 @@ TEST(PNGWriter, WritesViewsOfPhotosWhoseProfileNoPNGMayCarry) {
 TEST(PNGWriter, LeavesNothingUnfinished) {
   const TemporaryFolder folder;
   const PNGWriter::Options options{
-      .width = 4, .height = 4, .hasAlpha = false, .bitsPerSample = 8, .color = {}, .fast = true};
+      .width = 4, .height = 4, .hasAlpha = false, .bitsPerSample = 8, .color = {}};
   { const PNGWriter writer(folder / "a.png", options); }
   EXPECT_FALSE(files::exists(folder / "a.png"));
   EXPECT_THROW(PNGWriter(folder / "no/a.png", options), FileError);
