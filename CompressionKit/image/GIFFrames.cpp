@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -74,12 +75,19 @@ class IndexedFrame {
   std::vector<std::uint8_t> row_, indexes_;
 };
 
+/// Frames are written as they are while all of them together take no more than this.
+constexpr std::int64_t maximumStoredBytes = std::int64_t{256} << 20;
+
 void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFrame& frame) {
   auto rows = gif.rows(index);
   PNGWriter::Options options{
       .width = rows->width(), .height = rows->height(), .hasAlpha = true, .bitsPerSample = 8, .color = {}};
   const bool indexed = frame.take(*rows);
-  if (indexed) options.palette = frame.colors();
+  if (indexed) {
+    options.palette = frame.colors();
+    options.stored = options.width * options.height <=
+                     maximumStoredBytes / static_cast<std::int64_t>(std::max<std::size_t>(gif.count(), 1));
+  }
   std::unique_ptr<PNGWriter> writer;
   try {
     writer = std::make_unique<PNGWriter>(url, options);

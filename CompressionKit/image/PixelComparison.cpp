@@ -52,6 +52,20 @@ bool compareFirstImages(const URL& original, const URL& candidate, const Check& 
   }
 }
 
+/// Both images are opaque, of one size, and sound: there is no alpha to compare.
+bool areOpaque(const URL& original, const URL& candidate) {
+  try {
+    const auto first = ImageSource::open(original), second = ImageSource::open(candidate);
+    const ImageProperties a = first->properties(0), b = second->properties(0);
+    if (a.hasAlpha || b.hasAlpha || a.width != b.width || a.height != b.height) return false;
+    first->verify(0);
+    second->verify(0);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 bool bytesEqual(Band original, Band candidate) {
   return std::ranges::equal(original, candidate);
 }
@@ -98,6 +112,7 @@ bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate) {
 }
 
 bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance) {
+  if (areOpaque(original, candidate)) return true;
   return compareFirstImages(original, candidate, [tolerance](Band a, Band b) {
     for (std::size_t i = 3; i < a.size(); i += 4) {
       if (std::abs(a[i] - b[i]) > tolerance) return false;
