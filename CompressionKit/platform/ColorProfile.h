@@ -19,6 +19,8 @@ bool isRGBProfile(std::string_view icc);
 using Chromaticities = std::array<double, 8>;
 inline constexpr Chromaticities bt709 = {0.3127, 0.3290, 0.640, 0.330, 0.300, 0.600, 0.150, 0.060};
 inline constexpr Chromaticities displayP3 = {0.3127, 0.3290, 0.680, 0.320, 0.265, 0.690, 0.150, 0.060};
+inline constexpr Chromaticities adobeRGB = {0.3127, 0.3290, 0.640, 0.330, 0.210, 0.710, 0.150, 0.060};
+inline constexpr double adobeRGBGamma = 563.0 / 256;
 
 /// An RGB profile with the curve of sRGB (IEC 61966-2-1), or a pure power curve when `gamma` is given. The
 /// same arguments always make the same bytes. Empty for chromaticities that span no colour space.

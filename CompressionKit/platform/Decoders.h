@@ -32,10 +32,6 @@ using File = std::unique_ptr<std::FILE, CloseFile>;
 /// Opens for reading with close-on-exec. Throws `FileError`.
 File openFile(const URL& url);
 
-/// The orientation (1 to 8) in the first directory of a TIFF structure (an Exif block without the "Exif"
-/// prefix). Nothing when there is none, or another number.
-std::optional<int> exifOrientation(std::string_view tiff);
-
 /// Puts an embedded profile into the properties: its name, and what a copy in RGB must carry. A profile that
 /// cannot be read counts as absent.
 void describeProfile(ImageProperties& properties, std::string icc);

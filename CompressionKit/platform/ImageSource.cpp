@@ -53,34 +53,6 @@ File openFile(const URL& url) {
   return file;
 }
 
-std::optional<int> exifOrientation(std::string_view tiff) {
-  const bool little = tiff.starts_with("II");
-  if (!little && !tiff.starts_with("MM")) return std::nullopt;
-  const auto number = [&](std::size_t position, std::size_t size) -> std::optional<std::uint32_t> {
-    if (position > tiff.size() || tiff.size() - position < size) return std::nullopt;
-    std::uint32_t value = 0;
-    for (std::size_t i = 0; i < size; ++i) {
-      value = value << 8 | static_cast<unsigned char>(tiff[position + (little ? size - 1 - i : i)]);
-    }
-    return value;
-  };
-  constexpr std::uint32_t orientationTag = 0x0112, shortType = 3, longType = 4;
-  const auto directory = number(4, 4);
-  if (number(2, 2) != 42U || !directory) return std::nullopt;
-  const auto entries = number(*directory, 2);
-  for (std::size_t i = 0; entries && i < *entries; ++i) {
-    const std::size_t entry = *directory + 2 + 12 * i;
-    const auto tag = number(entry, 2), type = number(entry + 2, 2), count = number(entry + 4, 4);
-    if (!tag || !type || !count) return std::nullopt;  // the directory runs past the end
-    if (*tag != orientationTag) continue;
-    if (*count < 1 || (*type != shortType && *type != longType)) return std::nullopt;
-    const auto value = number(entry + 8, *type == shortType ? 2 : 4);
-    if (!value || *value < 1 || *value > 8) return std::nullopt;
-    return static_cast<int>(*value);
-  }
-  return std::nullopt;
-}
-
 void describeProfile(ImageProperties& properties, std::string icc) {
   const auto description = color::profileDescription(icc);
   if (!description) return;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Decoders.h"
 #include "CompressionKit/platform/JPEGHeader.h"
 
@@ -158,7 +159,13 @@ class JPEGSource final : public ImageSource {
     properties_.colorSpaceName = inks ? "Generic CMYK" : sRGBName;
     properties_.color.srgb = true;
     JPEGHeader header = readJPEGHeader(file_.get());
-    properties_.orientation = header.orientation;
+    properties_.orientation = header.exif.orientation;
+    if (header.exif.isAdobeRGB && !inks) {
+      properties_.colorSpaceName = "Adobe RGB (1998)";
+      properties_.color = {};
+      properties_.color.icc =
+          color::makeRGBProfile("Adobe RGB (1998)", color::adobeRGB, color::adobeRGBGamma);
+    }
     describeProfile(properties_, std::move(header.icc));
   }
 

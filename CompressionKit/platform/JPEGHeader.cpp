@@ -4,7 +4,7 @@
 #include <map>
 #include <string_view>
 
-#include "CompressionKit/platform/Decoders.h"
+#include "CompressionKit/platform/Exif.h"
 
 namespace tidewell {
 namespace {
@@ -71,7 +71,7 @@ JPEGHeader readJPEGHeader(std::FILE* file) {
     if (marker == app2) profile.add(body);
     if (marker == app1 && !hasExif && body.starts_with(exifPrefix)) {
       hasExif = true;
-      header.orientation = exifOrientation(std::string_view(body).substr(exifPrefix.size()));
+      header.exif = readExif(std::string_view(body).substr(exifPrefix.size()));
     }
   }
   header.icc = profile.joined();

@@ -1,14 +1,15 @@
 #pragma once
 
 #include <cstdio>
-#include <optional>
 #include <string>
+
+#include "CompressionKit/platform/Exif.h"
 
 namespace tidewell {
 
 /// The metadata of a JPEG that libjpeg would hold in memory whatever its size: read with limits of our own.
 struct JPEGHeader {
-  std::optional<int> orientation;  ///< of the first Exif segment
+  Exif exif;        ///< of the first Exif segment
   std::string icc;  ///< put together from its segments (ICC.1, annex B.4); empty when incomplete
 };
 

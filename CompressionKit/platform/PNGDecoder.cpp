@@ -8,6 +8,7 @@
 
 #include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Decoders.h"
+#include "CompressionKit/platform/Exif.h"
 #include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Premultiply.h"
 
@@ -242,7 +243,7 @@ std::optional<int> orientationOf(std::FILE* file) {
     if (type == "eXIf" && length <= ImageLimits::maximumMetadataBytes) {
       std::string block(length, '\0');
       if (std::fread(block.data(), 1, length, file) != length) break;
-      return exifOrientation(block);
+      return readExif(block).orientation;
     }
     offset += static_cast<off_t>(length) + static_cast<off_t>(pngChunkOverhead);
   }

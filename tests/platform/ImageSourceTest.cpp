@@ -313,6 +313,36 @@ TEST(JPEGDecoder, ReadsOrientationAndProfile) {
   }
 }
 
+TEST(JPEGDecoder, KnowsHowCamerasMarkAdobeRGB) {
+  const TemporaryFolder folder;
+  /// Three directories of one or two entries each: the first, the camera's, that of interoperability.
+  const auto exif = [](const std::string& space, const std::string& index) {
+    const std::string one("\1\0\0\0", 4);
+    return std::string("Exif\0\0II*\0\x08\0\0\0", 14) + std::string("\1\0\x69\x87\4\0", 6) + one +
+           std::string("\x1A\0\0\0\0\0\0\0", 8) + std::string("\2\0\1\xA0\3\0", 6) + one + space +
+           std::string("\0\0\5\xA0\4\0", 6) + one + std::string("\x38\0\0\0\0\0\0\0", 8) +
+           std::string("\1\0\1\0\2\0\4\0\0\0", 10) + index + std::string(5, '\0');
+  };
+  const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
+  const struct {
+    std::string exif, icc, name;
+  } cases[] = {{exif("\xFF\xFF", "R03"), "", "Adobe RGB (1998)"},
+               {exif(std::string("\2\0", 2), "R98"), "", "Adobe RGB (1998)"},
+               {exif("\xFF\xFF", "R98"), "", "sRGB IEC61966-2.1"},
+               {exif(std::string("\1\0", 2), "R03"), "", "sRGB IEC61966-2.1"},
+               {exif("\xFF\xFF", "R03"), p3, "Display P3"},
+               {exif("\xFF\xFF", "R03").substr(0, 60), "", "sRGB IEC61966-2.1"}};
+  for (const auto& c : cases) {
+    test::JPEGFileOptions options;
+    options.exif = c.exif;
+    options.icc = c.icc;
+    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16), options);
+    const auto properties = propertiesOf(folder / "a.jpg");
+    EXPECT_EQ(properties.profileName.value_or(*properties.colorSpaceName), c.name);
+    EXPECT_EQ(color::profileDescription(properties.color.icc).value_or("sRGB IEC61966-2.1"), c.name);
+  }
+}
+
 TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
   const TemporaryFolder folder;
   for (const bool progressive : {false, true}) {
