@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -110,19 +111,26 @@ void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFra
 }  // namespace
 
 std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& directory) {
-  try {
-    const auto source = ImageSource::open(gif);
-    files::createDirectories(directory);
-    std::vector<URL> frames;
-    IndexedFrame frame;
-    for (std::size_t i = 0; i < source->count(); ++i) {
-      frames.push_back(directory.appending("frame-" + std::to_string(i) + ".png"));
-      exportFrame(*source, i, frames.back(), frame);
+  const auto asInvalid = [](const auto& work) {
+    try {
+      return work();
+    } catch (const ImageDecodeError&) {
+      throw CompressionError::invalidImage();
+    } catch (const FileError& error) {
+      // A full disk is worth its own words; a file that cannot be read is not.
+      if (error.code() == ENOSPC || error.code() == EDQUOT) throw;
+      throw CompressionError::invalidImage();
     }
-    return frames;
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
+  };
+  const auto source = asInvalid([&] { return ImageSource::open(gif); });
+  files::createDirectories(directory);
+  std::vector<URL> frames;
+  IndexedFrame frame;
+  for (std::size_t i = 0; i < source->count(); ++i) {
+    frames.push_back(directory.appending("frame-" + std::to_string(i) + ".png"));
+    asInvalid([&] { exportFrame(*source, i, frames.back(), frame); });
   }
+  return frames;
 }
 
 }  // namespace tidewell

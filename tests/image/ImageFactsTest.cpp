@@ -293,6 +293,7 @@ TEST_F(Comparison, ComparesAndExportsAnimations) {
   }
   EXPECT_TRUE(ImageFacts::exportGIFFrames(folder_ / "n.gif", folder_ / "none").empty());
   EXPECT_THROW(ImageFacts::exportGIFFrames(folder_.write("x.gif", "no"), folder_ / "x"), CompressionError);
+  EXPECT_THROW(ImageFacts::exportGIFFrames(folder_ / "missing.gif", folder_ / "x"), CompressionError);
   files::createDirectories(folder_ / "blocked/frame-0.png");
   EXPECT_THROW(ImageFacts::exportGIFFrames(folder_ / "a.gif", folder_ / "blocked"), CompressionError);
 }
