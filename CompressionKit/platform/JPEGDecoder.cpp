@@ -128,14 +128,13 @@ class JPEGRowReader final : public RowReader {
   }
 
  private:
-  /// Adobe's files, which are nearly all of this kind, hold the inks inverted.
+  /// Adobe's files, which are nearly all of this kind, hold the inks inverted; viewers take all others so
+  /// too.
   void convertInks(std::span<std::uint8_t> row) {
-    const bool inverted = decompressor_.jpeg().saw_Adobe_marker != FALSE;
     for (std::size_t i = 0; i < inks_.size(); i += 4) {
-      const unsigned key = inverted ? inks_[i + 3] : 255U - inks_[i + 3];
+      const unsigned key = inks_[i + 3];
       for (std::size_t c = 0; c < 3; ++c) {
-        const unsigned ink = inverted ? inks_[i + c] : 255U - inks_[i + c];
-        row[i + c] = static_cast<std::uint8_t>((ink * key + 127) / 255);
+        row[i + c] = static_cast<std::uint8_t>((inks_[i + c] * key + 127) / 255);
       }
       row[i + 3] = 255;
     }
