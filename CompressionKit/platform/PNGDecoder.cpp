@@ -93,15 +93,16 @@ class PNGRowReader final : public RowReader {
     }
     const png_structp png = reader_.png();
     const png_infop info = reader_.info();
+    int passes = 1;
     reader_.guarded([&] {
       png_set_expand(png);
       png_set_scale_16(png);
       png_set_gray_to_rgb(png);
       png_set_add_alpha(png, 0xFF, PNG_FILLER_AFTER);
-      png_set_interlace_handling(png);
+      passes = png_set_interlace_handling(png);
       png_read_update_info(png, info);
     });
-    if (interlaced) readWhole();
+    if (interlaced) readWhole(passes);
   }
 
   std::int64_t width() const override { return reader_.width(); }
@@ -128,12 +129,15 @@ class PNGRowReader final : public RowReader {
   }
 
  private:
-  void readWhole() {
-    whole_.resize(static_cast<std::size_t>(width() * height()) * 4);
-    std::vector<png_bytep> rows(static_cast<std::size_t>(height()));
-    for (std::size_t y = 0; y < rows.size(); ++y)
-      rows[y] = whole_.data() + y * static_cast<std::size_t>(width()) * 4;
-    reader_.guarded([&] { png_read_image(reader_.png(), rows.data()); });
+  void readWhole(int passes) {
+    const auto bytes = static_cast<std::size_t>(width()) * 4, rows = static_cast<std::size_t>(height());
+    whole_.resize(bytes * rows);
+    reader_.guarded([&] {
+      for (; passes > 0; --passes) {
+        for (std::size_t y = 0; y < rows; ++y)
+          png_read_row(reader_.png(), whole_.data() + y * bytes, nullptr);
+      }
+    });
   }
 
   Reader reader_;
