@@ -39,11 +39,7 @@ class CommandModeTest : public testing::Test {
     Strings all{"-c", "cd '" + folder.url().path() + "' && { " + command + "; } 2>err",
                 (folder / "bin/TidewellBackground").path()};
     all.insert(all.end(), arguments.begin(), arguments.end());
-    return {
-        .executable = URL::file("/bin/sh"),
-        .arguments = all,
-        .environment = {"PATH=/usr/bin:/bin", "XDG_DATA_HOME=" + (folder / "data").path(),
-                        "TMPDIR=" + (folder / "tmp").path(), "DBUS_SESSION_BUS_ADDRESS=unix:path=/nowhere"}};
+    return {.executable = URL::file("/bin/sh"), .arguments = all, .environment = currentEnvironment()};
   }
   int run(const Strings& arguments, const std::string& command = "exec \"$0\" \"$@\" >out") const {
     Process process(launch(arguments, command));
@@ -59,6 +55,9 @@ class CommandModeTest : public testing::Test {
 
   const test::TemporaryFolder folder;
   const test::FakeTools tools;
+  const test::ScopedEnvironment support{"XDG_DATA_HOME", (folder / "data").path().c_str()};
+  const test::ScopedEnvironment temporary{"TMPDIR", (folder / "tmp").path().c_str()};
+  const test::ScopedEnvironment bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere"};
 };
 
 TEST_F(CommandModeTest, ReadsItsArguments) {
