@@ -37,6 +37,8 @@ constexpr std::pair<int, const char*> reasons[] = {
     {ENOTSUP, "文件系统不支持此操作"},
     {ENODEV, "设备不存在"},
     {ESTALE, "网络文件已失效"},
+    {EBADF, "文件没有打开"},
+    {EPIPE, "读取的一方已关闭"},
 };
 
 }  // namespace
