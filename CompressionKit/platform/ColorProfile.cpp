@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Text.h"
 
 namespace tidewell::color {
@@ -21,7 +22,23 @@ using Profile = std::unique_ptr<void, Close>;
 using Curve = std::unique_ptr<cmsToneCurve, Close>;
 using Text = std::unique_ptr<cmsMLU, Close>;
 
+/// lcms allocates for as many translations as a text of the profile claims to have.
+bool claimsTooMuch(std::string_view icc) {
+  constexpr std::size_t table = 132, entrySize = 12;
+  const std::size_t tags = icc.size() < table ? 0 : bigEndian32(icc, table - 4);
+  for (std::size_t entry = table, i = 0; i < tags && entry + entrySize <= icc.size();
+       ++i, entry += entrySize) {
+    const std::size_t offset = bigEndian32(icc, entry + 4);
+    if (offset + 12 <= icc.size() && icc.substr(offset, 4) == "mluc" &&
+        bigEndian32(icc, offset + 8) > icc.size() / entrySize) {
+      return true;
+    }
+  }
+  return false;
+}
+
 Profile opened(std::string_view icc) {
+  if (claimsTooMuch(icc)) return nullptr;
   return Profile(cmsOpenProfileFromMem(icc.data(), static_cast<cmsUInt32Number>(icc.size())));
 }
 

@@ -396,6 +396,9 @@ TEST(JPEGDecoder, ManyMetadataSegmentsCostNothing) {
   const URL url = folder.write("bomb.jpg", bomb + plain.substr(2));
   EXPECT_FALSE(propertiesOf(url).profileName);
   ImageSource::open(url)->verify(0);
+  std::string icc = color::makeRGBProfile("Display P3", color::displayP3);
+  icc[icc.find("mluc") + 9] = '\1';  // claims 65,537 translations
+  EXPECT_FALSE(color::profileDescription(icc));
 }
 
 // --- GIF ---------------------------------------------------------------------------------------------------
