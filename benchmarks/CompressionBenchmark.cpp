@@ -157,7 +157,7 @@ std::vector<Sample> makeSamples(const URL& folder, bool quick) {
 
 /// A directory in which every tool is the shim.
 URL makeShims(const URL& scratch) {
-  const URL directory = scratch.appending("shims");
+  URL directory = scratch.appending("shims");
   files::createDirectory(directory);
   const URL shim = files::executableDirectory().appending("tool_shim");
   for (const char* tool : {"cjpegli", "ssimulacra2", "pngquant", "oxipng", "gifsicle"}) {
@@ -195,6 +195,7 @@ void reportRefusals(const URL& tools, const URL& scratch) {
   std::printf("\n%-28s %9s %9s %8s %8s\n", "10,000 paths", "wall s", "own CPU s", "threads", "peak MiB");
   const auto report = [&](const char* name, const char* extension) {
     std::vector<URL> paths;
+    paths.reserve(10'000);
     for (int i = 0; i < 10'000; ++i) {
       paths.push_back(scratch.appending("missing-" + std::to_string(i) + extension));
     }

@@ -52,7 +52,7 @@ URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory) {
     };
     const std::int64_t width = reduced(first.width), height = reduced(first.height);
 
-    const URL url = directory.appending("gif-colour-sample.png");
+    URL url = directory.appending("gif-colour-sample.png");
     PNGWriter writer(url, {.width = width,
                            .height = height * static_cast<std::int64_t>(cells),
                            .hasAlpha = true,

@@ -42,7 +42,10 @@ struct Segment {
   std::size_t start;  ///< the first 0xFF
   std::size_t at;     ///< the marker's own byte
   unsigned marker;
-  std::size_t end;  ///< one past the body; only for segments with a length
+  std::size_t end;  ///< one past the body, which only segments with a length have
+
+  /// What follows the length.
+  std::string_view body(std::string_view data) const { return data.substr(at + 3, end - (at + 3)); }
 };
 
 /// The marker at `i`, fill bytes skipped. Nothing when there is none.
@@ -63,37 +66,50 @@ bool measure(std::string_view data, Segment& segment) {
   return true;
 }
 
-std::optional<std::string> head(const URL& url) {
+/// The first answer that `visit(marker, body)` gives to a segment with a length, in the first MiB and before
+/// the first scan. False when it gives none, and for what cannot be read or is malformed.
+template <typename Visit>
+bool answerOfSegments(const URL& url, Visit visit) {
+  std::string data;
   try {
-    return files::read(url, headBytes);
+    data = files::read(url, headBytes);
   } catch (const std::exception&) {
-    return std::nullopt;
+    return false;
+  }
+  if (!isJPEG(data)) return false;
+  for (std::size_t i = 2;;) {
+    auto segment = markerAt(data, i);
+    if (!segment || segment->marker == endOfImage || segment->marker == startOfScan) return false;
+    if (!isStandalone(segment->marker)) {
+      if (!measure(data, *segment)) return false;
+      if (const std::optional<bool> answer = visit(segment->marker, segment->body(data))) return *answer;
+    }
+    i = segment->end;
   }
 }
 
 /// The TIFF structure of a multi-picture index, from its byte-order mark to the end of its segment.
 class MultiPictureIndex {
  public:
-  enum class Answer { several, one, silent, malformed };
-
   explicit MultiPictureIndex(std::string_view tiff) : tiff_(tiff) {}
 
-  Answer read() {
+  /// Nothing when the index does not say how many; false when it is malformed.
+  std::optional<bool> announcesSeveral() {
     const auto mark = tiff_.substr(0, 2);
-    if (mark != "II" && mark != "MM") return Answer::malformed;
+    if (mark != "II" && mark != "MM") return false;
     littleEndian_ = mark == "II";
     const auto magic = value(2, 2), offset = value(4, 4);
-    if (magic != 42U || !offset || *offset > tiff_.size() - 2) return Answer::malformed;
+    if (magic != 42U || !offset || *offset > tiff_.size() - 2) return false;
     const auto count = value(*offset, 2);
-    if (!count || *count > (tiff_.size() - *offset - 2) / 12) return Answer::malformed;
+    if (!count || *count > (tiff_.size() - *offset - 2) / 12) return false;
     for (std::size_t k = 0; k < *count; ++k) {
       const std::size_t entry = *offset + 2 + 12 * k;
       const auto images = value(entry + 8, 4);
       if (value(entry, 2) == 0xB001U && value(entry + 2, 2) == 4U && value(entry + 4, 4) == 1U && images) {
-        return *images > 1 ? Answer::several : Answer::one;
+        return *images > 1;
       }
     }
-    return Answer::silent;
+    return std::nullopt;
   }
 
  private:
@@ -133,48 +149,20 @@ std::optional<double> averageStep(std::string_view body) {
 }  // namespace
 
 bool JPEGMetadata::hasMultiplePictures(const URL& url) {
-  const auto file = head(url);
-  if (!file || !isJPEG(*file)) return false;
-  const std::string_view data = *file;
-  for (std::size_t i = 2;;) {
-    auto segment = markerAt(data, i);
-    if (!segment || segment->marker == endOfImage || segment->marker == startOfScan) return false;
-    if (!isStandalone(segment->marker)) {
-      if (!measure(data, *segment)) return false;
-      const std::size_t body = segment->at + 3, length = segment->end - (segment->at + 1);
-      if (segment->marker == app2 && length >= 18 && data.substr(body, 4) == std::string_view("MPF\0", 4)) {
-        switch (MultiPictureIndex(data.substr(body + 4, segment->end - (body + 4))).read()) {
-          case MultiPictureIndex::Answer::several:
-            return true;
-          case MultiPictureIndex::Answer::one:
-          case MultiPictureIndex::Answer::malformed:
-            return false;
-          case MultiPictureIndex::Answer::silent:
-            break;
-        }
-      }
-    }
-    i = segment->end;
-  }
+  return answerOfSegments(url, [](unsigned marker, std::string_view body) -> std::optional<bool> {
+    constexpr std::string_view identifier("MPF\0", 4);
+    if (marker != app2 || body.size() < 16 || !body.starts_with(identifier)) return std::nullopt;
+    return MultiPictureIndex(body.substr(identifier.size())).announcesSeveral();
+  });
 }
 
 bool ImageFacts::hasFineJPEGQuantization(const URL& url) {
-  const auto file = head(url);
-  if (!file || !isJPEG(*file)) return false;
-  const std::string_view data = *file;
-  for (std::size_t i = 2;;) {
-    auto segment = markerAt(data, i);
-    if (!segment || segment->marker == endOfImage || segment->marker == startOfScan) return false;
-    if (!isStandalone(segment->marker)) {
-      if (!measure(data, *segment)) return false;
-      if (segment->marker == quantisationTables) {
-        const std::size_t body = segment->at + 3;
-        if (const auto step = averageStep(data.substr(body, segment->end - body)))
-          return *step > 0 && *step <= 2;
-      }
-    }
-    i = segment->end;
-  }
+  return answerOfSegments(url, [](unsigned marker, std::string_view body) -> std::optional<bool> {
+    if (marker != quantisationTables) return std::nullopt;
+    const auto step = averageStep(body);
+    if (!step) return std::nullopt;
+    return *step > 0 && *step <= 2;
+  });
 }
 
 void JPEGMetadata::preserveOrientation(int orientation, const URL& url) {
@@ -207,8 +195,8 @@ void JPEGMetadata::preserveOrientation(int orientation, const URL& url) {
       break;
     }
     if (!measure(data, *segment)) throw CompressionError::invalidImage();
-    const auto body = std::string_view(data).substr(segment->at + 3, segment->end - (segment->at + 3));
-    const bool isExif = segment->marker == app1 && body.starts_with(std::string_view("Exif\0\0", 6));
+    const bool isExif =
+        segment->marker == app1 && segment->body(data).starts_with(std::string_view("Exif\0\0", 6));
     if (!isExif) output.append(data, segment->start, segment->end - segment->start);
     i = segment->end;
   }

@@ -14,7 +14,7 @@
 namespace tidewell {
 namespace {
 
-constexpr std::size_t longestFile = 64 * 1024;
+constexpr std::size_t longestFile = std::size_t{64} << 10;
 
 /// The last value of a key within a group, as every reader of such files takes it.
 std::string valueInKeyFile(std::string_view text, std::string_view group, std::string_view key) {
