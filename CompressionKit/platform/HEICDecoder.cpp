@@ -150,6 +150,10 @@ struct HEICSource::Impl {
     const auto detected = heif::typeIdentifier(head);
     if (!detected) throw ImageDecodeError("no HEIF file");
     type = *detected;
+    if (type == "public.avif") {
+      ids.resize(1);
+      return;
+    }
     meta = metaOf(file);
 
     const auto readAt = [this](std::uint64_t offset, std::size_t bytes) {
@@ -159,7 +163,10 @@ struct HEICSource::Impl {
       return inFile && file.readAt(static_cast<std::int64_t>(offset), data.data(), bytes) ? data
                                                                                           : std::string();
     };
-    heif::checkSizes(meta, readAt, {maximumPixels, maximumCodedPixels});
+    heif::checkLimits(meta, readAt,
+                      {.maximumPixels = maximumPixels,
+                       .maximumCodedPixels = maximumCodedPixels,
+                       .maximumWork = 2 * maximumPixels});
 
     context.reset(heif_context_alloc());
     if (!context) throw std::bad_alloc();
@@ -181,7 +188,7 @@ struct HEICSource::Impl {
   };
 
   Image image(std::size_t index) const {
-    if (index >= ids.size()) throw ImageDecodeError("no such image");
+    if (index >= ids.size() || !context) throw ImageDecodeError("no such image");
     heif_image_handle* raw = nullptr;
     check(heif_context_get_image_handle(context.get(), ids[index], &raw));
     Image image;
@@ -262,8 +269,8 @@ struct HEICSource::Impl {
   heif_reader reader = HEIFInput::reader();
   std::string_view type;
   std::string meta;
-  Context context;
-  std::vector<heif_item_id> ids;
+  Context context;                ///< none for an AVIF file
+  std::vector<heif_item_id> ids;  ///< of the top-level images
   std::optional<heif::Pixels> decoded;
   std::size_t decodedIndex = 0;
 };
@@ -281,6 +288,7 @@ std::size_t HEICSource::count() {
 
 std::size_t HEICSource::primaryIndex() {
   heif_item_id primary = 0;
+  if (!impl_->context) return 0;
   if (heif_context_get_primary_image_ID(impl_->context.get(), &primary).code != heif_error_Ok) return 0;
   const auto found = std::find(impl_->ids.begin(), impl_->ids.end(), primary);
   return found == impl_->ids.end() ? 0 : static_cast<std::size_t>(found - impl_->ids.begin());

@@ -15,7 +15,8 @@ namespace tidewell {
 /// Width, height and rows are those of the stored image, cropped as its "clap" property asks; turning and
 /// mirroring are told by the orientation only (an Exif block is not asked: viewers of HEIF ignore it). An
 /// image of HDR transfer function is delivered in standard range, and its colour tag says what was delivered.
-/// A decoded image stays in memory until the source goes or another image is decoded.
+/// A decoded image stays in memory until the source goes or another image is decoded. An AVIF file is
+/// recognised, to be refused by its type, but nothing in it is decoded.
 class HEICSource final : public ImageSource {
  public:
   /// Throws `FileError` when the file cannot be read, `ImageDecodeError` when its content is no HEIF file.

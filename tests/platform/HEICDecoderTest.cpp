@@ -362,10 +362,58 @@ TEST_F(HEICDecoderTest, RefusesHostileFilesBeforeDecoding) {
   HEIFFile declared = plain;
   declared.without("ispe").with(test::ispe(60000, 60000));
   EXPECT_NE(refusal(declared.bytes()), "");
-  HEIFFile cyclic = test::grid({plain}, 1, 1, 96, 64);
-  cyclic.references = {{"dimg", cyclic.primary, {cyclic.primary}}};
-  EXPECT_NE(refusal(cyclic.bytes()), "");
   EXPECT_NE(refusal(plain.bytes() + test::box("meta", test::number(0, 4))), "");
+
+  const std::string work = "HEIF limits: too much to decode";
+  const std::string depth = "HEIF limits: images made of too many others";
+  const HEIFFile large = test::encodeHEIC(test::slopes(2048, 2048));
+  HEIFFile tiles = test::grid(std::vector(128, large), 8, 16, 96, 64);
+  EXPECT_EQ(refusal(tiles.bytes()), work);
+  EXPECT_EQ(refusal(test::grid(std::vector(4, plain), 2, 2, 193, 64).bytes()),
+            "HEIF limits: tiles too small for their grid");
+  EXPECT_EQ(refusal(test::grid({plain, large}, 2, 1, 96, 64).bytes()), "HEIF limits: unequal tiles");
+
+  // Identity images of one another, in a ring and in a long row; the rows end at a picture.
+  for (const auto& [count, last] : {std::pair(1U, 2U), std::pair(3U, 2U), std::pair(3000U, 1U)}) {
+    HEIFFile chain = plain;
+    for (std::uint32_t id = 2; id < 2 + count; ++id) {
+      chain.items.push_back({id, "iden", id > 2, {test::ispe(96, 64)}, ""});
+      chain.references.push_back({"dimg", id, {id == 1 + count ? last : id + 1}});
+    }
+    chain.primary = 2;
+    EXPECT_EQ(refusal(chain.bytes()), depth) << count;
+  }
+  HEIFFile alphas = test::encodeHEIC(test::slopes(), true);
+  alphas.references.push_back({"auxl", alphas.primary, {alphas.references.front().from}});
+  EXPECT_EQ(refusal(alphas.bytes()), depth);
+  // Overlays of overlays: 10 to the power of 5 pictures.
+  HEIFFile tree = plain;
+  for (std::uint32_t id = 2; id < 7; ++id) {
+    tree.items.push_back(
+        {id,
+         "iovl",
+         id < 6,
+         {test::ispe(96, 64)},
+         test::number(0, 10) + test::number(96, 2) + test::number(64, 2) + std::string(40, '\0')});
+    tree.references.push_back({"dimg", id, std::vector(10, id - 1)});
+  }
+  tree.primary = 6;
+  EXPECT_EQ(refusal(tree.bytes()), work);
+
+  HEIFFile film = plain;
+  film.items.front().data += plain.items.front().data;
+  EXPECT_EQ(refusal(film.bytes()), "HEIF limits: more than one picture in a stream");
+  HEIFFile spinning = plain;
+  for (int i = 0; i < 9; ++i) spinning.with(test::irot(1));
+  EXPECT_EQ(refusal(spinning.bytes()), "HEIF limits: too many turns");
+  std::string pieces = test::number(0, 4) + test::number(0, 2) + test::number(20000, 2);  // of no bytes each
+  for (std::uint64_t id = 1; id <= 20000; ++id) pieces += test::number(id << 32 | 65535, 6);
+  EXPECT_EQ(refusal(plain.bytes().substr(0, 24) +
+                    test::box("meta", test::number(0, 4) + test::box("iloc", pieces))),
+            "HEIF limits: data in too many pieces");
+  HEIFFile av1 = plain;
+  av1.items.front().type = "av01";
+  EXPECT_EQ(refusal(av1.bytes()), "HEIF limits: not coded with HEVC");
 
   HEIFFile many = plain;
   for (std::uint32_t id = 2; id < 3000; ++id) {

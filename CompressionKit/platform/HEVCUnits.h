@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+/// What the units of a HEVC stream (ITU-T H.265, "NAL units") say at their start.
+namespace tidewell::hevc {
+
+struct Unit {
+  int type = 0;
+  int layer = 0;
+  bool isSlice = false;
+  bool startsPicture = false;  ///< the first slice of a picture
+};
+
+/// How many bytes of a unit `unitAt` reads.
+constexpr std::size_t unitHead = 3;
+/// Nothing when fewer bytes than its header are there.
+std::optional<Unit> unitAt(std::string_view head);
+
+constexpr int sequenceParameterSet = 33;
+/// More than the part of a sequence parameter set that `pictureSize` reads can take.
+constexpr std::size_t parameterSetHead = 256;
+
+struct PictureSize {
+  std::uint64_t codedPixels = 0;  ///< what a decoder reserves memory for
+  std::uint64_t width = 0;        ///< of the part that is shown
+  std::uint64_t height = 0;
+};
+
+/// By the start of a sequence parameter set, its header included; nothing for one that makes no sense.
+std::optional<PictureSize> pictureSize(std::string_view unit);
+
+}  // namespace tidewell::hevc
