@@ -16,6 +16,7 @@
 #include "CompressionKit/platform/HEICPixels.h"
 #include "CompressionKit/platform/HEIFBoxes.h"
 #include "CompressionKit/platform/HEIFItems.h"
+#include "CompressionKit/platform/HEVCDecoder.h"
 #include "CompressionKit/platform/PNGWriter.h"
 
 namespace tidewell {
@@ -140,7 +141,11 @@ void limit(heif_context* context) {
 struct HEICSource::Impl {
   explicit Impl(const URL& url) {
     // Once per process and never undone: codec plugins stay loaded while images may be decoded.
-    [[maybe_unused]] static const heif_error initialised = heif_init(nullptr);
+    static const heif_error initialised = [] {
+      const heif_error error = heif_init(nullptr);
+      return error.code == heif_error_Ok ? heif_register_decoder_plugin(&hevc::strictDecoder()) : error;
+    }();
+    check(initialised);
     file.descriptor = files::openForReading(url);
     struct stat status {};
     if (::fstat(file.descriptor.get(), &status) != 0) throw FileError("读取", url.path(), errno);

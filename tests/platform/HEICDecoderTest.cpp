@@ -366,9 +366,8 @@ TEST_F(HEICDecoderTest, RefusesHostileFilesBeforeDecoding) {
 
   const std::string work = "HEIF limits: too much to decode";
   const std::string depth = "HEIF limits: images made of too many others";
-  const HEIFFile large = test::encodeHEIC(test::slopes(2048, 2048));
-  HEIFFile tiles = test::grid(std::vector(128, large), 8, 16, 96, 64);
-  EXPECT_EQ(refusal(tiles.bytes()), work);
+  const HEIFFile large = test::encodeHEIC(test::slopes(1024, 1024));
+  EXPECT_EQ(refusal(test::grid(std::vector(512, large), 16, 32, 96, 64).bytes()), work);
   EXPECT_EQ(refusal(test::grid(std::vector(4, plain), 2, 2, 193, 64).bytes()),
             "HEIF limits: tiles too small for their grid");
   EXPECT_EQ(refusal(test::grid({plain, large}, 2, 1, 96, 64).bytes()), "HEIF limits: unequal tiles");
@@ -437,6 +436,27 @@ TEST_F(HEICDecoderTest, DamagedFilesFailOrDecode) {
     refused += refusal(damaged).empty() ? 0 : 1;  // any other exception or a crash fails the test
   }
   EXPECT_GT(refused, 100);
+}
+
+/// The file is whole, but not the stream in it: libheif's own decoder delivers such pictures.
+TEST_F(HEICDecoderTest, RefusesPicturesOfDamagedStreams) {
+  const HEIFFile whole = test::encodeHEIC({512, 512, [](std::int64_t x, std::int64_t y) {
+                                             return DeepPixel{static_cast<std::uint16_t>(x * y * 4999),
+                                                              static_cast<std::uint16_t>(x * 120),
+                                                              static_cast<std::uint16_t>(y * 120), 0xffff};
+                                           }});
+  const std::string& stream = whole.items.front().data;  // one slice
+  ASSERT_EQ(test::number(stream.size() - 4, 4), stream.substr(0, 4));
+  for (const double part : {0.1, 0.5, 0.9, 0.99}) {
+    const auto kept = static_cast<std::size_t>(part * static_cast<double>(stream.size()));
+    HEIFFile cut = whole;
+    cut.items.front().data = test::number(kept - 4, 4) + stream.substr(4, kept - 4);
+    EXPECT_NE(refusal(cut.bytes()), "") << part;
+    HEIFFile zeroed = whole;
+    zeroed.items.front().data = stream.substr(0, kept) + std::string(stream.size() - kept, '\0');
+    EXPECT_NE(refusal(zeroed.bytes()), "") << part;
+  }
+  EXPECT_EQ(refusal(whole.bytes()), "");
 }
 
 }  // namespace
