@@ -60,8 +60,7 @@ std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL
       return std::nullopt;
     }
   } catch (...) {
-    // The rename can fail after the move, when the directory cannot be flushed.
-    files::exists(png) ? undo.discard(record) : takeBack(destination, record, undo);
+    undo.discard(record);
     throw;
   }
   try {

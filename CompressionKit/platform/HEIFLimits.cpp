@@ -2,6 +2,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "CompressionKit/platform/HEIFBoxes.h"
@@ -74,14 +75,15 @@ class Check {
       const std::uint32_t id = version == 2 ? entry.u16() : entry.u32();
       entry.take(2);  // protection
       const std::string_view type = entry.take(4);
+      if (!known_.insert(id).second) refuse("an item that is named twice");
+      if (known_.size() > maximumItems) refuse("too many items");
       if (type == "av01") refuse("not coded with HEVC");  // its pictures have other sizes to check
       const bool isCanvas = type == "grid" || type == "iovl";
-      const bool isCoded = type == "hvc1" || type == "hev1";
+      const bool isCoded = type == "hvc1";
       if (!isCanvas && !isCoded && type != "iden") continue;
       Item& item = items_[id];
-      if (items_.size() > maximumItems) refuse("too many items");
-      item.isCoded = item.isCoded || isCoded;
-      item.isDerived = item.isDerived || !isCoded;
+      item.isCoded = isCoded;
+      item.isDerived = !isCoded;
       const auto [first, last] = locations.equal_range(id);
       for (auto location = first; location != last; ++location) {
         if (isCanvas) readCanvas(location->second, item, type == "grid");
@@ -188,7 +190,7 @@ class Check {
         if (!reference.good() || owner == items_.end()) continue;
         if (box->type == "dimg") {
           owner->second.parts.push_back(to);
-        } else {
+        } else if (items_.contains(from)) {
           owner->second.alphas.push_back(from);
         }
       }
@@ -200,7 +202,7 @@ class Check {
     const Item* first = nullptr;
     for (const std::uint32_t id : tiles) {
       const auto found = items_.find(id);
-      if (found == items_.end()) refuse("a tile of no image");
+      if (found == items_.end()) refuse("made of what is no image");
       const Item& tile = found->second;
       if (!first) first = &tile;
       const bool isPlain = tile.codedPixels > 0 && !tile.isDerived && tile.transforms == 0;
@@ -218,7 +220,7 @@ class Check {
     const auto add = [&](const std::vector<std::uint32_t>& others) {
       for (const std::uint32_t id : others) {
         const auto other = items_.find(id);
-        if (other == items_.end()) continue;
+        if (other == items_.end()) refuse("made of what is no image");  // which libheif does not survive
         if (depth >= maximumDepth) refuse("images made of too many others");
         const Item::Work part = workFor(other->second, depth + 1);
         work.pixels += part.pixels;
@@ -236,7 +238,8 @@ class Check {
   std::string_view meta_;
   const ReadAt& readAt_;
   const Limits& limits_;
-  std::map<std::uint32_t, Item> items_;
+  std::set<std::uint32_t> known_;        ///< all items
+  std::map<std::uint32_t, Item> items_;  ///< the images
   int units_ = 0;
 };
 

@@ -399,6 +399,12 @@ TEST_F(HEICDecoderTest, RefusesHostileFilesBeforeDecoding) {
   tree.primary = 6;
   EXPECT_EQ(refusal(tree.bytes()), work);
 
+  tree.references = {{"dimg", 6, std::vector(10, 77U)}};
+  EXPECT_EQ(refusal(tree.bytes()), "HEIF limits: made of what is no image");
+  HEIFFile twice = plain;
+  twice.items.push_back(twice.items.front());
+  EXPECT_EQ(refusal(twice.bytes()), "HEIF limits: an item that is named twice");
+
   HEIFFile film = plain;
   film.items.front().data += plain.items.front().data;
   EXPECT_EQ(refusal(film.bytes()), "HEIF limits: more than one picture in a stream");

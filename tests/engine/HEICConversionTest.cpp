@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "CompressionKit/engine/CompressionEngine.h"
+#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/platform/Digest.h"
+#include "engine/FakeTools.h"
+#include "support/HEICSample.h"
+#include "support/TestImages.h"
+
+namespace tidewell {
+namespace {
+
+class HEICConversion : public testing::Test {
+ protected:
+  void SetUp() override {
+    TIDEWELL_NEEDS_HEIF_ENCODER();
+    file.write(photo);
+    before = files::read(photo);
+    ASSERT_EQ(chmod(photo.path().c_str(), 0604), 0);
+    const test::Raster flat(64, 96, [](int, int) { return test::Pixel{90, 90, 60, 255}; });
+    test::writePNGFile(tools.answer("quant-0.png"), flat);
+  }
+  CompressionResult convert(const URL& url) const {
+    return CompressionEngine(ToolRunner(tools.directory()), undo, {}).compress(url, session);
+  }
+  CompressionResult convert() const { return convert(photo); }
+  /// The text of the error that a conversion ends with. Nothing may be left of it, and the names in the
+  /// folder are those from before.
+  std::string failure(const URL& url) const {
+    const auto names = contents();
+    std::string text = "no failure";
+    try {
+      convert(url);
+    } catch (const std::exception& error) {
+      text = error.what();
+    }
+    EXPECT_EQ(contents(), names);
+    EXPECT_FALSE(files::exists(undo.root().appending(session.string())));
+    EXPECT_EQ(report().at("outcome"), "failed");
+    return text;
+  }
+  std::vector<std::string> contents() const {
+    std::vector<std::string> names;
+    for (const URL& entry : files::contentsOfDirectory(pictures)) names.push_back(entry.lastPathComponent());
+    std::ranges::sort(names);
+    return names;
+  }
+  /// Of the latest run.
+  nlohmann::json report() const {
+    const auto reports = files::contentsOfDirectory(folder / "data/CompressionDiagnostics");
+    const auto latest =
+        std::ranges::max_element(reports, {}, [](const URL& url) { return url.lastPathComponent(); });
+    return nlohmann::json::parse(files::read(*latest));
+  }
+
+  const test::TemporaryFolder folder;
+  const test::FakeTools tools;
+  const URL pictures = folder.write("pictures/photo.HEIC", "").deletingLastPathComponent();
+  const URL photo = pictures.appending("photo.HEIC");
+  const URL png = pictures.appending("photo.png");
+  const UndoStore undo{folder / "data/Undo"};
+  const UUID session = UUID::random();
+  /// 96 x 64, to be shown upright.
+  test::HEIFFile file = test::encodeHEIC(test::slopes()).with(test::irot(3));
+  std::string before;
+};
+
+TEST_F(HEICConversion, SavesACompressedPNGThatUndoTakesBack) {
+  const CompressionResult result = convert();
+  EXPECT_EQ(result.url.path(), png.path());
+  EXPECT_EQ(result.outcome, CompressionOutcome::converted);
+  EXPECT_EQ(result.encoder, "HEIC → PNG · pngquant q90 floyd0.25 s1");
+  EXPECT_EQ(result.qualityScore, 95.5);
+  EXPECT_EQ(result.originalBytes, std::ssize(before));
+  EXPECT_EQ(result.finalBytes, fileSize(png));
+  EXPECT_EQ(files::read(png), files::read(tools.answer("quant-0.png")));
+  EXPECT_EQ(files::read(photo), before);
+  EXPECT_EQ(contents(), (std::vector<std::string>{"photo.HEIC", "photo.png"}));
+  struct stat status {};
+  ASSERT_EQ(stat(png.path().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0604U) << "a private photo stays private";
+  EXPECT_EQ(report().at("outcome"), "converted");
+  EXPECT_EQ(report().at("selectedEncoder"), *result.encoder);
+
+  const auto records = undo.readRecords();
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0].state, UndoRecord::State::committed);
+  EXPECT_EQ(records[0].originalPath, photo.path());
+  EXPECT_EQ(records[0].convertedPath, png.path());
+  EXPECT_EQ(files::read(undo.backupURL(records[0])), before);
+  ASSERT_TRUE(result.undoRecord);
+  EXPECT_EQ(result.undoRecord->state, UndoRecord::State::prepared);
+  undo.restore(records[0]);
+  EXPECT_EQ(contents(), std::vector<std::string>{"photo.HEIC"});
+  EXPECT_EQ(files::read(photo), before);
+  EXPECT_TRUE(undo.readRecords().empty());
+}
+
+TEST_F(HEICConversion, KeepsThePlainPNGWhenNothingIsSmaller) {
+  for (const char* output : {"quant-0.png", "quant-1.png", "quant-2.png", "quant-3.png", "lossless.png"}) {
+    files::writeAtomically(tools.answer(output), std::string(1 << 20, 'x'));
+  }
+  const CompressionResult result = convert();
+  EXPECT_EQ(result.encoder, "HEIC → PNG · 无损 PNG");
+  EXPECT_FALSE(result.qualityScore);
+  const ImageFacts facts = ImageFacts::inspect(png);
+  EXPECT_EQ(std::pair(facts.width, facts.height), std::pair(std::int64_t{64}, std::int64_t{96}));
+}
+
+/// A link to nothing is a name that looks free until the very moment of saving.
+TEST_F(HEICConversion, TakesTheFirstFreeNameAndNeverAnother) {
+  ASSERT_EQ(symlink("nowhere", png.path().c_str()), 0);
+  folder.write("pictures/photo（潮汐井1）.png", "mine");
+  const CompressionResult result = convert();
+  EXPECT_EQ(result.url.lastPathComponent(), "photo（潮汐井2）.png");
+  EXPECT_EQ(files::read(pictures.appending("photo（潮汐井1）.png")), "mine");
+  EXPECT_FALSE(files::exists(png));
+  EXPECT_EQ(undo.readRecords().size(), 1U) << "that of the attempt in between is gone";
+  EXPECT_EQ(undo.readRecords().front().convertedPath, result.url.path());
+  EXPECT_EQ(files::contentsOfDirectory(undo.root().appending(session.string())).size(), 2U);
+}
+
+TEST_F(HEICConversion, FailuresLeaveNothing) {
+  file.items.push_back(file.items.front());
+  file.items.back().id = 2;
+  file.write(pictures.appending("two.heic"));
+  EXPECT_EQ(failure(pictures.appending("two.heic")), "暂不支持包含多张图片的 HEIC 文件");
+  EXPECT_TRUE(tools.runs().empty());
+
+  tools.first("exit 5");
+  EXPECT_TRUE(failure(photo).starts_with("压缩组件运行失败：")) << "the tools' own failure";
+  tools.first("echo more > '" + photo.path() + "'");
+  EXPECT_EQ(failure(photo), "原文件在压缩过程中被其他程序修改");
+  EXPECT_EQ(files::read(photo), "more\n");
+  tools.first("");
+  files::writeAtomically(photo, before);
+
+  // The first name is taken, and the next is too long for the file system.
+  const std::string longest(250, 'n');
+  file.items.pop_back();
+  file.write(pictures.appending(longest + ".heic"));
+  folder.write("pictures/" + longest + ".png", "mine");
+  EXPECT_EQ(failure(pictures.appending(longest + ".heic")), "保存 PNG 失败：File name too long");
+
+  folder.write("pictures/photo.png", "mine");
+  for (int i = 1; i < 1000; ++i)
+    folder.write("pictures/photo（潮汐井" + std::to_string(i) + "）.png", "mine");
+  EXPECT_EQ(failure(photo), "无法创建 PNG：同名文件过多");
+  files::removeItem(pictures.appending("photo（潮汐井999）.png"));
+  EXPECT_EQ(convert().url.lastPathComponent(), "photo（潮汐井999）.png");
+}
+
+TEST_F(HEICConversion, WithoutARecordThereIsNoPNG) {
+  folder.write("data/Undo", "a file where the store should be");
+  EXPECT_THROW(convert(), std::exception);
+  EXPECT_EQ(contents(), std::vector<std::string>{"photo.HEIC"});
+}
+
+}  // namespace
+}  // namespace tidewell
