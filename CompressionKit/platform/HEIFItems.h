@@ -57,7 +57,7 @@ std::multimap<std::uint32_t, ItemData> itemLocations(std::string_view meta, cons
 /// end in the depth of a recursion, or deliver pixels that nothing was decoded into, whatever the file
 /// declares elsewhere. Throws `ImageDecodeError`.
 struct Limits {
-  std::uint64_t maximumPixels;       ///< of a grid or an overlay
+  std::uint64_t maximumPixels;       ///< of a grid
   std::uint64_t maximumCodedPixels;  ///< of a picture of a HEVC stream
   std::uint64_t maximumWork;         ///< pixels to be decoded for one item, those of its parts included
   std::uint64_t maximumTiles = 1024;

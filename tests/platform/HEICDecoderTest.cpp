@@ -356,8 +356,7 @@ TEST_F(HEICDecoderTest, RefusesHostileFilesBeforeDecoding) {
   streamed.items.front().data += test::number(unit.size(), 4) + unit;
   EXPECT_EQ(refusal(streamed.bytes()), "HEIF limits: coded picture too large");
 
-  EXPECT_EQ(refusal(test::grid({plain}, 1, 1, 40000, 40000).bytes()),
-            "HEIF limits: grid or overlay too large");
+  EXPECT_EQ(refusal(test::grid({plain}, 1, 1, 40000, 40000).bytes()), "HEIF limits: grid too large");
   EXPECT_EQ(refusal(test::grid({plain}, 256, 256, 4000, 4000).bytes()), "HEIF limits: too many tiles");
   HEIFFile declared = plain;
   declared.without("ispe").with(test::ispe(60000, 60000));
@@ -385,22 +384,16 @@ TEST_F(HEICDecoderTest, RefusesHostileFilesBeforeDecoding) {
   HEIFFile alphas = test::encodeHEIC(test::slopes(), true);
   alphas.references.push_back({"auxl", alphas.primary, {alphas.references.front().from}});
   EXPECT_EQ(refusal(alphas.bytes()), depth);
-  // Overlays of overlays: 10 to the power of 5 pictures.
-  HEIFFile tree = plain;
-  for (std::uint32_t id = 2; id < 7; ++id) {
-    tree.items.push_back(
-        {id,
-         "iovl",
-         id < 6,
-         {test::ispe(96, 64)},
-         test::number(0, 10) + test::number(96, 2) + test::number(64, 2) + std::string(40, '\0')});
-    tree.references.push_back({"dimg", id, std::vector(10, id - 1)});
+  HEIFFile other = plain;
+  other.items.push_back({2, "iden", false, {test::ispe(96, 64)}, ""});
+  other.references = {{"dimg", 2, {77}}};
+  other.primary = 2;
+  EXPECT_EQ(refusal(other.bytes()), "HEIF limits: made of what is no image");
+  for (const auto& [type, reason] :
+       {std::pair("iovl", "an overlay"), std::pair("av01", "not coded with HEVC")}) {
+    other.items.back().type = type;
+    EXPECT_EQ(refusal(other.bytes()), std::string("HEIF limits: ") + reason);
   }
-  tree.primary = 6;
-  EXPECT_EQ(refusal(tree.bytes()), work);
-
-  tree.references = {{"dimg", 6, std::vector(10, 77U)}};
-  EXPECT_EQ(refusal(tree.bytes()), "HEIF limits: made of what is no image");
   HEIFFile twice = plain;
   twice.items.push_back(twice.items.front());
   EXPECT_EQ(refusal(twice.bytes()), "HEIF limits: an item that is named twice");
@@ -416,10 +409,6 @@ TEST_F(HEICDecoderTest, RefusesHostileFilesBeforeDecoding) {
   EXPECT_EQ(refusal(plain.bytes().substr(0, 24) +
                     test::box("meta", test::number(0, 4) + test::box("iloc", pieces))),
             "HEIF limits: data in too many pieces");
-  HEIFFile av1 = plain;
-  av1.items.front().type = "av01";
-  EXPECT_EQ(refusal(av1.bytes()), "HEIF limits: not coded with HEVC");
-
   HEIFFile many = plain;
   for (std::uint32_t id = 2; id < 3000; ++id) {
     many.items.push_back(plain.items.front());
