@@ -63,7 +63,7 @@ std::string iccOf(const heif_image_handle* handle) {
 
 }  // namespace
 
-Color colorOf(const heif_image_handle* handle) {
+Color colorOf(const heif_image_handle* handle, const std::optional<hevc::Sequence::Colors>& stream) {
   heif_color_profile_nclx* raw = nullptr;
   const bool known = heif_image_handle_get_nclx_color_profile(handle, &raw).code == heif_error_Ok;
   std::unique_ptr<heif_color_profile_nclx, void (*)(heif_color_profile_nclx*)>
@@ -72,14 +72,22 @@ Color colorOf(const heif_image_handle* handle) {
   if (!known) nclx.reset();
 
   Color color;
-  const int transfer = nclx ? nclx->transfer_characteristics : heif_transfer_characteristic_unspecified;
-  const Primaries& primaries = primariesOf(nclx ? nclx->color_primaries : heif_color_primaries_unspecified);
+  std::string icc = iccOf(handle);
+  int transfer = heif_transfer_characteristic_unspecified, code = heif_color_primaries_unspecified;
+  if (nclx) {
+    transfer = nclx->transfer_characteristics;
+    code = nclx->color_primaries;
+  } else if (stream && icc.empty()) {
+    transfer = stream->transfer;
+    code = stream->primaries;
+  }
+  const Primaries& primaries = primariesOf(code);
   const bool pq = transfer == heif_transfer_characteristic_ITU_R_BT_2100_0_PQ;
   if (pq || transfer == heif_transfer_characteristic_ITU_R_BT_2100_0_HLG) {
     color.hdr =
         Color::HDR{pq ? StandardRange::Transfer::pq : StandardRange::Transfer::hlg, primaries.chromaticities};
     color.tag.icc = StandardRange::outputProfile();
-  } else if (std::string icc = iccOf(handle); !icc.empty()) {
+  } else if (!icc.empty()) {
     color.tag.icc = std::move(icc);
   } else if (const auto gamma = gammaOf(transfer); gamma || primaries.code != 1) {
     const std::string curve = gamma ? ", gamma " + std::to_string(*gamma).substr(0, 3) : "";

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/HEVCUnits.h"
 #include "CompressionKit/platform/ImageSource.h"
 #include "CompressionKit/platform/StandardRange.h"
 
@@ -23,7 +24,8 @@ struct Color {
   std::optional<HDR> hdr;  ///< to be brought to standard range
 };
 
-/// Throws `ImageDecodeError` for a profile beyond `ImageLimits::maximumMetadataBytes`.
-Color colorOf(const heif_image_handle* handle);
+/// By the file's colour box, or by what the stream says where there is no box. Throws `ImageDecodeError` for
+/// a profile beyond `ImageLimits::maximumMetadataBytes`.
+Color colorOf(const heif_image_handle* handle, const std::optional<hevc::Sequence::Colors>& stream);
 
 }  // namespace tidewell::heif

@@ -211,7 +211,7 @@ struct HEICSource::Impl {
     if (properties.width < 1 || properties.height < 1 || image.bits < 1 || image.bits > 16) {
       throw ImageDecodeError("impossible size or depth");
     }
-    image.color = heif::colorOf(raw);
+    image.color = heif::colorOf(raw, heif::streamColors(meta, ids[index]));
     properties.hasAlpha = heif_image_handle_has_alpha_channel(raw) != 0;
     properties.bitsPerSample = image.bits > 8 || image.color.hdr ? 16 : 8;
     properties.profileName = image.color.profileName;

@@ -75,6 +75,28 @@ int orientation(std::string_view meta, std::uint32_t itemID) {
   return static_cast<int>(std::find(exifTurns.begin(), exifTurns.end(), turn) - exifTurns.begin()) + 1;
 }
 
+void forEachUnit(std::string_view configuration, const std::function<void(std::string_view)>& use) {
+  Bytes bytes(configuration);
+  bytes.take(22);
+  for (auto arrays = bytes.u8(); arrays > 0 && bytes.good(); --arrays) {
+    bytes.take(1);
+    for (auto units = bytes.u16(); units > 0 && bytes.good(); --units) use(bytes.take(bytes.u16()));
+  }
+}
+
+std::optional<hevc::Sequence::Colors> streamColors(std::string_view meta, std::uint32_t itemID) {
+  std::optional<hevc::Sequence::Colors> colors;
+  forEachProperty(meta, [&](std::uint32_t item, const Box& property) {
+    if (item != itemID || property.type != "hvcC") return;
+    forEachUnit(property.payload, [&](std::string_view data) {
+      const auto unit = hevc::unitAt(data);
+      if (!unit || unit->type != hevc::sequenceParameterSet) return;
+      if (const auto sequence = hevc::sequence(data)) colors = sequence->colors;
+    });
+  });
+  return colors;
+}
+
 void refuse(const std::string& reason) {
   throw ImageDecodeError("HEIF limits: " + reason);
 }

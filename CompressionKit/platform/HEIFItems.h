@@ -3,12 +3,14 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "CompressionKit/platform/HEIFBoxes.h"
+#include "CompressionKit/platform/HEVCUnits.h"
 
 /// What the items of a HEIF file say (ISO/IEC 23008-12) that libheif keeps to itself. `meta` is always the
 /// payload of the file's "meta" box, behind version and flags.
@@ -21,6 +23,12 @@ void forEachProperty(std::string_view meta,
 /// The Exif orientation (1 to 8) that says the same as the turns and mirrorings ("irot", "imir") of one item
 /// together, in their order.
 int orientation(std::string_view meta, std::uint32_t itemID);
+
+/// Calls `use` for each unit of a "hvcC" property (ISO/IEC 14496-15, 8.3.3.1).
+void forEachUnit(std::string_view configuration, const std::function<void(std::string_view unit)>& use);
+
+/// What the HEVC stream of an item says of its colours, if it has one that does.
+std::optional<hevc::Sequence::Colors> streamColors(std::string_view meta, std::uint32_t itemID);
 
 /// Throws `ImageDecodeError`.
 [[noreturn]] void refuse(const std::string& reason);

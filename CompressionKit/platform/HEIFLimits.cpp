@@ -41,7 +41,7 @@ struct Item {
   };
   std::optional<Work> work;
 
-  void announces(const hevc::PictureSize& size) {
+  void announces(const hevc::Sequence& size) {
     codedPixels = std::max(codedPixels, size.codedPixels);
     width = std::min(width, size.width);
     height = std::min(height, size.height);
@@ -123,34 +123,27 @@ class Check {
         if (unit->startsPicture && ++pictures > 1) refuse("more than one picture in a stream");
         if (unit->type == hevc::sequenceParameterSet) {
           const auto wanted = std::min<std::uint64_t>(length, hevc::parameterSetHead);
-          item.announces(sizeOf(data.read(position + 4, static_cast<std::size_t>(wanted))));
+          item.announces(sequenceOf(data.read(position + 4, static_cast<std::size_t>(wanted))));
         }
       }
       position += 4 + length;
     }
   }
 
-  hevc::PictureSize sizeOf(std::string_view parameterSet) const {
-    const auto size = hevc::pictureSize(parameterSet);
+  hevc::Sequence sequenceOf(std::string_view parameterSet) const {
+    const auto size = hevc::sequence(parameterSet);
     if (!size || size->codedPixels > limits_.maximumCodedPixels) refuse("coded picture too large");
     return *size;
   }
 
-  /// The parameter sets of a "hvcC" property (ISO/IEC 14496-15, 8.3.3.1).
   Item configuration(std::string_view payload) const {
     Item item;
-    Bytes bytes(payload);
-    bytes.take(22);
-    for (auto arrays = bytes.u8(); arrays > 0 && bytes.good(); --arrays) {
-      bytes.take(1);
-      for (auto units = bytes.u16(); units > 0 && bytes.good(); --units) {
-        const std::string_view data = bytes.take(bytes.u16());
-        const auto unit = hevc::unitAt(data);
-        if (!unit || unit->layer != 0) continue;
-        if (unit->isSlice) refuse("a picture among parameter sets");
-        if (unit->type == hevc::sequenceParameterSet) item.announces(sizeOf(data));
-      }
-    }
+    forEachUnit(payload, [&](std::string_view data) {
+      const auto unit = hevc::unitAt(data);
+      if (!unit || unit->layer != 0) return;
+      if (unit->isSlice) refuse("a picture among parameter sets");
+      if (unit->type == hevc::sequenceParameterSet) item.announces(sequenceOf(data));
+    });
     return item;
   }
 
@@ -164,7 +157,7 @@ class Check {
         const auto [known, isNew] = configurations.try_emplace(property.payload.data());
         if (isNew) known->second = configuration(property.payload);
         if (known->second.codedPixels == 0) return;
-        item.announces({known->second.codedPixels, known->second.width, known->second.height});
+        item.announces({known->second.codedPixels, known->second.width, known->second.height, {}});
       }
       const bool transforms = property.type == "irot" || property.type == "imir" || property.type == "clap";
       if (transforms && ++item.transforms > maximumTransforms) refuse("too many turns");

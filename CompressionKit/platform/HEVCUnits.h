@@ -20,16 +20,21 @@ constexpr std::size_t unitHead = 3;
 std::optional<Unit> unitAt(std::string_view head);
 
 constexpr int sequenceParameterSet = 33;
-/// More than the part of a sequence parameter set that `pictureSize` reads can take.
-constexpr std::size_t parameterSetHead = 256;
+/// More than the part of a sequence parameter set that `sequence` reads can take.
+constexpr std::size_t parameterSetHead = 2048;
 
-struct PictureSize {
+struct Sequence {
   std::uint64_t codedPixels = 0;  ///< what a decoder reserves memory for
   std::uint64_t width = 0;        ///< of the part that is shown
   std::uint64_t height = 0;
+  struct Colors {  ///< code points of ITU-T H.273
+    int primaries;
+    int transfer;
+  };
+  std::optional<Colors> colors;
 };
 
 /// By the start of a sequence parameter set, its header included; nothing for one that makes no sense.
-std::optional<PictureSize> pictureSize(std::string_view unit);
+std::optional<Sequence> sequence(std::string_view unit);
 
 }  // namespace tidewell::hevc

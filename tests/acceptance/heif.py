@@ -59,15 +59,15 @@ class File:
             self.items[item][3] = data[base + at : base + at + size]
 
     def bytes(self):
-        entries, properties, used, references, data = b"", b"", b"", b"", b""
-        count = 0
+        entries, used, references, data = b"", b"", b"", b""
+        properties = []
         for item, (kind, hidden, own, content) in self.items.items():
             entries += full(b"infe", struct.pack(">HH4sB", item, 0, kind, 0), 2, hidden)
             used += struct.pack(">HB", item, len(own))
             for one in own:
-                count += 1
-                properties += one
-                used += bytes([count])
+                if one not in properties:
+                    properties.append(one)
+                used += bytes([properties.index(one) + 1])
             data += content
         for kind, source, targets in self.references:
             references += box(kind, struct.pack(f">HH{len(targets)}H", source, len(targets), *targets))
@@ -81,7 +81,7 @@ class File:
             parts += full(b"iloc", places) + full(b"iinf", struct.pack(">H", len(self.items)) + entries)
             parts += full(b"iref", references) if references else b""
             associations = full(b"ipma", struct.pack(">I", len(self.items)) + used)
-            return full(b"meta", parts + box(b"iprp", box(b"ipco", properties) + associations))
+            return full(b"meta", parts + box(b"iprp", box(b"ipco", b"".join(properties)) + associations))
 
         head = box(b"ftyp", self.brands[0] + bytes(4) + b"".join(self.brands[1:]))
         return head + meta(len(head) + len(meta(0)) + 8) + box(b"mdat", data)

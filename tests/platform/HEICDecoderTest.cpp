@@ -231,6 +231,13 @@ TEST_F(HEICDecoderTest, CarriesColoursIntoThePNG) {
   HEIFFile both = plain;
   both.with(test::icc(camera)).with(test::nclx(1, 13, 6));
   EXPECT_EQ(converted(both)->properties(0).profileName, "Camera");
+
+  // Without a colour box the stream has its say.
+  HEIFFile stream = test::encodeHEIC(test::slopes(), false, 8,
+                                     {"-p", "x265:colorprim=bt2020", "-p", "x265:transfer=bt470m", "-p",
+                                      "x265:sar=3", "-p", "x265:scaling-list=default"});
+  EXPECT_EQ(converted(stream)->properties(0).profileName, "ITU-R BT.2020, gamma 2.2");
+  EXPECT_EQ(converted(stream.with(test::icc(camera)))->properties(0).profileName, "Camera");
 }
 
 TEST_F(HEICDecoderTest, BringsHighDynamicRangeToStandardRange) {
