@@ -48,6 +48,14 @@ bool setText(cmsHPROFILE profile, cmsTagSignature tag, const std::string& value)
          cmsWriteTag(profile, tag, text.get());
 }
 
+std::string saved(cmsHPROFILE profile) {
+  cmsUInt32Number size = 0;
+  if (!cmsSaveProfileToMem(profile, nullptr, &size)) return {};
+  std::string bytes(size, '\0');
+  if (!cmsSaveProfileToMem(profile, bytes.data(), &size)) return {};
+  return bytes;
+}
+
 std::string serialised(const std::string& description, const Chromaticities& c, cmsToneCurve* curve) {
   if (!curve) return {};
   const cmsCIExyY white{c[0], c[1], 1};
@@ -58,10 +66,8 @@ std::string serialised(const std::string& description, const Chromaticities& c, 
       !setText(profile.get(), cmsSigCopyrightTag, "CC0")) {
     return {};
   }
-  cmsUInt32Number size = 0;
-  if (!cmsSaveProfileToMem(profile.get(), nullptr, &size)) return {};
-  std::string bytes(size, '\0');
-  if (!cmsSaveProfileToMem(profile.get(), bytes.data(), &size)) return {};
+  std::string bytes = saved(profile.get());
+  if (bytes.empty()) return {};
   // The library stamps the time of making into the header (bytes 24 to 35); ours has no such moment.
   static constexpr std::string_view fixedDate{"\x07\xD0\0\x01\0\x01\0\0\0\0\0\0", 12};
   return bytes.replace(24, fixedDate.size(), fixedDate);
@@ -93,6 +99,15 @@ std::optional<std::string> profileDescription(std::string_view icc) {
 bool isRGBProfile(std::string_view icc) {
   const Profile profile = opened(icc);
   return profile && cmsGetColorSpace(profile.get()) == cmsSigRgbData;
+}
+
+std::string rewritten(std::string_view icc) {
+  const Profile profile = opened(icc);
+  if (!profile) return {};
+  if (cmsGetHeaderRenderingIntent(profile.get()) > INTENT_ABSOLUTE_COLORIMETRIC) {
+    cmsSetHeaderRenderingIntent(profile.get(), INTENT_PERCEPTUAL);
+  }
+  return saved(profile.get());
 }
 
 std::string makeRGBProfile(const std::string& description, const Chromaticities& chromaticities,

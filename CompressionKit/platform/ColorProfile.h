@@ -15,6 +15,10 @@ std::optional<std::string> profileDescription(std::string_view icc);
 /// The bytes are a profile of an RGB device.
 bool isRGBProfile(std::string_view icc);
 
+/// The same profile put together anew, with the flaws of its header and padding mended; empty for bytes that
+/// are no profile.
+std::string rewritten(std::string_view icc);
+
 /// White, red, green, blue as CIE x, y.
 using Chromaticities = std::array<double, 8>;
 inline constexpr Chromaticities bt709 = {0.3127, 0.3290, 0.640, 0.330, 0.300, 0.600, 0.150, 0.060};

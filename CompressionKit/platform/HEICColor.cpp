@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "CompressionKit/platform/Decoders.h"
+#include "CompressionKit/platform/PNGWriter.h"
 
 namespace tidewell::heif {
 namespace {
@@ -57,7 +58,11 @@ std::string iccOf(const heif_image_handle* handle) {
   std::string icc(size, '\0');
   if (size == 0 || heif_image_handle_get_raw_color_profile(handle, icc.data()).code != heif_error_Ok)
     return {};
-  if (color::isRGBProfile(icc)) return icc;
+  if (color::isRGBProfile(icc)) {
+    if (isAllowedInPNG(icc)) return icc;
+    std::string mended = color::rewritten(icc);
+    return mended.empty() ? icc : mended;
+  }
   return color::rgbProfileOfGrey(icc);  // our samples are R, G, B
 }
 

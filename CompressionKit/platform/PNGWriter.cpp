@@ -168,12 +168,7 @@ void PNGWriter::finish() {
   impl_->finished = true;
 }
 
-namespace {
-
-/// libpng refuses profiles that photos do carry: an odd length, a white point that is slightly off. Which,
-/// and whether when they are set or when they are written, depends on its release; so one is written to
-/// nowhere.
-bool isAllowedProfile(const std::string& icc) {
+bool isAllowedInPNG(const std::string& icc) {
   const auto onError = [](png_structp png, png_const_charp) { png_longjmp(png, 1); };
   png_structp png =
       png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, onError, [](png_structp, png_const_charp) {});
@@ -193,11 +188,9 @@ bool isAllowedProfile(const std::string& icc) {
   return allowed;
 }
 
-}  // namespace
-
 void writePNG(const Bitmap& bitmap, const URL& url) {
   ColorTag color = bitmap.color;
-  if (!color.icc.empty() && !isAllowedProfile(color.icc)) color.icc.clear();
+  if (!color.icc.empty() && !isAllowedInPNG(color.icc)) color.icc.clear();
   PNGWriter writer(url, {.width = bitmap.width,
                          .height = bitmap.height,
                          .hasAlpha = bitmap.hasAlpha,

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "CompressionKit/platform/Bitmap.h"
@@ -41,6 +42,11 @@ class PNGWriter {
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };
+
+/// libpng refuses profiles that photos do carry: an odd length, a white point that is slightly off. Which,
+/// and whether when they are set or when they are written, depends on its release; so one is written to
+/// nowhere.
+bool isAllowedInPNG(const std::string& icc);
 
 /// The whole bitmap as one stored PNG, for comparison with another one of the same colours: a profile that
 /// PNG files may not carry is left out of both.

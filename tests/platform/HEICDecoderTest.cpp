@@ -232,6 +232,16 @@ TEST_F(HEICDecoderTest, CarriesColoursIntoThePNG) {
   both.with(test::icc(camera)).with(test::nclx(1, 13, 6));
   EXPECT_EQ(converted(both)->properties(0).profileName, "Camera");
 
+  // Flaws that libpng refuses do not keep a photo from being converted.
+  std::string oddLength = camera + "ab", oddWhite = camera, oddIntent = camera;
+  oddLength.replace(0, 4, test::number(oddLength.size(), 4));
+  oddWhite[70] ^= 1;
+  oddIntent[67] = 9;
+  for (const std::string& flawed : {oddLength, oddWhite, oddIntent}) {
+    HEIFFile file = plain;
+    EXPECT_EQ(converted(file.with(test::icc(flawed)))->properties(0).profileName, "Camera");
+  }
+
   // Without a colour box the stream has its say.
   HEIFFile stream = test::encodeHEIC(test::slopes(), false, 8,
                                      {"-p", "x265:colorprim=bt2020", "-p", "x265:transfer=bt470m", "-p",
