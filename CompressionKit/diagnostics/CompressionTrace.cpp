@@ -34,16 +34,15 @@ bool isReportName(std::string_view name) {
 }
 
 void prune(const URL& directory) {
-  std::vector<std::pair<std::string, URL>> reports;
-  for (const URL& entry : files::contentsOfDirectory(directory)) {
-    std::string name = entry.lastPathComponent();
-    if (isReportName(name)) reports.emplace_back(std::move(name), entry);
-  }
+  auto reports = files::namesInDirectory(directory);
+  std::erase_if(reports, [](const auto& name) { return !isReportName(name); });
   if (reports.size() <= CompressionTrace::reportsKept) return;
   // Names begin with a time stamp of equal length, so this is oldest first.
-  std::ranges::sort(reports, {}, &std::pair<std::string, URL>::first);
-  reports.erase(reports.end() - CompressionTrace::reportsKept, reports.end());
-  for (const auto& report : reports) files::removeItemIfPossible(report.second);
+  const auto kept = reports.end() - CompressionTrace::reportsKept;
+  std::ranges::nth_element(reports, kept);
+  for (auto name = reports.begin(); name != kept; ++name) {
+    files::removeItemIfPossible(directory.appending(*name));
+  }
 }
 
 std::string fileName(const Date& startedAt) {

@@ -22,9 +22,8 @@ Descriptor openDirectory(const URL& url) {
 }
 
 /// Has the name of a working directory, to the letter.
-bool isWorkingDirectory(const URL& url) {
-  const std::string name = url.lastPathComponent();
-  return name.starts_with(prefix) && UUID::parse(std::string_view(name).substr(prefix.size()));
+bool isWorkingDirectory(std::string_view name) {
+  return name.starts_with(prefix) && UUID::parse(name.substr(prefix.size()));
 }
 
 /// Takes the lock of an abandoned one: it cannot become a live one, which is locked as soon as it is made.
@@ -37,8 +36,9 @@ bool isAbandoned(const Descriptor& directory) {
 
 void removeAbandoned(const URL& folder) noexcept {
   try {
-    for (const URL& entry : files::contentsOfDirectory(folder)) {
-      if (!isWorkingDirectory(entry)) continue;
+    for (const auto& name : files::namesInDirectory(folder)) {
+      if (!isWorkingDirectory(name)) continue;
+      const URL entry = folder.appending(name);
       const Descriptor directory = openDirectory(entry);
       if (isAbandoned(directory)) files::removeItemIfPossible(entry);
     }

@@ -63,19 +63,25 @@ ResourceValues resourceValues(const URL& url) {
           .isDirectory = S_ISDIR(info.st_mode)};
 }
 
-std::vector<URL> contentsOfDirectory(const URL& directory) {
+std::vector<std::string> namesInDirectory(const URL& directory) {
   const auto close = [](DIR* stream) { closedir(stream); };
   const std::unique_ptr<DIR, decltype(close)> stream(opendir(directory.path().c_str()), close);
   if (!stream) throw FileError("读取文件夹", directory.path(), errno);
-  std::vector<URL> entries;
+  std::vector<std::string> names;
   for (;;) {
     errno = 0;
     const dirent* entry = readdir(stream.get());
     if (!entry) break;
     const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") entries.push_back(directory.appending(name));
+    if (name != "." && name != "..") names.emplace_back(name);
   }
   if (errno != 0) throw FileError("读取文件夹", directory.path(), errno);
+  return names;
+}
+
+std::vector<URL> contentsOfDirectory(const URL& directory) {
+  std::vector<URL> entries;
+  for (const auto& name : namesInDirectory(directory)) entries.push_back(directory.appending(name));
   return entries;
 }
 

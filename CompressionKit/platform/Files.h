@@ -32,6 +32,7 @@ struct ResourceValues {
 ResourceValues resourceValues(const URL& url);
 
 /// Entries in the order the kernel lists them, "." and ".." left out.
+std::vector<std::string> namesInDirectory(const URL& directory);
 std::vector<URL> contentsOfDirectory(const URL& directory);
 
 // --- Reading and writing ---------------------------------------------------------------------------------

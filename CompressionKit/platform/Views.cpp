@@ -19,71 +19,72 @@ Bitmap emptyBitmap(std::int64_t width, std::int64_t height, const ImagePropertie
   return bitmap;
 }
 
+/// What one pixel of a smaller image covers of a line of the larger one.
+struct Span {
+  std::int64_t first = 0;
+  std::vector<float> weights;  ///< of the pixels from `first` on; the sum is 1
+};
+
+/// The spans of all pixels of a line.
+std::vector<Span> spans(std::int64_t from, std::int64_t to) {
+  const double scale = static_cast<double>(from) / static_cast<double>(to);
+  std::vector<Span> result(static_cast<std::size_t>(to));
+  for (std::int64_t i = 0; i < to; ++i) {
+    const double start = static_cast<double>(i) * scale, end = start + scale;
+    Span& span = result[static_cast<std::size_t>(i)];
+    span.first = static_cast<std::int64_t>(start + 1e-9);
+    const std::int64_t last = std::min(static_cast<std::int64_t>(std::ceil(end - 1e-9)), from);
+    for (std::int64_t k = span.first; k < last; ++k) {
+      const double covered =
+          std::min(static_cast<double>(k + 1), end) - std::max(static_cast<double>(k), start);
+      span.weights.push_back(static_cast<float>(std::max(covered, 0.0) / scale));
+    }
+  }
+  return result;
+}
+
 /// Averages the area that each pixel of a smaller image covers in the larger one. Rows are first summed up at
 /// full width, with the share that they cover of the row to come, and then reduced sideways once.
 class AreaAverage {
  public:
-  AreaAverage(std::int64_t fromWidth, std::int64_t fromHeight, std::int64_t toWidth, std::int64_t toHeight)
-      : toWidth_(toWidth),
-        scaleX_(static_cast<double>(fromWidth) / static_cast<double>(toWidth)),
-        scaleY_(static_cast<double>(fromHeight) / static_cast<double>(toHeight)),
-        sum_(static_cast<std::size_t>(fromWidth) * 4) {}
+  AreaAverage(std::int64_t fromWidth, std::int64_t toWidth)
+      : columns_(spans(fromWidth, toWidth)), sum_(static_cast<std::size_t>(fromWidth) * 4) {}
 
-  /// The first source row, and one past the last, that row `y` of the result needs.
-  std::pair<std::int64_t, std::int64_t> sourceRows(std::int64_t y) const {
-    const auto last = static_cast<std::int64_t>(std::ceil(static_cast<double>(y + 1) * scaleY_ - 1e-9));
-    return {static_cast<std::int64_t>(static_cast<double>(y) * scaleY_ + 1e-9), last};
-  }
-
-  /// How much of source row `source` lies in row `y` of the result.
-  double share(std::int64_t source, std::int64_t y) const {
-    const double from = std::max(static_cast<double>(source), static_cast<double>(y) * scaleY_);
-    const double to = std::min(static_cast<double>(source + 1), static_cast<double>(y + 1) * scaleY_);
-    return std::max(to - from, 0.0);
-  }
-
-  void add(std::span<const std::uint8_t> row, double weight) {
-    const auto w = static_cast<float>(weight);
-    for (std::size_t i = 0; i < sum_.size(); ++i) sum_[i] += w * static_cast<float>(row[i]);
+  void add(std::span<const std::uint8_t> row, float weight) {
+    float* sum = sum_.data();
+    for (const std::uint8_t value : row) *sum++ += weight * static_cast<float>(value);
   }
 
   void finishRow(std::span<std::uint8_t> result) {
-    const auto scale = static_cast<float>(1.0 / (scaleX_ * scaleY_));
-    for (std::int64_t x = 0; x < toWidth_; ++x) {
-      const double left = static_cast<double>(x) * scaleX_, right = left + scaleX_;
-      const auto first = static_cast<std::int64_t>(left + 1e-9);
-      const auto last = std::min(static_cast<std::int64_t>(std::ceil(right - 1e-9)),
-                                 static_cast<std::int64_t>(sum_.size() / 4));
-      float total[4] = {};
-      for (std::int64_t i = first; i < last; ++i) {
-        const double covered =
-            std::min(static_cast<double>(i + 1), right) - std::max(static_cast<double>(i), left);
-        const auto weight = static_cast<float>(covered);
-        for (std::size_t c = 0; c < 4; ++c) total[c] += weight * sum_[static_cast<std::size_t>(i) * 4 + c];
+    std::uint8_t* to = result.data();
+    for (const Span& column : columns_) {
+      const float* from = sum_.data() + column.first * 4;
+      float total[4] = {0.5F, 0.5F, 0.5F, 0.5F};
+      for (const float weight : column.weights) {
+        for (int c = 0; c < 4; ++c) total[c] += weight * from[c];
+        from += 4;
       }
-      for (std::size_t c = 0; c < 4; ++c) {
-        result[static_cast<std::size_t>(x) * 4 + c] =
-            static_cast<std::uint8_t>(std::min(total[c] * scale + 0.5F, 255.0F));
-      }
+      for (const float value : total) *to++ = static_cast<std::uint8_t>(std::min(value, 255.0F));
     }
     std::ranges::fill(sum_, 0.0F);
   }
 
  private:
-  std::int64_t toWidth_;
-  double scaleX_, scaleY_;
+  std::vector<Span> columns_;
   std::vector<float> sum_;
 };
 
 void average(RowReader& rows, Bitmap& result) {
-  AreaAverage average(rows.width(), rows.height(), result.width, result.height);
+  AreaAverage average(rows.width(), result.width);
+  const std::vector<Span> lines = spans(rows.height(), result.height);
   std::vector<std::uint8_t> row(static_cast<std::size_t>(rows.width()) * 4);
   std::int64_t read = 0;  // rows read so far; `row` holds the last of them
   for (std::int64_t y = 0; y < result.height; ++y) {
-    const auto [first, last] = average.sourceRows(y);
-    for (std::int64_t source = first; source < std::min(last, rows.height()); ++source) {
+    std::int64_t source = lines[static_cast<std::size_t>(y)].first;
+    for (const float weight : lines[static_cast<std::size_t>(y)].weights) {
       for (; read <= source; ++read) rows.read(row);
-      average.add(row, average.share(source, y));
+      average.add(row, weight);
+      ++source;
     }
     average.finishRow(result.row(y));
   }
