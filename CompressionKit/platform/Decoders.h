@@ -16,6 +16,8 @@ bool looksLikePNG(std::string_view head);
 bool looksLikeGIF(std::string_view head);
 
 std::unique_ptr<ImageSource> openJPEG(const URL& url);
+/// Holds the coefficients of progressive images as libjpeg does while that takes at most `maximumPlainBytes`.
+std::unique_ptr<ImageSource> openJPEG(const URL& url, std::int64_t maximumPlainBytes);
 std::unique_ptr<ImageSource> openPNG(const URL& url);
 std::unique_ptr<ImageSource> openGIF(const URL& url);
 

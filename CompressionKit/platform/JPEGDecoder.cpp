@@ -5,22 +5,34 @@
 #include <jpeglib.h>
 
 #include <algorithm>
+#include <optional>
 #include <vector>
 
 #include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Decoders.h"
 #include "CompressionKit/platform/JPEGHeader.h"
+#include "CompressionKit/platform/SparseCoefficients.h"
 
 namespace tidewell {
 namespace {
 
-/// More scans than any encoder writes; each costs a pass over the whole image.
-constexpr int maximumScans = 100;
+/// More scans than any encoder writes; each costs a pass over the whole image, so that huge ones may have
+/// fewer, as many as read this many blocks.
+constexpr std::int64_t maximumScans = 100;
+constexpr std::int64_t maximumBlocksRead = maximumScans << 22;
+/// Beyond this, the coefficients of progressive images are held in the sparse form. Small images are decoded
+/// a little faster without.
+constexpr std::int64_t maximumPlainCoefficientBytes = std::int64_t{48} << 20;
 
 struct ErrorManager {
   jpeg_error_mgr base{};
   std::jmp_buf jump;
   char message[JMSG_LENGTH_MAX] = {};
+};
+
+struct Progress {
+  jpeg_progress_mgr base{};
+  std::int64_t maximumScans = 1;
 };
 
 struct Handle {
@@ -51,26 +63,30 @@ bool meansDamage(int code) {
 /// come back by longjmp, so no object with a destructor may live in the calls in between.
 class Decompressor {
  public:
-  explicit Decompressor(std::FILE* file) {
+  Decompressor(std::FILE* file, std::int64_t maximumPlainBytes) {
     jpeg().err = jpeg_std_error(&errors_.base);
     errors_.base.error_exit = fail;
     // Damage ends the decoding at once: libjpeg would go on with grey for as long as the header claims.
     errors_.base.emit_message = [](j_common_ptr jpeg, int level) {
       if (level < 0 && meansDamage(jpeg->err->msg_code)) fail(jpeg);
     };
-    progress_.progress_monitor = [](j_common_ptr jpeg) {
+    progress_.base.progress_monitor = [](j_common_ptr jpeg) {
       const auto* decompress = reinterpret_cast<j_decompress_ptr>(jpeg);
-      if (decompress->input_scan_number > maximumScans) ERREXIT(jpeg, JERR_BAD_PROGRESSION);
+      const auto* progress = reinterpret_cast<Progress*>(jpeg->progress);
+      if (decompress->input_scan_number > progress->maximumScans) ERREXIT(jpeg, JERR_BAD_PROGRESSION);
     };
     std::rewind(file);
     guarded([&] {
       jpeg_create_decompress(&jpeg());
-      jpeg().progress = &progress_;
-      // Progressive images are held as coefficients; libjpeg has nowhere to put what goes beyond this.
+      jpeg().progress = &progress_.base;
+      // libjpeg has nowhere to put what goes beyond this.
       jpeg().mem->max_memory_to_use = static_cast<long>(ImageLimits::maximumResidentBytes);
       jpeg_stdio_src(&jpeg(), file);
       jpeg_read_header(&jpeg(), TRUE);
     });
+    const std::int64_t blocks = SparseCoefficients::blockCount(jpeg());
+    progress_.maximumScans = std::clamp(maximumBlocksRead / blocks, std::int64_t{1}, maximumScans);
+    if (blocks * std::int64_t{sizeof(JBLOCK)} > maximumPlainBytes) coefficients_.emplace(jpeg());
   }
 
   jpeg_decompress_struct& jpeg() { return handle_.jpeg; }
@@ -82,8 +98,9 @@ class Decompressor {
   }
 
  private:
-  jpeg_progress_mgr progress_{};
+  Progress progress_;
   ErrorManager errors_;
+  std::optional<SparseCoefficients> coefficients_;
   Handle handle_;
 };
 
@@ -93,7 +110,8 @@ bool isInks(J_COLOR_SPACE space) {
 
 class JPEGRowReader final : public RowReader {
  public:
-  JPEGRowReader(std::FILE* file, std::int64_t minimumLongSide) : decompressor_(file) {
+  JPEGRowReader(std::FILE* file, std::int64_t minimumLongSide, std::int64_t maximumPlainBytes)
+      : decompressor_(file, maximumPlainBytes) {
     auto& jpeg = decompressor_.jpeg();
     const bool inks = isInks(jpeg.jpeg_color_space);
     jpeg.out_color_space = inks ? JCS_CMYK : JCS_EXT_RGBA;
@@ -148,8 +166,9 @@ class JPEGRowReader final : public RowReader {
 
 class JPEGSource final : public ImageSource {
  public:
-  explicit JPEGSource(const URL& url) : file_(openFile(url)) {
-    Decompressor decompressor(file_.get());
+  JPEGSource(const URL& url, std::int64_t maximumPlainBytes)
+      : file_(openFile(url)), maximumPlainBytes_(maximumPlainBytes) {
+    Decompressor decompressor(file_.get(), maximumPlainBytes_);
     const auto& jpeg = decompressor.jpeg();
     if (jpeg.jpeg_color_space == JCS_UNKNOWN) throw ImageDecodeError("colours of an unknown kind");
     // Broken arithmetic code decodes to something nearly always, so no such image can be proved sound.
@@ -174,13 +193,13 @@ class JPEGSource final : public ImageSource {
   std::size_t count() override { return 1; }
   ImageProperties properties(std::size_t) override { return properties_; }
   std::unique_ptr<RowReader> rows(std::size_t, std::int64_t minimumLongSide) override {
-    return std::make_unique<JPEGRowReader>(file_.get(), minimumLongSide);
+    return std::make_unique<JPEGRowReader>(file_.get(), minimumLongSide, maximumPlainBytes_);
   }
 
   /// All entropy-coded data is read, but only one sample of each block is computed: what is missing or broken
   /// shows in the former.
   void verify(std::size_t) override {
-    Decompressor decompressor(file_.get());
+    Decompressor decompressor(file_.get(), maximumPlainBytes_);
     auto& jpeg = decompressor.jpeg();
     jpeg.scale_num = 1;
     jpeg.scale_denom = 8;
@@ -188,6 +207,7 @@ class JPEGSource final : public ImageSource {
     jpeg.do_fancy_upsampling = FALSE;
     jpeg.dct_method = JDCT_IFAST;
     decompressor.guarded([&] { jpeg_start_decompress(&jpeg); });
+    if (jpeg_has_multiple_scans(&jpeg)) return;  // all of them have just been read
     std::vector<std::uint8_t> row(static_cast<std::size_t>(jpeg.output_width) *
                                   static_cast<std::size_t>(jpeg.output_components));
     JSAMPROW target = row.data();
@@ -199,6 +219,7 @@ class JPEGSource final : public ImageSource {
 
  private:
   File file_;
+  std::int64_t maximumPlainBytes_;
   ImageProperties properties_;
 };
 
@@ -209,7 +230,11 @@ bool looksLikeJPEG(std::string_view head) {
 }
 
 std::unique_ptr<ImageSource> openJPEG(const URL& url) {
-  return std::make_unique<JPEGSource>(url);
+  return openJPEG(url, maximumPlainCoefficientBytes);
+}
+
+std::unique_ptr<ImageSource> openJPEG(const URL& url, std::int64_t maximumPlainBytes) {
+  return std::make_unique<JPEGSource>(url, maximumPlainBytes);
 }
 
 }  // namespace tidewell

@@ -7,6 +7,7 @@
 #include <span>
 
 #include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/Decoders.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/TemporaryFolder.h"
@@ -383,6 +384,41 @@ TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
   };
   ImageSource::open(repeated(30))->verify(0);
   expectUndecodable(repeated(200), "too many scans");
+}
+
+TEST(JPEGDecoder, SparseCoefficientsGiveTheSamePixels) {
+  const TemporaryFolder folder;
+  const struct {
+    int width, height, across, down;
+    test::JPEGColors colors;
+  } cases[] = {{1043, 131, 2, 2, test::JPEGColors::rgb}, {300, 97, 1, 1, test::JPEGColors::rgb},
+               {97, 300, 4, 1, test::JPEGColors::rgb},   {65, 77, 1, 2, test::JPEGColors::rgb},
+               {66, 130, 1, 4, test::JPEGColors::rgb},   {61, 47, 1, 1, test::JPEGColors::grey},
+               {130, 70, 1, 1, test::JPEGColors::inks},  {1, 1, 2, 2, test::JPEGColors::rgb}};
+  for (const auto& c : cases) {
+    test::JPEGFileOptions options{.quality = 97, .across = c.across, .down = c.down, .progressive = true};
+    options.colors = c.colors;
+    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(c.width, c.height), options);
+    const std::string whole = files::read(folder / "a.jpg");
+    // Where finer scans are missing, libjpeg smooths with the rows above and below.
+    const std::string coarse = whole.substr(0, whole.find("\xFF\xC4", whole.find("\xFF\xDA"))) + "\xFF\xD9";
+    for (const std::string& data : {whole, coarse}) {
+      const URL url = folder.write("b.jpg", data);
+      for (const std::int64_t skip : {0, c.height / 2}) {
+        const auto plain = openJPEG(url, std::int64_t{1} << 40)->rows(0), sparse = openJPEG(url, 0)->rows(0);
+        std::vector<std::uint8_t> expected(static_cast<std::size_t>(c.width) * 4), row = expected;
+        plain->skip(skip);
+        sparse->skip(skip);
+        for (auto y = skip; y < c.height; ++y) {
+          plain->read(expected);
+          sparse->read(row);
+          ASSERT_EQ(row, expected) << c.width << "x" << c.height << " row " << y;
+        }
+      }
+    }
+    EXPECT_THROW(openJPEG(folder.write("b.jpg", whole.substr(0, whole.size() - 9)), 0)->verify(0),
+                 ImageDecodeError);
+  }
 }
 
 TEST(JPEGDecoder, ManyMetadataSegmentsCostNothing) {
