@@ -22,7 +22,7 @@ constexpr std::int64_t maximumScans = 100;
 constexpr std::int64_t maximumBlocksRead = maximumScans << 22;
 /// Beyond this, the coefficients of progressive images are held in the sparse form. Small images are decoded
 /// a little faster without.
-constexpr std::int64_t maximumPlainCoefficientBytes = std::int64_t{48} << 20;
+constexpr std::int64_t maximumPlainCoefficientBytes = std::int64_t{32} << 20;
 
 struct ErrorManager {
   jpeg_error_mgr base{};
