@@ -47,7 +47,7 @@ using Bytes [[gnu::vector_size(8)]] = std::int8_t;
 std::uint64_t usedCoefficients(const JCOEF* block) {
   Lanes columns{};
   Lanes bit{1, 1, 1, 1, 1, 1, 1, 1};
-  for (int y = 0; y < 8; ++y) {
+  for (std::size_t y = 0; y < 8; ++y) {
     Lanes row;
     std::memcpy(&row, block + y * 8, sizeof row);
     columns |= (row != 0) & bit;
@@ -208,6 +208,8 @@ class SparseCoefficients::Array {
 
   std::size_t blocksPerRow_, groups_, maximumAccess_;
   std::vector<std::vector<std::uint8_t>> rows_;
+  /// Room for a coded row: the first coefficients, the bits of the groups, and of each block that has more its
+  /// bits and all of its other coefficients.
   std::unique_ptr<std::uint8_t[]> scratch_;
   std::vector<Slot> slots_;
   std::vector<JBLOCKROW> window_;
