@@ -15,9 +15,15 @@ void requireUnchanged(const CompressionRun& run, const URL& url) {
 
 void swapIn(const CompressionRun& run, const Candidate& choice, const UndoRecord& record) {
   const UndoStore& undo = run.engine.undo();
+  const auto found = files::resourceValues(run.url);
   requireUnchanged(run, run.url);
   requireUnchanged(run, undo.backupURL(record));
   files::copyAttributes(run.url, choice.url);
+  files::flush(choice.url);
+  // Seconds may have passed since the original was hashed: a last look, so that nobody's new work is lost.
+  if (!found.isRegularFile || files::resourceValues(run.url) != found) {
+    throw CompressionError::changedDuringCompression();
+  }
   atomicRename(choice.url, run.url);
   if (!run.original.compatible(ImageFacts::inspect(run.url), choice.allowsSRGBConversion) ||
       hash(run.url) != record.replacementHash) {
@@ -41,6 +47,7 @@ void rollBack(const CompressionRun& run, const UndoRecord& record) noexcept {
     if (isReplaced(run.url, record)) {
       const URL copy = run.workingFile("rollback." + run.url.pathExtension());
       files::copyItem(undo.backupURL(record), copy);
+      if (hash(copy) != record.originalHash) return;
       atomicRename(copy, run.url);
     }
   } catch (const std::exception&) {

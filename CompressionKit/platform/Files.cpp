@@ -60,7 +60,9 @@ ResourceValues resourceValues(const URL& url) {
   if (lstat(url.path().c_str(), &info) != 0) throw FileError("读取", url.path(), errno);
   return {.isRegularFile = S_ISREG(info.st_mode),
           .isSymbolicLink = S_ISLNK(info.st_mode),
-          .isDirectory = S_ISDIR(info.st_mode)};
+          .isDirectory = S_ISDIR(info.st_mode),
+          .bytes = info.st_size,
+          .modifiedAt = info.st_mtim.tv_sec * std::int64_t{1'000'000'000} + info.st_mtim.tv_nsec};
 }
 
 std::vector<std::string> namesInDirectory(const URL& directory) {

@@ -27,6 +27,10 @@ struct ResourceValues {
   bool isRegularFile = false;
   bool isSymbolicLink = false;
   bool isDirectory = false;
+  std::int64_t bytes = 0;
+  std::int64_t modifiedAt = 0;  ///< nanoseconds since 1970
+
+  bool operator==(const ResourceValues&) const = default;
 };
 /// Of the entry itself: a link is not followed.
 ResourceValues resourceValues(const URL& url);

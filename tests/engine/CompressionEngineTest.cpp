@@ -175,6 +175,14 @@ TEST_F(Engine, PutsTheOriginalBackWhenTheReplacementIsNotWhatWasJudged) {
   EXPECT_EQ(files::read(photo), before);
   EXPECT_TRUE(files::exists(candidate)) << "moved although the original had changed";
 
+  // A link that took the photo's place is somebody's doing too, although it shows the same picture.
+  const URL moved = folder / "moved.jpg";
+  ASSERT_EQ(rename(photo.path().c_str(), moved.path().c_str()), 0);
+  ASSERT_EQ(symlink(moved.path().c_str(), photo.path().c_str()), 0);
+  EXPECT_THROW(replace(facts, hash(photo)), CompressionError);
+  EXPECT_TRUE(files::resourceValues(photo).isSymbolicLink);
+  ASSERT_EQ(rename(moved.path().c_str(), photo.path().c_str()), 0);
+
   replace(facts, hash(photo));  // the same road without a fault
   EXPECT_NE(files::read(photo), before);
 }
