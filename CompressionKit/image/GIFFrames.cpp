@@ -123,7 +123,7 @@ std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& director
     }
   };
   const auto source = asInvalid([&] { return ImageSource::open(gif); });
-  files::createDirectories(directory);
+  files::createDirectories(directory, 0777, files::Durability::cached);
   std::vector<URL> frames;
   IndexedFrame frame;
   for (std::size_t i = 0; i < source->count(); ++i) {

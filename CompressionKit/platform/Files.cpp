@@ -34,12 +34,12 @@ void flush(int descriptor, const URL& url) {
   }
 }
 
-/// Makes one directory; false when something is there already.
-bool makeDirectory(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) == 0) return true;
+/// Makes one directory. Another process may make the same one meanwhile; that is as good.
+void makeDirectory(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) == 0) return;
   const int code = errno;
   struct stat info {};
-  if (code == EEXIST && stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return false;
+  if (code == EEXIST && stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return;
   throw FileError("创建文件夹", path, code);
 }
 
@@ -169,17 +169,24 @@ void createDirectory(const URL& url, mode_t mode) {
   if (mkdir(url.path().c_str(), mode) != 0) throw FileError("创建文件夹", url.path(), errno);
 }
 
-void createDirectories(const URL& url, mode_t mode) {
+void createDirectories(const URL& url, mode_t mode, Durability durability) {
   struct stat info {};
   if (stat(url.path().c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return;
-  std::vector<std::string> missing;
+  std::vector<URL> missing;
   for (URL parent = url; parent.path() != "/" && !exists(parent);
        parent = parent.deletingLastPathComponent()) {
-    missing.push_back(parent.path());
+    missing.push_back(parent);
   }
-  if (missing.empty()) missing.push_back(url.path());  // something else stands there: let mkdir say what
-  // Another process may make the same directories meanwhile; that is as good.
-  for (auto path = missing.rbegin(); path != missing.rend(); ++path) makeDirectory(*path, mode);
+  if (missing.empty()) missing.push_back(url);  // something else stands there: let mkdir say what
+  for (auto directory = missing.rbegin(); directory != missing.rend(); ++directory) {
+    makeDirectory(directory->path(), mode);
+    if (durability == Durability::cached) continue;
+    try {
+      flush(directory->deletingLastPathComponent());
+    } catch (const FileError& error) {
+      if (error.code() != EACCES) throw;  // a folder that may be written but not read cannot be flushed
+    }
+  }
 }
 
 void removeItem(const URL& url) {

@@ -66,8 +66,9 @@ void flush(const URL& url);
 
 /// One directory; its parent must exist and it must not.
 void createDirectory(const URL& url, mode_t mode = 0777);
-/// With missing parents; an existing directory is no error.
-void createDirectories(const URL& url, mode_t mode = 0777);
+/// With missing parents; an existing directory is no error. Flushed, what had to be made is on the disk when
+/// the call returns: whoever finds it later relies on that.
+void createDirectories(const URL& url, mode_t mode = 0777, Durability durability = Durability::flushed);
 /// A file, a link or a whole tree; links inside are removed, not followed.
 void removeItem(const URL& url);
 /// `removeItem` with every failure ignored.

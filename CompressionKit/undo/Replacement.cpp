@@ -21,17 +21,6 @@ void removeIfPresent(const URL& url) {
   }
 }
 
-/// Makes the directory and flushes the entries of those that had to be made.
-void createDurableDirectory(const URL& url) {
-  std::vector<URL> parents;
-  for (URL missing = url; missing.path() != "/" && !files::exists(missing);) {
-    missing = missing.deletingLastPathComponent();
-    parents.push_back(missing);
-  }
-  files::createDirectories(url, 0700);
-  for (const URL& parent : parents) files::flush(parent);
-}
-
 }  // namespace
 
 UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUID& sessionID,
@@ -42,7 +31,7 @@ UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUI
   record.backupName = record.id.string() + "." + asciiLowercased(source.pathExtension());
   const URL session = root_.appending(sessionID.string());
   const URL backup = backupURL(record);
-  createDurableDirectory(session);
+  files::createDirectories(session, 0700);
   files::copyItem(source, backup);
   try {
     record.originalBytes = fileSize(source);
