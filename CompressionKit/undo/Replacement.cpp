@@ -45,6 +45,7 @@ UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUI
     writeRecord(record);  // flushes the directory, and with it the backup's entry
   } catch (...) {
     files::removeItemIfPossible(backup);
+    files::removeItemIfPossible(recordURL(record));  // its name may stand although its flush failed
     rmdir(session.path().c_str());  // only when it is empty: other files of the batch are safe
     throw;
   }

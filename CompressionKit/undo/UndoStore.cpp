@@ -1,6 +1,7 @@
 #include "CompressionKit/undo/UndoStore.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 
 #include "CompressionKit/platform/Error.h"
@@ -12,8 +13,9 @@ namespace {
 /// A record is some hundred bytes; nothing that comes near this is one.
 constexpr std::size_t maximumRecordBytes = std::size_t{1} << 20;
 
+/// A file where a directory should be is not a missing one.
 bool isMissing(const FileError& error) {
-  return error.isNoSuchFile();
+  return error.code() == ENOENT;
 }
 
 }  // namespace

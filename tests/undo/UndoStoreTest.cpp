@@ -197,6 +197,7 @@ TEST_F(UndoStoreTest, PathsAreBytes) {
 TEST_F(UndoStoreTest, ListsNewestFirstAndSkipsWhatIsNoRecord) {
   EXPECT_TRUE(store_.readRecords().empty());  // no root yet
   store_.removeAll();
+  EXPECT_THROW(UndoStore(folder_.write("file", "")).readRecords(), FileError);
   const UndoRecord older = plant(10, 1), newer = plant(20, 1);
   folder_.write("Undo/file.json", newer.json());
   folder_.write("Undo/other/notes.json", "{}");
