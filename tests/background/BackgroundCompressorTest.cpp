@@ -91,13 +91,5 @@ TEST_F(BackgroundCompressorTest, MaintenanceTellsWhatComesNext) {
   EXPECT_TRUE(hasBackup(kept));
 }
 
-TEST_F(BackgroundCompressorTest, AStoppedQueueFailsTheFilesThatAreLeft) {
-  queue.stop();
-  const auto result = compressor.compress({folder / "a.jpg", folder / "b.txt", folder / "c.png"});
-  EXPECT_EQ(result.failedCount(), 2);
-  EXPECT_EQ(result.skippedCount(), 1);
-  EXPECT_EQ(result.items[2].error, "压缩被中断，原图未改动");
-}
-
 }  // namespace
 }  // namespace tidewell

@@ -23,15 +23,19 @@ void pad(const URL& url, std::size_t bytes) {
   files::writeAtomically(url, data, files::Durability::cached);
 }
 
-void writeImage(const URL& url, std::size_t bytes, bool fine = false) {
-  const auto raster = test::photoRaster(40, 30);
+enum class Look { usual, otherPixels, wider, translucent };
+
+void writeImage(const URL& url, std::size_t bytes, bool fine = false, Look look = Look::usual) {
+  auto raster = test::photoRaster(look == Look::wider ? 41 : 40, 30, look == Look::otherPixels ? 2 : 1);
+  if (look == Look::translucent) raster.pixels[0][3] = 100;
+  const std::uint8_t first = look == Look::otherPixels ? 3 : 1;
   const std::string extension = url.pathExtension();
   if (extension == "jpg") test::writeJPEGFile(url, raster, {.quality = fine ? 99 : 80});
-  if (extension == "png") test::writePNGFile(url, raster);
+  if (extension == "png") test::writePNGFile(url, raster, {.alpha = look == Look::translucent});
   if (extension == "gif") {
     test::writeGIFFile(url, {.width = 6,
                              .height = 5,
-                             .frames = {{.width = 6, .height = 5, .indexes = {1}},
+                             .frames = {{.width = 6, .height = 5, .indexes = {first}},
                                         {.width = 6, .height = 5, .indexes = {2}}}});
   }
   pad(url, bytes);
@@ -40,6 +44,7 @@ void writeImage(const URL& url, std::size_t bytes, bool fine = false) {
 struct Answer {
   std::size_t bytes;
   std::optional<double> score = {};  ///< 95.5 unless given
+  Look look = Look::usual;
 };
 
 struct Outcome {
@@ -60,7 +65,7 @@ class EncoderPlans : public testing::Test {
       if (answer.bytes == 0) {
         files::writeAtomically(url, "", files::Durability::cached);
       } else {
-        writeImage(url, answer.bytes);
+        writeImage(url, answer.bytes, false, answer.look);
       }
       if (answer.score) tools.score(output, *answer.score);
     }
@@ -92,78 +97,70 @@ class EncoderPlans : public testing::Test {
 };
 
 TEST_F(EncoderPlans, SearchTheQualityOfAJPEG) {
-  const auto step = [](int quality, int chroma) {
-    return "jpegli-" + std::to_string(chroma) + "-" + std::to_string(quality) + ".jpg";
-  };
   const struct {
     const char* what;
     bool fine;
     std::map<std::string, Answer> answers;
-    std::vector<std::string> tried;
-    std::string encoder;
+    std::string tried, encoder;
   } cases[] = {
-      {"the first is good and small",
-       false,
-       {{step(72, 420), {9000, 60}}},
-       {step(72, 420)},
-       "Jpegli q72 420"},
+      {"the first is good and small", false, {{"420-72", {9000, 60}}}, "420-72", "Jpegli q72 420"},
       {"4:2:0 is given up at its first rejection",
        false,
-       {{step(72, 420), {9000, 59.9}}, {step(72, 444), {9500, 64}}},
-       {step(72, 420), step(72, 444)},
+       {{"420-72", {9000, 59.9}}, {"444-72", {9500, 64}}},
+       "420-72 444-72",
        "Jpegli q72 444"},
       {"larger ones lead downwards by at most 12, then 4:4:4 is tried",
        false,
-       {{step(72, 420), {20000, 90}}, {step(60, 420), {20000, 71}}, {step(72, 444), {19000, 80}}},
-       {step(72, 420), step(60, 420), step(72, 444)},
+       {{"420-72", {20000, 90}}, {"420-60", {20000, 71}}, {"444-72", {19000, 80}}},
+       "420-72 420-60 444-72",
+       "Jpegli q72 444"},
+      {"an excess of one is not worth a step",
+       false,
+       {{"420-72", {20000, 71}}, {"444-72", {9000, 70}}},
+       "420-72 444-72",
        "Jpegli q72 444"},
       {"the step follows the score's excess",
        false,
-       {{step(72, 420), {30000, 75}}, {step(66, 420), {25000, 71.5}}, {step(65, 420), {11000, 66}}},
-       {step(72, 420), step(66, 420), step(65, 420)},
+       {{"420-72", {30000, 75}}, {"420-66", {25000, 71.5}}, {"420-65", {11000, 66}}},
+       "420-72 420-66 420-65",
        "Jpegli q65 420"},
       {"a fine original: 4:4:4 first, upwards while rejected",
        true,
-       {{step(90, 444), {9000, 85.9}},
-        {step(93, 444), {9000, 85}},
-        {step(95, 444), {9000, 85}},
-        {step(96, 444), {9000, 86}}},
-       {step(90, 444), step(93, 444), step(95, 444), step(96, 444)},
+       {{"444-90", {9000, 85.9}}, {"444-93", {9000, 85}}, {"444-95", {9000, 85}}, {"444-96", {9000, 86}}},
+       "444-90 444-93 444-95 444-96",
        "Jpegli q96 444"},
       {"a rejection between accepted ones halves what is left",
        true,
-       {{step(90, 444), {30000, 95}},
-        {step(80, 444), {9000, 80}},
-        {step(85, 444), {9000, 84}},
-        {step(87, 444), {9000, 88}}},
-       {step(90, 444), step(80, 444), step(85, 444), step(87, 444)},
+       {{"444-90", {30000, 95}}, {"444-80", {9000, 80}}, {"444-85", {9000, 84}}, {"444-87", {9000, 88}}},
+       "444-90 444-80 444-85 444-87",
        "Jpegli q87 444"},
       {"a failing encoder ends one chroma value only",
        false,
-       {{step(72, 444), {9000, 70}}},
-       {step(72, 420), step(72, 444)},
+       {{"444-72", {9000, 70}}},
+       "420-72 444-72",
        "Jpegli q72 444"},
       {"nothing is good enough",
        false,
-       {{step(72, 420), {9000, 10}},
-        {step(72, 444), {9000, 10}},
-        {step(84, 444), {9000, 10}},
-        {step(90, 444), {9000, 10}},
-        {step(96, 444), {21000, 99}}},
-       {step(72, 420), step(72, 444), step(84, 444), step(90, 444), step(96, 444)},
+       {{"420-72", {9000, 10}},
+        {"444-72", {9000, 10}},
+        {"444-84", {9000, 10}},
+        {"444-90", {9000, 10}},
+        {"444-96", {21000, 99}}},
+       "420-72 444-72 444-84 444-90 444-96",
        "skipped"},
       {"every encoder run fails",
        false,
        {},
-       {step(72, 420), step(72, 444)},
+       "420-72 444-72",
        "压缩组件运行失败：cjpegli（退出码 3）：cp: cannot stat"},
   };
   for (const auto& c : cases) {
-    const Outcome outcome = compress("photo.jpg", c.answers, FakeTools(), c.fine);
-    std::vector<std::string> tried;
+    std::map<std::string, Answer> answers;
+    for (const auto& [step, answer] : c.answers) answers.emplace("jpegli-" + step + ".jpg", answer);
+    const Outcome outcome = compress("photo.jpg", answers, FakeTools(), c.fine);
+    std::string tried;
     for (const auto& run : encoderRuns(outcome)) {
-      const auto begin = run.find("jpegli-");
-      tried.push_back(run.substr(begin, run.find(' ', begin) - begin));
+      tried += (tried.empty() ? "" : " ") + run.substr(run.find("jpegli-") + 7, 6);
     }
     EXPECT_EQ(tried, c.tried) << c.what;
     EXPECT_TRUE(outcome.encoder.starts_with(c.encoder)) << c.what << ": " << outcome.encoder;
@@ -204,18 +201,39 @@ TEST_F(EncoderPlans, QuantiseThenOptimiseAPNG) {
        {lossless},
        {"pngquant missing_component", "OxiPNG validated"},
        "OxiPNG"},
+      // What is not the same picture any more.
+      {{"pngquant", "oxipng", "ssimulacra2"},
+       {{"quant-0.png", {9000, {}, Look::wider}},
+        {"quant-1.png", {9000, {}, Look::translucent}},
+        {"quant-2.png", {9000}},
+        {"palette-opt.png", {8000, {}, Look::otherPixels}}},
+       {rungs[0], rungs[1], rungs[2], "oxipng --threads 1 -o 1 --out palette-opt.png quant-2.png"},
+       {"pngquant q90 floyd0.25 s1 metadata_mismatch", "candidate component_error",
+        "pngquant q90 floyd1.0 s4 alpha_mismatch", "pngquant q100 floyd1.0 s4 validated",
+        "pngquant q100 floyd1.0 s4 + OxiPNG pixels_changed"},
+       "pngquant q100 floyd1.0 s4"},
+      {{"oxipng"},
+       {{"lossless.png", {9000, {}, Look::otherPixels}}},
+       {lossless},
+       {"pngquant missing_component", "OxiPNG pixels_changed"},
+       "skipped"},
       {{"pngquant", "ssimulacra2"},
        {{"quant-0.png", {9000}}},
        {rungs[0]},
        {"pngquant q90 floyd0.25 s1 validated"},
        "pngquant q90 floyd0.25 s1"},
       {{"ssimulacra2"}, {}, {}, {}, "缺少压缩组件：pngquant / oxipng"},
+      {{"pngquant", "oxipng", "ssimulacra2"},  // the last error is told
+       {},
+       {rungs[0], rungs[1], rungs[2], rungs[3], lossless},
+       std::vector<std::string>(5, "candidate component_error"),
+       "压缩组件运行失败：oxipng（退出码 3）："},
   };
   for (const auto& c : cases) {
     const Outcome outcome = compress("a.png", c.answers, FakeTools(c.tools));
     EXPECT_EQ(encoderRuns(outcome), c.runs);
     EXPECT_EQ(outcome.judged, c.judged);
-    EXPECT_EQ(outcome.encoder, c.encoder);
+    EXPECT_TRUE(outcome.encoder.starts_with(c.encoder)) << outcome.encoder;
   }
 }
 
@@ -240,9 +258,9 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
     std::string encoder;
   } cases[] = {
       {{"gifsicle", "ssimulacra2", "pngquant"},
-       {{"optimized.gif", {15000}}, {"lossy-12.gif", {12000}}},
+       {{"optimized.gif", {12000}}, {"lossy-12.gif", {12000}}},
        {optimised, lossy("12")},
-       "Gifsicle lossy12"},
+       "Gifsicle -O2"},  // of equal ones the first
       // 18000 bytes is not below 90 %: the ladder ends without a verdict; a palette is then worth a try.
       {{"gifsicle", "ssimulacra2", "pngquant"},
        {{"optimized.gif", {18000}}, {"lossy-12.gif", {18000}}},
@@ -253,6 +271,7 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
        {optimised, lossy("12"), lossy("4")},
        "Gifsicle lossy4"},
       {{"gifsicle"}, {{"optimized.gif", {15000}}}, {optimised}, "Gifsicle -O2"},
+      {{"gifsicle"}, {{"optimized.gif", {15000, {}, Look::otherPixels}}}, {optimised}, "skipped"},
       {{"pngquant"}, {}, {}, "缺少压缩组件：gifsicle"},
   };
   for (const auto& c : cases) {

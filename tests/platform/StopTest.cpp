@@ -22,22 +22,15 @@ bool readable(int descriptor) {
 }
 
 TEST(Stop, ReachesEveryCopyOfTheToken) {
-  const StopToken none;
-  EXPECT_FALSE(none.stopRequested());
-  EXPECT_EQ(none.descriptor(), -1);
-
   StopToken token;
+  EXPECT_EQ(token.descriptor(), -1);
   {
     StopSource source;
     token = source.token();
-    EXPECT_FALSE(token.stopRequested());
-    EXPECT_FALSE(readable(token.descriptor()));
-    EXPECT_NO_THROW(token.throwIfStopped());
-    source.requestStop();
+    EXPECT_FALSE(token.stopRequested() || readable(token.descriptor()));
     source.requestStop();
   }
-  EXPECT_TRUE(token.stopRequested());
-  EXPECT_TRUE(readable(token.descriptor()));
+  EXPECT_TRUE(token.stopRequested() && readable(token.descriptor()));
   EXPECT_THROW(token.throwIfStopped(), Interrupted);
 }
 

@@ -2,6 +2,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <cstring>
 
 #include "CompressionKit/platform/Bitmap.h"
 #include "CompressionKit/platform/ColorProfile.h"
@@ -20,23 +21,12 @@ using test::TemporaryFolder;
 
 TEST(Views, ThumbnailsHaveTheRightSize) {
   const TemporaryFolder folder;
-  const struct {
-    int width, height;
-    std::int64_t maximum, expectedWidth, expectedHeight;
-  } cases[] = {{400, 300, 51, 51, 38},
-               {300, 400, 50, 38, 50},
-               {40, 30, 50, 40, 30},
-               {400, 1, 64, 64, 1},
-               {40, 30, 40, 40, 30}};
-  for (const auto& c : cases) {
-    for (const char* name : {"a.png", "a.jpg"}) {
-      const Raster raster = test::photoRaster(c.width, c.height);
-      const URL url = folder / name;
-      url.pathExtension() == "png" ? test::writePNGFile(url, raster) : test::writeJPEGFile(url, raster);
-      const Bitmap view = views::thumbnail(*ImageSource::open(url), 0, c.maximum, false);
-      EXPECT_EQ(view.width, c.expectedWidth) << name;
-      EXPECT_EQ(view.height, c.expectedHeight) << name;
-    }
+  const std::int64_t cases[][5] = {{400, 300, 51, 51, 38}, {300, 400, 50, 38, 50}, {400, 1, 64, 64, 1}};
+  for (const auto& [width, height, maximum, expectedWidth, expectedHeight] : cases) {
+    test::writePNGFile(folder / "a.png",
+                       test::photoRaster(static_cast<int>(width), static_cast<int>(height)));
+    const Bitmap view = views::thumbnail(*ImageSource::open(folder / "a.png"), 0, maximum, false);
+    EXPECT_EQ(std::pair(view.width, view.height), std::pair(expectedWidth, expectedHeight));
   }
 }
 
@@ -67,9 +57,7 @@ TEST(Views, CropsAtFullResolution) {
   const Bitmap view = views::crop(*source, 0, 11, 7, 20, 30);
   for (int y = 0; y < 30; ++y) {
     for (int x = 0; x < 20; ++x) {
-      const Pixel& expected = raster.at(x + 11, y + 7);
-      ASSERT_TRUE(std::equal(expected.begin(), expected.end(), view.pixels.begin() + (y * 20 + x) * 4))
-          << x << "," << y;
+      ASSERT_EQ(std::memcmp(&raster.at(x + 11, y + 7), view.row(y).data() + x * 4, 4), 0) << x << "," << y;
     }
   }
   EXPECT_THROW(views::crop(*source, 0, 41, 0, 20, 20), ImageDecodeError);

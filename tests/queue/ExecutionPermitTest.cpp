@@ -4,10 +4,8 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <future>
 #include <memory>
 #include <optional>
@@ -105,34 +103,6 @@ TEST_F(ExecutionPermitTest, TakesTheSlotThatWasFreed) {
   second.reset();
   const auto permit = third.get();
   EXPECT_TRUE(isLocked("slot-1.lock"));
-}
-
-TEST_F(ExecutionPermitTest, ExcludesOtherProcesses) {
-  const URL log = folder.write("log", "");
-  int ready[2];
-  int go[2];
-  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
-  ASSERT_EQ(pipe2(go, O_CLOEXEC), 0);
-  const pid_t other = fork();
-  if (other == 0) {
-    const ExecutionPermit permit(locks, "a", 2);
-    char byte = 'x';
-    if (write(ready[1], &byte, 1) != 1 || read(go[0], &byte, 1) != 1) _exit(1);
-    std::ofstream(log.path()) << "the other was here first";
-    _exit(0);  // without a release: the end of a process frees its locks
-  }
-  char byte = 'x';
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  auto mine = std::async(std::launch::async, [&] {
-    const ExecutionPermit permit(locks, "a", 2);
-    return files::read(log);
-  });
-  ASSERT_EQ(write(go[1], &byte, 1), 1);
-  EXPECT_EQ(mine.get(), "the other was here first");
-  int status = 0;
-  waitpid(other, &status, 0);
-  EXPECT_EQ(status, 0);
-  for (const int end : {ready[0], ready[1], go[0], go[1]}) close(end);
 }
 
 TEST_F(ExecutionPermitTest, LeavesNothingHeldAfterAFailure) {
