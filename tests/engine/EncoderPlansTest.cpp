@@ -29,14 +29,16 @@ void writeImage(const URL& url, std::size_t bytes, bool fine = false, Look look 
   auto raster = test::photoRaster(look == Look::wider ? 41 : 40, 30, look == Look::otherPixels ? 2 : 1);
   if (look == Look::translucent) raster.pixels[0][3] = 100;
   const std::uint8_t first = look == Look::otherPixels ? 3 : 1;
+  const int transparent = look == Look::translucent ? first : -1;
   const std::string extension = url.pathExtension();
   if (extension == "jpg") test::writeJPEGFile(url, raster, {.quality = fine ? 99 : 80});
   if (extension == "png") test::writePNGFile(url, raster, {.alpha = look == Look::translucent});
   if (extension == "gif") {
-    test::writeGIFFile(url, {.width = 6,
-                             .height = 5,
-                             .frames = {{.width = 6, .height = 5, .indexes = {first}},
-                                        {.width = 6, .height = 5, .indexes = {2}}}});
+    test::writeGIFFile(url,
+                       {.width = 6,
+                        .height = 5,
+                        .frames = {{.width = 6, .height = 5, .indexes = {first}, .transparent = transparent},
+                                   {.width = 6, .height = 5, .indexes = {2}}}});
   }
   pad(url, bytes);
 }
@@ -49,6 +51,7 @@ struct Answer {
 
 struct Outcome {
   std::string encoder;              ///< of the replacement; "skipped", or the error's text
+  std::optional<double> score;      ///< of the replacement
   std::vector<std::string> runs;    ///< of all tools, as FakeTools logs them
   std::vector<std::string> judged;  ///< "encoder reason" of each record in the trace
 };
@@ -74,6 +77,7 @@ class EncoderPlans : public testing::Test {
     try {
       const auto result = engine.compress(folder / name, UUID::random());
       outcome.encoder = result.encoder.value_or("skipped");
+      outcome.score = result.qualityScore;
     } catch (const std::exception& error) {
       outcome.encoder = error.what();
     }
@@ -267,7 +271,7 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
        {optimised, lossy("12"), palette("192")},
        "Gifsicle -O2"},
       {{"gifsicle", "ssimulacra2"},
-       {{"lossy-12.gif", {0}}, {"lossy-4.gif", {17999}}},
+       {{"lossy-12.gif", {9000, {}, Look::translucent}}, {"lossy-4.gif", {17999}}},
        {optimised, lossy("12"), lossy("4")},
        "Gifsicle lossy4"},
       {{"gifsicle"}, {{"optimized.gif", {15000}}}, {optimised}, "Gifsicle -O2"},
@@ -286,6 +290,7 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
     files::writeAtomically(tools.answer(std::string("gif-palette-") + colours + ".png"),
                            test::pngOfOneRow(1, 8, 3, std::string(1, '\0'), test::pngChunk("PLTE", "abc")));
   }
+  tools.score("frame-0.png", 70);
   tools.score("frame-1.png", 69.5);
   tools.first("case \"$*\" in *shared-255*) rm -f \"$here/scores/frame-1.png\";; esac");
   const Outcome outcome = compress("a.gif", {{"shared-192.gif", {9000}}, {"shared-255.gif", {9500}}}, tools);
@@ -293,6 +298,7 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
             (std::vector<std::string>{optimised, lossy("12"), lossy("4"), palette("192"), shared("192"),
                                       palette("255"), shared("255")}));
   EXPECT_EQ(outcome.encoder, "pngquant GIF 255 colors + Gifsicle lossy4");
+  EXPECT_EQ(outcome.score, 70) << "the worst frame counts";
   EXPECT_EQ(outcome.judged[outcome.judged.size() - 2],
             "pngquant GIF 192 colors + Gifsicle lossy4 gif_frame_quality_or_alpha");
 }
