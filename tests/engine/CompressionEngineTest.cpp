@@ -33,7 +33,10 @@ class Engine : public testing::Test {
     }
     const auto reports = files::contentsOfDirectory(folder / "data/CompressionDiagnostics");
     ASSERT_EQ(reports.size(), 1U);
-    EXPECT_EQ(nlohmann::json::parse(files::read(reports[0])).at("outcome"), outcome);
+    const auto report = nlohmann::json::parse(files::read(reports[0]));
+    EXPECT_EQ(report.at("outcome"), outcome);
+    EXPECT_EQ(report.contains("selectedEncoder"), outcome == "replaced");
+    EXPECT_EQ(report.contains("profile"), !tools.runs().empty()) << "known once the file was inspected";
   }
   /// The text of the error that a run throws.
   std::string failure(const URL& url) const {
@@ -61,8 +64,10 @@ TEST_F(Engine, ReplacesAndKeepsWhatTheFileHad) {
   before = files::read(photo);
   ASSERT_EQ(chmod(photo.path().c_str(), 0604), 0);
   const bool tagged = setxattr(photo.path().c_str(), "user.tag", "sea", 3, 0) == 0;
+  tools.first("flock -n \"${2%/*}\" touch '" + (folder / "unlocked").path() + "'");
   const CompressionResult result = engine.compress(photo, session);
 
+  EXPECT_FALSE(files::exists(folder / "unlocked")) << "the working directory looks abandoned";
   EXPECT_EQ(result.outcome, CompressionOutcome::replaced);
   EXPECT_EQ(result.encoder, "Jpegli q72 420");
   EXPECT_EQ(result.qualityScore, 95.5);
@@ -129,6 +134,8 @@ TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
   ASSERT_EQ(symlink(photo.path().c_str(), link.path().c_str()), 0);
   EXPECT_EQ(failure(link), "请选择普通图片文件");
   expectEnd("failed");
+  files::createDirectory(folder / "folder.jpg");
+  EXPECT_EQ(failure(folder / "folder.jpg"), "请选择普通图片文件");
   EXPECT_TRUE(tools.runs().empty());
 }
 

@@ -129,13 +129,12 @@ TEST(PNGWriter, LeavesNothingUnfinished) {
   EXPECT_FALSE(files::exists(folder / "a.png"));
   EXPECT_THROW(PNGWriter(folder / "no/a.png", options), FileError);
   // A file that may not grow any more, as on a full disk, is reported as what it is.
-  Bitmap large{.width = 700,
-               .height = 700,
-               .pixels = std::vector<std::uint8_t>(700 * 700 * 4),
-               .hasAlpha = false,
-               .color = {}};
-  for (std::size_t i = 0; i < large.pixels.size(); ++i)
-    large.pixels[i] = static_cast<std::uint8_t>(i * i >> 3);
+  const Raster large(300, 300, [](int x, int y) {
+    return Pixel{static_cast<std::uint8_t>(x * x * y >> 3), static_cast<std::uint8_t>(y * y * x >> 5), 0,
+                 255};
+  });
+  test::writePNGFile(folder / "source.png", large);
+  const Bitmap view = views::thumbnail(*ImageSource::open(folder / "source.png"), 0, 300, false);
   const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
   rlimit previous{};
   getrlimit(RLIMIT_FSIZE, &previous);
@@ -143,7 +142,7 @@ TEST(PNGWriter, LeavesNothingUnfinished) {
   setrlimit(RLIMIT_FSIZE, &small);
   int code = 0;
   try {
-    writePNG(large, folder / "large.png");
+    writePNG(view, folder / "large.png");
   } catch (const FileError& error) {
     code = error.code();
   }

@@ -5,7 +5,6 @@
 #include <signal.h>
 
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -69,21 +68,6 @@ TEST(EventLoopTest, signalsArriveOnTheLoopWhicheverThreadGetsThem) {
     EXPECT_EQ(signals, 2);
   }
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
-}
-
-TEST(BackgroundThreadsTest, theEndWaitsForTheWork) {
-  EventLoop loop;
-  std::atomic<int> done = 0;
-  {
-    BackgroundThreads threads(loop);
-    for (int i = 0; i < 8; ++i) {
-      threads.run([&] {
-        std::this_thread::yield();
-        ++done;
-      });
-    }
-  }
-  EXPECT_EQ(done, 8);
 }
 
 }  // namespace
