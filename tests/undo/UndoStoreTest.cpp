@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <limits>
+#include <utility>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
@@ -15,6 +16,7 @@
 #include "CompressionKit/undo/AtomicRename.h"
 #include "support/PlantedRecord.h"
 #include "support/TemporaryFolder.h"
+#include "support/TestImages.h"
 
 namespace tidewell {
 namespace {
@@ -153,6 +155,20 @@ TEST_F(UndoStoreTest, RestoresOnlyWhatIsAsRecorded) {
   }
 }
 
+TEST_F(UndoStoreTest, ABackupWithoutARecordedHashMustBeAnImageOfItsSize) {
+  const URL photo = folder_ / "photo.png";
+  test::writePNGFile(photo, test::photoRaster(8, 8));
+  UndoRecord record = replace(photo, "smaller");
+  const std::string expected = *std::exchange(record.originalHash, std::nullopt);
+  EXPECT_EQ(store_.verifyBackup(record), expected);
+  UndoRecord longer = record;
+  ++longer.originalBytes;
+  EXPECT_EQ(messageOf([&] { store_.verifyBackup(longer); }), "原图备份已损坏，无法恢复或对比");
+  const auto size = static_cast<std::size_t>(record.originalBytes);
+  files::writeAtomically(store_.backupURL(record), std::string(size, 'x'));
+  EXPECT_EQ(messageOf([&] { store_.verifyBackup(record); }), "图片无法解码");
+}
+
 TEST_F(UndoStoreTest, RestoringAConversionRemovesTheNewFile) {
   for (const bool originalDeleted : {false, true}) {
     const URL photo = folder_.write("photo.heic", "heic");
@@ -168,7 +184,9 @@ TEST_F(UndoStoreTest, RestoringAConversionRemovesTheNewFile) {
   const URL converted = folder_.write("photo.png", "png");
   const UndoRecord record = store_.prepare(photo, converted, UUID::random(), converted.path());
   folder_.write("photo.png", "edited");
+  files::removeItem(photo);
   EXPECT_THROW(store_.restore(record), CompressionError);
+  EXPECT_FALSE(files::exists(photo)) << "brought back although the other file may not go";
   EXPECT_EQ(files::read(converted), "edited");
   folder_.write("photo.png", "png");
   folder_.write("photo.heic", "another");
