@@ -7,8 +7,8 @@
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/HEICDecoder.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/HEICDecoder.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "CompressionKit/undo/AtomicRename.h"
 
 namespace tidewell {

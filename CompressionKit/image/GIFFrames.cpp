@@ -13,8 +13,8 @@
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/ImageSource.h"
-#include "CompressionKit/platform/PNGWriter.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell {
 namespace {

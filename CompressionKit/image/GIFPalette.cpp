@@ -5,12 +5,12 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/platform/Bitmap.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/ImageSource.h"
-#include "CompressionKit/platform/PNGBytes.h"
-#include "CompressionKit/platform/PNGWriter.h"
+#include "CompressionKit/platform/codecs/Bitmap.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "CompressionKit/platform/codecs/PNGBytes.h"
+#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell {
 namespace {

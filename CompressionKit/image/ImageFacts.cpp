@@ -8,7 +8,7 @@
 #include "CompressionKit/image/JPEGMetadata.h"
 #include "CompressionKit/image/PNGMetadata.h"
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 namespace {

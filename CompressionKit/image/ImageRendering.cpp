@@ -5,7 +5,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell::ImageRendering {
 namespace {

@@ -11,7 +11,7 @@
 #include "CompressionKit/image/OrientationExif.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 namespace {

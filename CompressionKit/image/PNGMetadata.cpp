@@ -13,7 +13,7 @@
 #include "CompressionKit/image/OrientationExif.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/PNGBytes.h"
+#include "CompressionKit/platform/codecs/PNGBytes.h"
 
 namespace tidewell {
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "CompressionKit/image/ImageFacts.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 namespace {

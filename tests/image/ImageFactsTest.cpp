@@ -7,7 +7,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "support/Script.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"

@@ -8,10 +8,10 @@
 #include <thread>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
 #include "support/HEICSample.h"
 #include "support/TestImages.h"
 

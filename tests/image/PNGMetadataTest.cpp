@@ -9,7 +9,7 @@
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 

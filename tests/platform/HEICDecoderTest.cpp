@@ -1,16 +1,16 @@
-#include "CompressionKit/platform/HEICDecoder.h"
+#include "CompressionKit/platform/codecs/HEICDecoder.h"
 
 #include <gtest/gtest.h>
 #include <png.h>
 
 #include <cmath>
 
-#include "CompressionKit/platform/Bitmap.h"
-#include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/HEIFBoxes.h"
-#include "CompressionKit/platform/StandardRange.h"
+#include "CompressionKit/platform/codecs/Bitmap.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/HEIFBoxes.h"
+#include "CompressionKit/platform/codecs/StandardRange.h"
 #include "support/HEICSample.h"
 
 namespace tidewell {

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/HEICDecoder.h"
+#include "CompressionKit/platform/codecs/HEICDecoder.h"
 #include "support/HEICSample.h"
 
 namespace tidewell {

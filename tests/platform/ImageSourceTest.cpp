@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 #include <gtest/gtest.h>
 
@@ -6,10 +6,10 @@
 #include <set>
 #include <span>
 
-#include "CompressionKit/platform/ColorProfile.h"
-#include "CompressionKit/platform/Decoders.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/Decoders.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 

@@ -4,11 +4,11 @@
 #include <csignal>
 #include <cstring>
 
-#include "CompressionKit/platform/Bitmap.h"
-#include "CompressionKit/platform/ColorProfile.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/PNGWriter.h"
+#include "CompressionKit/platform/codecs/Bitmap.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/PNGWriter.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 

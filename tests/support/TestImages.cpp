@@ -12,7 +12,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "CompressionKit/platform/Decoders.h"
+#include "CompressionKit/platform/codecs/Decoders.h"
 
 namespace tidewell {
 namespace {

@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/SparseCoefficients.h"
+#include "CompressionKit/platform/codecs/SparseCoefficients.h"
 
 #include <jerror.h>
 
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 namespace {
@@ -208,8 +208,8 @@ class SparseCoefficients::Array {
 
   std::size_t blocksPerRow_, groups_, maximumAccess_;
   std::vector<std::vector<std::uint8_t>> rows_;
-  /// Room for a coded row: the first coefficients, the bits of the groups, and of each block that has more its
-  /// bits and all of its other coefficients.
+  /// Room for a coded row: the first coefficients, the bits of the groups, and of each block that has more
+  /// its bits and all of its other coefficients.
   std::unique_ptr<std::uint8_t[]> scratch_;
   std::vector<Slot> slots_;
   std::vector<JBLOCKROW> window_;

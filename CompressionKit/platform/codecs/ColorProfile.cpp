@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
 
 #include <lcms2.h>
 #include <utf8proc.h>
@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/PNGBytes.h"
 #include "CompressionKit/platform/Text.h"
+#include "CompressionKit/platform/codecs/PNGBytes.h"
 
 namespace tidewell::color {
 namespace {

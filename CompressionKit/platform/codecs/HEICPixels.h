@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
-#include "CompressionKit/platform/HEICColor.h"
-#include "CompressionKit/platform/StandardRange.h"
+#include "CompressionKit/platform/codecs/HEICColor.h"
+#include "CompressionKit/platform/codecs/StandardRange.h"
 
 /// A decoded HEIF image in the decoder's memory, and its rows in the forms that we need.
 namespace tidewell::heif {

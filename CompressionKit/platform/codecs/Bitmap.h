@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 

@@ -1,10 +1,10 @@
-#include "CompressionKit/platform/JPEGHeader.h"
+#include "CompressionKit/platform/codecs/JPEGHeader.h"
 
 #include <cstdint>
 #include <map>
 #include <string_view>
 
-#include "CompressionKit/platform/Exif.h"
+#include "CompressionKit/platform/codecs/Exif.h"
 
 namespace tidewell {
 namespace {

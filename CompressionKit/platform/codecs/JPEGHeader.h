@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "CompressionKit/platform/Exif.h"
+#include "CompressionKit/platform/codecs/Exif.h"
 
 namespace tidewell {
 

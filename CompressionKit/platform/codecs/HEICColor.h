@@ -5,10 +5,10 @@
 #include <optional>
 #include <string>
 
-#include "CompressionKit/platform/ColorProfile.h"
-#include "CompressionKit/platform/HEVCUnits.h"
-#include "CompressionKit/platform/ImageSource.h"
-#include "CompressionKit/platform/StandardRange.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/HEVCUnits.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "CompressionKit/platform/codecs/StandardRange.h"
 
 namespace tidewell::heif {
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "CompressionKit/platform/ColorProfile.h"
-#include "CompressionKit/platform/Decoders.h"
-#include "CompressionKit/platform/Exif.h"
-#include "CompressionKit/platform/PNGBytes.h"
-#include "CompressionKit/platform/Premultiply.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/Decoders.h"
+#include "CompressionKit/platform/codecs/Exif.h"
+#include "CompressionKit/platform/codecs/PNGBytes.h"
+#include "CompressionKit/platform/codecs/Premultiply.h"
 
 namespace tidewell {
 namespace {

@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/StandardRange.h"
+#include "CompressionKit/platform/codecs/StandardRange.h"
 
 #include <lcms2.h>
 

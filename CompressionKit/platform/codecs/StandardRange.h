@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "CompressionKit/platform/ColorProfile.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
 
 namespace tidewell {
 

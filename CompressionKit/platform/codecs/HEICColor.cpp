@@ -1,10 +1,10 @@
-#include "CompressionKit/platform/HEICColor.h"
+#include "CompressionKit/platform/codecs/HEICColor.h"
 
 #include <array>
 #include <memory>
 
-#include "CompressionKit/platform/Decoders.h"
-#include "CompressionKit/platform/PNGWriter.h"
+#include "CompressionKit/platform/codecs/Decoders.h"
+#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell::heif {
 namespace {

@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/PNGWriter.h"
+#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 #include <fcntl.h>
 #include <png.h>
@@ -12,7 +12,7 @@
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/Premultiply.h"
+#include "CompressionKit/platform/codecs/Premultiply.h"
 
 namespace tidewell {
 

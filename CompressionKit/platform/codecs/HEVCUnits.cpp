@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/HEVCUnits.h"
+#include "CompressionKit/platform/codecs/HEVCUnits.h"
 
 #include <algorithm>
 #include <string>

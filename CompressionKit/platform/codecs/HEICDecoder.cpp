@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/HEICDecoder.h"
+#include "CompressionKit/platform/codecs/HEICDecoder.h"
 
 #include <libheif/heif.h>
 #include <sys/stat.h>
@@ -12,12 +12,12 @@
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/HEICColor.h"
-#include "CompressionKit/platform/HEICPixels.h"
-#include "CompressionKit/platform/HEIFBoxes.h"
-#include "CompressionKit/platform/HEIFItems.h"
-#include "CompressionKit/platform/HEVCDecoder.h"
-#include "CompressionKit/platform/PNGWriter.h"
+#include "CompressionKit/platform/codecs/HEICColor.h"
+#include "CompressionKit/platform/codecs/HEICPixels.h"
+#include "CompressionKit/platform/codecs/HEIFBoxes.h"
+#include "CompressionKit/platform/codecs/HEIFItems.h"
+#include "CompressionKit/platform/codecs/HEVCDecoder.h"
+#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell {
 namespace {

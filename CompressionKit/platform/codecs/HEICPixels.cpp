@@ -1,9 +1,9 @@
-#include "CompressionKit/platform/HEICPixels.h"
+#include "CompressionKit/platform/codecs/HEICPixels.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "CompressionKit/platform/Premultiply.h"
+#include "CompressionKit/platform/codecs/Premultiply.h"
 
 namespace tidewell::heif {
 namespace {

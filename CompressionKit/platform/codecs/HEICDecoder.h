@@ -4,8 +4,8 @@
 #include <memory>
 #include <string_view>
 
-#include "CompressionKit/platform/ImageSource.h"
 #include "CompressionKit/platform/URL.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 

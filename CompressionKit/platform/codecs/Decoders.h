@@ -5,8 +5,8 @@
 #include <optional>
 #include <string_view>
 
-#include "CompressionKit/platform/ImageSource.h"
 #include "CompressionKit/platform/URL.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 // What `ImageSource::open` chooses from. A new format is a file beside these and a line in ImageSource.cpp.
 namespace tidewell {

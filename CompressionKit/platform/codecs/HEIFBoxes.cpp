@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/HEIFBoxes.h"
+#include "CompressionKit/platform/codecs/HEIFBoxes.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/HEVCDecoder.h"
+#include "CompressionKit/platform/codecs/HEVCDecoder.h"
 
 #include <libde265/de265.h>
 #include <libheif/heif.h>

@@ -5,10 +5,10 @@
 #include <set>
 #include <vector>
 
-#include "CompressionKit/platform/HEIFBoxes.h"
-#include "CompressionKit/platform/HEIFItems.h"
-#include "CompressionKit/platform/HEVCUnits.h"
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/HEIFBoxes.h"
+#include "CompressionKit/platform/codecs/HEIFItems.h"
+#include "CompressionKit/platform/codecs/HEVCUnits.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell::heif {
 namespace {

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "CompressionKit/platform/HEIFBoxes.h"
-#include "CompressionKit/platform/HEVCUnits.h"
+#include "CompressionKit/platform/codecs/HEIFBoxes.h"
+#include "CompressionKit/platform/codecs/HEVCUnits.h"
 
 /// What the items of a HEIF file say (ISO/IEC 23008-12) that libheif keeps to itself. `meta` is always the
 /// payload of the file's "meta" box, behind version and flags.

@@ -1,13 +1,13 @@
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 #include <vector>
 
-#include "CompressionKit/platform/ColorProfile.h"
-#include "CompressionKit/platform/Decoders.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/HEICDecoder.h"
-#include "CompressionKit/platform/HEIFBoxes.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/Decoders.h"
+#include "CompressionKit/platform/codecs/HEICDecoder.h"
+#include "CompressionKit/platform/codecs/HEIFBoxes.h"
 
 namespace tidewell {
 namespace {

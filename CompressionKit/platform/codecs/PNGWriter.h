@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "CompressionKit/platform/Bitmap.h"
-#include "CompressionKit/platform/ImageSource.h"
 #include "CompressionKit/platform/URL.h"
+#include "CompressionKit/platform/codecs/Bitmap.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 

@@ -2,7 +2,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "CompressionKit/platform/Bitmap.h"
+#include "CompressionKit/platform/codecs/Bitmap.h"
 
 namespace tidewell::views {
 namespace {

@@ -8,10 +8,10 @@
 #include <optional>
 #include <vector>
 
-#include "CompressionKit/platform/ColorProfile.h"
-#include "CompressionKit/platform/Decoders.h"
-#include "CompressionKit/platform/JPEGHeader.h"
-#include "CompressionKit/platform/SparseCoefficients.h"
+#include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "CompressionKit/platform/codecs/Decoders.h"
+#include "CompressionKit/platform/codecs/JPEGHeader.h"
+#include "CompressionKit/platform/codecs/SparseCoefficients.h"
 
 namespace tidewell {
 namespace {

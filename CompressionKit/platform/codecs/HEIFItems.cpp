@@ -1,10 +1,10 @@
-#include "CompressionKit/platform/HEIFItems.h"
+#include "CompressionKit/platform/codecs/HEIFItems.h"
 
 #include <algorithm>
 #include <array>
 #include <vector>
 
-#include "CompressionKit/platform/ImageSource.h"
+#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell::heif {
 namespace {

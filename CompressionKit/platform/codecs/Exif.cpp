@@ -1,4 +1,4 @@
-#include "CompressionKit/platform/Exif.h"
+#include "CompressionKit/platform/codecs/Exif.h"
 
 namespace tidewell {
 namespace {
