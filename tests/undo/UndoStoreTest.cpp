@@ -215,10 +215,13 @@ TEST_F(UndoStoreTest, RemovesCommittedRecordsOnly) {
   const UndoRecord prepared = plant(1, 1, UndoRecord::State::prepared);
   plant(2, 1);
   plant(3, 1);
-  store_.removeAll();
-  EXPECT_EQ(store_.records(), std::vector{prepared});
+  UndoRecord stuck = plant(4, 1);  // the newest, and so the first
+  stuck.backupName = std::string(300, 'n');
+  store_.commit(stuck);
+  EXPECT_THROW(store_.removeAll(), CompressionError);
+  EXPECT_EQ(store_.records(), (std::vector{stuck, prepared}));
   EXPECT_TRUE(hasBackup(prepared));
-  EXPECT_EQ(sessions(), 1U);
+  EXPECT_EQ(sessions(), 2U);
 }
 
 TEST_F(UndoStoreTest, CleansUpByAgeAndSize) {
