@@ -21,6 +21,18 @@ void removeIfPresent(const URL& url) {
   }
 }
 
+/// Another file of the batch may give up and remove the directory, which is empty yet, between the two steps.
+void copyToSession(const URL& source, const URL& backup, const URL& session) {
+  for (int attempt = 0;; ++attempt) {
+    files::createDirectories(session, 0700);
+    try {
+      return files::copyItem(source, backup);
+    } catch (const FileError& error) {
+      if (!error.isNoSuchFile() || files::exists(session) || attempt == 2) throw;
+    }
+  }
+}
+
 }  // namespace
 
 UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUID& sessionID,
@@ -31,8 +43,7 @@ UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUI
   record.backupName = record.id.string() + "." + asciiLowercased(source.pathExtension());
   const URL session = root_.appending(sessionID.string());
   const URL backup = backupURL(record);
-  files::createDirectories(session, 0700);
-  files::copyItem(source, backup);
+  copyToSession(source, backup, session);
   try {
     record.originalBytes = fileSize(source);
     record.replacementBytes = fileSize(candidate);
