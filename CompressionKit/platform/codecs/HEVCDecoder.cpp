@@ -5,9 +5,12 @@
 #include <libheif/heif_plugin.h>
 
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <utility>
 
 namespace tidewell::hevc {
 namespace {
@@ -82,25 +85,42 @@ void release(de265_decoder_context*, de265_image* image, void*) {
   }
 }
 
+/// One picture's decoder, as libheif holds it.
+struct Decoder {
+  Decoder() = default;
+  Decoder(const Decoder&) = delete;
+  Decoder& operator=(const Decoder&) = delete;
+  ~Decoder() {
+    if (context) de265_free_decoder(context);
+  }
+
+  de265_decoder_context* context = nullptr;
+  bool delivered = false;
+  std::uintptr_t userData = 0;  ///< libheif's mark of the picture
+};
+
 heif_error newDecoder(void** decoder) {
-  de265_decoder_context* context = de265_new_decoder();
-  if (!context) return failure("no decoder");
+  auto result = std::unique_ptr<Decoder>(new (std::nothrow) Decoder);
+  if (!result) return failure("no memory");
+  result->context = de265_new_decoder();
+  if (!result->context) return failure("no decoder");
   static de265_image_allocation allocation = {allocate, release};
-  de265_set_image_allocation_functions(context, &allocation, nullptr);
-  de265_set_parameter_bool(context, DE265_DECODER_PARAM_SUPPRESS_FAULTY_PICTURES, 1);
+  de265_set_image_allocation_functions(result->context, &allocation, nullptr);
+  de265_set_parameter_bool(result->context, DE265_DECODER_PARAM_SUPPRESS_FAULTY_PICTURES, 1);
   // No threads of its own: those miss the end of a stream that is cut off. Tiles are decoded at once.
-  *decoder = context;
+  *decoder = result.release();
   return success();
 }
 
 /// Units, each behind its length in four bytes.
 heif_error pushData(void* decoder, const void* data, std::size_t size) {
+  de265_decoder_context* const context = static_cast<Decoder*>(decoder)->context;
   const auto* bytes = static_cast<const unsigned char*>(data);
   while (size > 0) {
     std::size_t length = 0;
     for (int i = 0; i < 4 && size > 0; ++i, --size) length = length << 8 | *bytes++;
     if (length > size) return failure("stream cut off");
-    if (length > 0 && !de265_isOK(de265_push_NAL(decoder, bytes, static_cast<int>(length), 0, nullptr))) {
+    if (length > 0 && !de265_isOK(de265_push_NAL(context, bytes, static_cast<int>(length), 0, nullptr))) {
       return failure("stream not accepted");
     }
     bytes += length;
@@ -154,20 +174,21 @@ heif_error copyPicture(const de265_image* from, Image& to) {
 }
 
 heif_error decodeImage(void* decoder, heif_image** result) {
+  de265_decoder_context* const context = static_cast<Decoder*>(decoder)->context;
   Image image;
   *result = nullptr;
-  if (!de265_isOK(de265_flush_data(decoder))) return failure("stream not accepted");
+  if (!de265_isOK(de265_flush_data(context))) return failure("stream not accepted");
   for (int more = 1; more != 0;) {
     more = 0;
-    if (!de265_isOK(de265_decode(decoder, &more))) return failure("broken stream");
-    const de265_image* picture = de265_get_next_picture(decoder);
+    if (!de265_isOK(de265_decode(context, &more))) return failure("broken stream");
+    const de265_image* picture = de265_get_next_picture(context);
     if (!picture) continue;
     if (image) return failure("more than one picture");
     const heif_error error = copyPicture(picture, image);
-    de265_release_next_picture(decoder);
+    de265_release_next_picture(context);
     if (!isOK(error)) return error;
   }
-  while (const de265_error warning = de265_get_warning(decoder)) {
+  while (const de265_error warning = de265_get_warning(context)) {
     if (meansDamage(warning)) return failure(de265_get_error_text(warning));
   }
   if (!image) return failure("no sound picture");
@@ -186,11 +207,34 @@ const heif_decoder_plugin& strictDecoder() {
       return format == heif_compression_HEVC ? 1000 : 0;  // above every other
     };
     functions.new_decoder = newDecoder;
-    functions.free_decoder = [](void* decoder) { de265_free_decoder(decoder); };
+    functions.free_decoder = [](void* decoder) { delete static_cast<Decoder*>(decoder); };
     functions.push_data = pushData;
     functions.decode_image = decodeImage;
     functions.set_strict_decoding = [](void*, int) {};
     functions.id_name = "tidewell-hevc";
+#if LIBHEIF_HAVE_VERSION(1, 21, 0)  // takes no older plugins; Debian 12 has 1.15
+    functions.plugin_api_version = 5;
+    functions.minimum_required_libheif_version = LIBHEIF_MAKE_VERSION(1, 21, 0);
+    functions.does_support_format2 = [](const heif_decoder_plugin_compressed_format_description* described) {
+      return described->format == heif_compression_HEVC ? 1000 : 0;
+    };
+    functions.new_decoder2 = [](void** decoder, const heif_decoder_plugin_options*) {
+      return newDecoder(decoder);
+    };
+    functions.push_data2 = [](void* decoder, const void* data, std::size_t size, std::uintptr_t userData) {
+      static_cast<Decoder*>(decoder)->userData = userData;
+      return pushData(decoder, data, size);
+    };
+    functions.flush_data = [](void*) { return success(); };  // done before decoding
+    functions.decode_next_image2 = [](void* decoder, heif_image** image, std::uintptr_t* userData,
+                                      const heif_security_limits*) {
+      auto& state = *static_cast<Decoder*>(decoder);
+      *image = nullptr;
+      if (std::exchange(state.delivered, true)) return success();  // there is one picture only
+      if (userData) *userData = state.userData;
+      return decodeImage(decoder, image);
+    };
+#endif
     return functions;
   }();
   return plugin;
