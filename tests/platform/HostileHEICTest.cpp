@@ -119,7 +119,7 @@ TEST_F(HostileHEIC, RefusesHostileFilesBeforeDecoding) {
                     test::box("meta", test::number(0, 4) + test::box("iloc", pieces))),
             "HEIF limits: data in too many pieces");
   HEIFFile many = plain;
-  for (std::uint32_t id = 2; id < 3000; ++id) {
+  for (std::uint32_t id = 2; id < 1000; ++id) {  // as many as libheif 1.23 takes
     many.items.push_back(plain.items.front());
     many.items.back().id = id;
   }
