@@ -1,0 +1,21 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "support/TestImages.h"
+
+namespace tidewell::test {
+
+inline ImageProperties propertiesOf(const URL& url) {
+  return ImageSource::open(url)->properties(0);
+}
+
+inline void expectUndecodable(const URL& url, const std::string& name) {
+  EXPECT_THROW(ImageSource::open(url)->verify(0), ImageDecodeError) << name;
+  EXPECT_THROW(decoded(url), ImageDecodeError) << name;
+}
+
+}  // namespace tidewell::test
