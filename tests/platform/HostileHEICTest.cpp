@@ -119,11 +119,12 @@ TEST_F(HostileHEIC, RefusesHostileFilesBeforeDecoding) {
                     test::box("meta", test::number(0, 4) + test::box("iloc", pieces))),
             "HEIF limits: data in too many pieces");
   HEIFFile many = plain;
-  for (std::uint32_t id = 2; id < 1000; ++id) {  // as many as libheif 1.23 takes
+  for (std::uint32_t id = 2; id < 3000; ++id) {
     many.items.push_back(plain.items.front());
     many.items.back().id = id;
   }
-  EXPECT_EQ(refusal(many.bytes()), "");
+  // No limit of ours; libheif has had one of its own since 1.19.
+  EXPECT_FALSE(refusal(many.bytes()).starts_with("HEIF limits"));
 }
 
 TEST_F(HostileHEIC, DamagedFilesFailOrDecode) {
