@@ -8,11 +8,12 @@
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
 #include "CompressionKit/engine/HEICConversion.h"
-#include "CompressionKit/engine/InPlaceReplacement.h"
-#include "CompressionKit/engine/WorkingDirectory.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/undo/FolderSweep.h"
+#include "CompressionKit/undo/ReplacementTransaction.h"
+#include "CompressionKit/undo/WorkingDirectory.h"
 
 namespace tidewell {
 namespace {
@@ -51,6 +52,23 @@ void runPlan(CompressionRun& run) {
   }
 }
 
+UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice) {
+  if (hash(run.url) != run.originalHash) throw CompressionError::changedDuringCompression();
+  run.trace.selectedEncoder = choice.encoder;
+  ReplacementTransaction replacement(run.engine.undo(), {.original = run.url,
+                                                         .originalHash = run.originalHash,
+                                                         .candidate = choice.url,
+                                                         .sessionID = run.sessionID});
+  replacement.swap();
+  replacement.verify([&](const URL& replaced) {
+    if (!run.original.compatible(ImageFacts::inspect(replaced), choice.allowsSRGBConversion)) {
+      throw CompressionError::validationFailed();
+    }
+  });
+  replacement.commit();
+  return replacement.record();
+}
+
 CompressionResult finish(CompressionRun& run) {
   CompressionResult result;
   result.url = run.url;
@@ -85,7 +103,9 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   const std::int64_t originalBytes = fileSize(url);
   std::string originalHash = hash(url);
 
-  const WorkingDirectory working(url.deletingLastPathComponent());
+  const URL folder = url.deletingLastPathComponent();
+  sweepFolder(folder);
+  const WorkingDirectory working(folder);
 
   CompressionResult result;
   if (original.kind == ImageKind::heic) {

@@ -9,7 +9,7 @@
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/codecs/HEICDecoder.h"
 #include "CompressionKit/platform/codecs/ImageSource.h"
-#include "CompressionKit/undo/AtomicRename.h"
+#include "CompressionKit/undo/ReplacementTransaction.h"
 
 namespace tidewell {
 namespace {
@@ -33,44 +33,20 @@ bool isUpright(const ImageFacts& png, const ImageFacts& original) {
   return png.width == width && png.height == height && png.orientation == 1;
 }
 
-/// The new PNG is in place but must not stay: removes it, and its record with it, if it is still ours. What
-/// cannot be proven to be ours is left alone, and the record with it.
-void takeBack(const URL& png, const UndoRecord& record, const UndoStore& undo) noexcept {
-  try {
-    if (hash(png) != record.replacementHash) return;
-    files::removeItem(png);
-  } catch (const std::exception&) {
-    return;
-  }
-  undo.discard(record);
-}
-
 /// One attempt to save `png` under the name `destination`: the record of the saved PNG, or nothing when
 /// something else took the name first.
 std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL& original,
                                const std::string& originalHash, const UUID& sessionID,
                                const UndoStore& undo) {
-  const UndoRecord record = undo.prepare(original, png, sessionID, destination.path());
-  try {
-    if (hash(original) != originalHash || hash(undo.backupURL(record)) != originalHash) {
-      throw CompressionError::changedDuringCompression();
-    }
-    if (!atomicRenameIfAbsent(png, destination)) {
-      undo.discard(record);
-      return std::nullopt;
-    }
-  } catch (...) {
-    undo.discard(record);
-    throw;
-  }
-  try {
-    if (hash(destination) != record.replacementHash) throw CompressionError::validationFailed();
-    undo.commit(record);
-  } catch (...) {
-    takeBack(destination, record, undo);
-    throw;
-  }
-  return record;
+  ReplacementTransaction conversion(undo, {.original = original,
+                                           .originalHash = originalHash,
+                                           .candidate = png,
+                                           .sessionID = sessionID,
+                                           .destination = destination});
+  if (!conversion.swap()) return std::nullopt;
+  conversion.verify([](const URL&) {});  // its bytes are all there is to know; they were inspected before
+  conversion.commit();
+  return conversion.record();
 }
 
 }  // namespace

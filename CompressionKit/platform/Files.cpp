@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -32,6 +33,10 @@ void flush(int descriptor, const URL& url) {
     if (errno == EINVAL || errno == EROFS) return;  // a file system that has nothing to flush
     throw FileError("写入", url.path(), errno);
   }
+}
+
+std::int64_t nanoseconds(const timespec& time) {
+  return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
 }
 
 /// Makes one directory. Another process may make the same one meanwhile; that is as good.
@@ -62,7 +67,21 @@ ResourceValues resourceValues(const URL& url) {
           .isSymbolicLink = S_ISLNK(info.st_mode),
           .isDirectory = S_ISDIR(info.st_mode),
           .bytes = info.st_size,
-          .modifiedAt = info.st_mtim.tv_sec * std::int64_t{1'000'000'000} + info.st_mtim.tv_nsec};
+          .modifiedAt = nanoseconds(info.st_mtim),
+          .changedAt = nanoseconds(info.st_ctim),
+          .device = info.st_dev,
+          .inode = info.st_ino,
+          .owner = info.st_uid};
+}
+
+bool isOpenForWriting(const URL& url) {
+  const Descriptor file = open(url, O_RDONLY | O_NONBLOCK | O_NOFOLLOW, "打开");
+  // Whoever opens it for writing meanwhile makes the kernel signal us: with a signal that is ignored, for the
+  // usual one ends a process.
+  fcntl(file.get(), F_SETSIG, SIGURG);
+  if (fcntl(file.get(), F_SETLEASE, F_RDLCK) != 0) return errno == EAGAIN;
+  fcntl(file.get(), F_SETLEASE, F_UNLCK);
+  return false;
 }
 
 std::vector<std::string> namesInDirectory(const URL& directory) {

@@ -29,11 +29,18 @@ struct ResourceValues {
   bool isDirectory = false;
   std::int64_t bytes = 0;
   std::int64_t modifiedAt = 0;  ///< nanoseconds since 1970
+  std::int64_t changedAt = 0;   ///< the same; nobody can set it
+  std::uint64_t device = 0, inode = 0;
+  uid_t owner = 0;
 
   bool operator==(const ResourceValues&) const = default;
 };
 /// Of the entry itself: a link is not followed.
 ResourceValues resourceValues(const URL& url);
+
+/// A process holds the regular file open for writing. False where the kernel does not tell: it refuses a read
+/// lease, which is asked for and given back, on files of other users and on some file systems.
+bool isOpenForWriting(const URL& url);
 
 /// Entries in the order the kernel lists them, "." and ".." left out.
 std::vector<std::string> namesInDirectory(const URL& directory);

@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -20,14 +22,37 @@ CompressionError renameFailed(std::string_view prefix, int code) {
 
 /// The move has happened, so a flush that fails must not look like a move that failed: the caller would put
 /// back a file that is not there. What was verified stands; the kernel writes the directory in its own time.
-void flushDirectories(const URL& source, const URL& destination) {
-  const URL directory = destination.deletingLastPathComponent();
-  const URL old = source.deletingLastPathComponent();
+void flushDirectories(const URL& first, const URL& second) {
+  const URL directory = first.deletingLastPathComponent();
+  const URL other = second.deletingLastPathComponent();
   try {
     files::flush(directory);
-    if (!(old == directory)) files::flush(old);
+    if (!(other == directory)) files::flush(other);
   } catch (const FileError&) {
   }
+}
+
+/// A rename with a flag that this file system, or this kernel, does not know.
+bool isMissingFlag(int code) {
+  return code == EINVAL || code == ENOSYS || code == ENOTSUP;
+}
+
+bool isSameFile(const URL& a, const URL& b) {
+  struct stat first {
+  }, second{};
+  return lstat(a.path().c_str(), &first) == 0 && lstat(b.path().c_str(), &second) == 0 &&
+         first.st_dev == second.st_dev && first.st_ino == second.st_ino;
+}
+
+/// 0, or an errno value.
+int linkAndUnlink(const URL& source, const URL& destination) {
+  if (link(source.path().c_str(), destination.path().c_str()) != 0) {
+    const int code = errno;
+    // A file server may do what it was asked and lose its answer; asked again, it finds the name taken.
+    if (code != EEXIST || !isSameFile(source, destination)) return code;
+  }
+  unlink(source.path().c_str());  // a second name in a directory of ours, which goes with it
+  return 0;
 }
 
 }  // namespace
@@ -37,18 +62,33 @@ void atomicRename(const URL& source, const URL& destination) {
   if (rename(source.path().c_str(), destination.path().c_str()) != 0) {
     throw renameFailed("替换文件失败：", errno);
   }
-  flushDirectories(source, destination);
+  flushDirectories(destination, source);
 }
 
 bool atomicRenameIfAbsent(const URL& source, const URL& destination) {
   files::flush(source);
+  int code = 0;
   if (renameat2(AT_FDCWD, source.path().c_str(), AT_FDCWD, destination.path().c_str(), RENAME_NOREPLACE) !=
       0) {
-    if (errno == EEXIST) return false;
-    throw renameFailed("保存 PNG 失败：", errno);
+    code = errno;
+    if (isMissingFlag(code)) code = linkAndUnlink(source, destination);
   }
-  flushDirectories(source, destination);
+  if (code == EEXIST) return false;
+  if (code != 0) throw renameFailed("保存 PNG 失败：", code);
+  flushDirectories(destination, source);
   return true;
+}
+
+Exchange atomicExchange(const URL& waiting, const URL& destination) {
+  if (renameat2(AT_FDCWD, waiting.path().c_str(), AT_FDCWD, destination.path().c_str(), RENAME_EXCHANGE) !=
+      0) {
+    if (isMissingFlag(errno)) return Exchange::unsupported;
+    if (errno == ENOENT) return Exchange::vanished;
+    throw renameFailed("替换文件失败：", errno);
+  }
+  // What was displaced first: so there is no moment at which the disk has neither name of it.
+  flushDirectories(waiting, destination);
+  return Exchange::done;
 }
 
 }  // namespace tidewell

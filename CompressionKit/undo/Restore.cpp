@@ -6,6 +6,9 @@
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/AtomicRename.h"
+#include "CompressionKit/undo/Displacement.h"
+#include "CompressionKit/undo/FolderSweep.h"
+#include "CompressionKit/undo/RestoreTemporary.h"
 #include "CompressionKit/undo/UndoStore.h"
 
 namespace tidewell {
@@ -15,23 +18,26 @@ void requireHash(const URL& url, const std::string& expected) {
   if (hash(url) != expected) throw CompressionError::unsafeRestore();
 }
 
-/// A proven copy of the backup beside the place it goes to; it disappears unless it was moved there.
-class RestoreTemporary {
- public:
-  RestoreTemporary(const URL& backup, const std::string& backupHash, const URL& original)
-      : file_(
-            original.deletingLastPathComponent().appending(".tidewell-restore-" + UUID::random().string())) {
-    files::copyItem(backup, file_.url());
-    if (hash(file_.url()) != backupHash) throw CompressionError::validationFailed();
-  }
-  const URL& url() const { return file_.url(); }
-
- private:
-  files::TemporaryTree file_;
-};
-
 void moveIfAbsent(const URL& source, const URL& destination) {
   if (!atomicRenameIfAbsent(source, destination)) throw CompressionError::unsafeRestore();
+}
+
+/// Puts the copy in the replaced file's place. What comes out from there is looked at before it goes.
+void exchangeForReplacement(const URL& copy, const URL& original, const std::string& backupHash,
+                            const std::string& replacementHash) {
+  Displacement displaced(original, {backupHash, replacementHash});
+  displaced.put(copy);
+  switch (displaced.exchange()) {
+    case Exchange::done:
+      if (!displaced.holdsForeignWork()) return;
+      displaced.bringBack();
+      throw CompressionError::unsafeRestore();
+    case Exchange::unsupported:
+      requireHash(original, replacementHash);
+      return atomicRename(displaced.place(), original);
+    case Exchange::vanished:
+      return moveIfAbsent(displaced.place(), original);
+  }
 }
 
 void restoreInPlace(const UndoRecord& record, const URL& backup, const std::string& backupHash) {
@@ -40,26 +46,31 @@ void restoreInPlace(const UndoRecord& record, const URL& backup, const std::stri
   const RestoreTemporary temporary(backup, backupHash, original);
   if (files::exists(original)) {
     requireHash(original, record.replacementHash);
-    atomicRename(temporary.url(), original);
+    exchangeForReplacement(temporary.url(), original, backupHash, record.replacementHash);
   } else {
     moveIfAbsent(temporary.url(), original);
   }
+}
+
+/// Moves the new file out of sight before it goes, so that it is what was hashed.
+void removeConverted(const URL& converted, const std::string& replacementHash) {
+  requireHash(converted, replacementHash);
+  Displacement taken(converted, {replacementHash, replacementHash});
+  if (!taken.take() || !taken.holdsForeignWork()) return;
+  taken.bringBack();
+  throw CompressionError::unsafeRestore();
 }
 
 void restoreConversion(const UndoRecord& record, const URL& backup, const std::string& backupHash) {
   const URL original = URL::file(record.originalPath);
   const URL converted = URL::file(*record.convertedPath);
   if (files::exists(converted)) requireHash(converted, record.replacementHash);
-  if (files::exists(original)) {
-    requireHash(original, backupHash);
-  } else {
+  if (!files::exists(original)) {
     const RestoreTemporary temporary(backup, backupHash, original);
     moveIfAbsent(temporary.url(), original);
   }
-  if (files::exists(converted)) {
-    requireHash(converted, record.replacementHash);
-    files::removeItem(converted);
-  }
+  requireHash(original, backupHash);
+  if (files::exists(converted)) removeConverted(converted, record.replacementHash);
 }
 
 }  // namespace
@@ -82,6 +93,7 @@ void UndoStore::restore(const UndoRecord& record, Date now) const {
     removeBackup(record);
     throw CompressionError::fileOperation("原图备份已过期");
   }
+  sweepFolder(URL::file(record.originalPath).deletingLastPathComponent(), now);
   const std::string backupHash = verifyBackup(record);
   if (record.convertedPath) {
     restoreConversion(record, backupURL(record), backupHash);

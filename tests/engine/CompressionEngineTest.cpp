@@ -10,8 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/engine/CompressionRun.h"
-#include "CompressionKit/engine/InPlaceReplacement.h"
+#include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
 #include "support/TestImages.h"
@@ -104,27 +103,12 @@ TEST_F(Engine, LeavesAFileThatNothingImproves) {
   expectEnd("skipped");
 }
 
-TEST_F(Engine, RemovesWhatAKilledRunLeft) {
-  const auto directory = [&](const std::string& name, double age) {
-    const URL url = pictures.appending(name);
-    files::createDirectory(url);
-    folder.write("pictures/" + name + "/candidate.jpg", "");
-    const timespec time{static_cast<time_t>(Date::now().since1970() - age), 0};
-    const timespec times[] = {time, time};
-    utimensat(AT_FDCWD, url.path().c_str(), times, 0);
-    return url;
-  };
-  const std::string name = ".tidewell-" + UUID::random().string();
-  const URL abandoned = directory(name, 3700);
-  const URL fresh = directory(".tidewell-" + UUID::random().string(), 3500);
-  const URL others = directory(name + "-mine", 3700);
-  const URL locked = directory(".tidewell-" + UUID::random().string(), 3700);
-  const Descriptor lock(open(locked.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
-
+TEST_F(Engine, LooksAfterWhatAKilledRunLeft) {
+  const std::string none(64, '0');
+  folder.write("pictures/.tidewell-" + UUID::random().string() + "/" + none + "-" + none + "/mine.txt",
+               "work");
   engine.compress(photo, session);
-  EXPECT_FALSE(files::exists(abandoned));
-  for (const URL& kept : {fresh, others, locked}) EXPECT_TRUE(files::exists(kept)) << kept.path();
+  EXPECT_EQ(files::read(pictures.appending("mine.txt")), "work");
 }
 
 TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
@@ -146,48 +130,6 @@ TEST_F(Engine, NeverReplacesAFileThatChangedMeanwhile) {
   EXPECT_TRUE(undo.readRecords().empty());
   EXPECT_FALSE(files::exists(undo.root().appending(session.string())));
   expectEnd("failed");
-}
-
-TEST_F(Engine, PutsTheOriginalBackWhenTheReplacementIsNotWhatWasJudged) {
-  const URL working = pictures.appending("working");
-  files::createDirectory(working);
-  const URL candidate = working.appending("candidate.jpg");
-  CompressionTrace trace(photo);
-  const auto replace = [&](const ImageFacts& original, const std::string& originalHash,
-                           const URL& workingDirectory) {
-    files::writeAtomically(candidate, files::read(tools.answer("jpegli-420-72.jpg")));
-    const CompressionRun run{
-        engine,           photo, session, trace, original, std::ssize(before), originalHash,
-        workingDirectory, {},    nullptr};
-    replaceOriginal(run, {candidate, "encoder", {}, fileSize(candidate), false});
-  };
-  const ImageFacts facts = ImageFacts::inspect(photo);
-  ImageFacts wider = facts;
-  ++wider.width;
-  EXPECT_THROW(replace(wider, hash(photo), working), CompressionError);
-  EXPECT_EQ(files::read(photo), before);
-  EXPECT_TRUE(undo.readRecords().empty());
-
-  EXPECT_THROW(replace(facts, hash("something else"), working), CompressionError);
-  EXPECT_EQ(files::read(photo), before);
-  EXPECT_TRUE(files::exists(candidate)) << "moved although the original had changed";
-
-  // A link that took the photo's place is somebody's doing too, although it shows the same picture.
-  const URL moved = folder / "moved.jpg";
-  ASSERT_EQ(rename(photo.path().c_str(), moved.path().c_str()), 0);
-  ASSERT_EQ(symlink(moved.path().c_str(), photo.path().c_str()), 0);
-  EXPECT_THROW(replace(facts, hash(photo), working), CompressionError);
-  EXPECT_TRUE(files::resourceValues(photo).isSymbolicLink);
-  ASSERT_EQ(rename(moved.path().c_str(), photo.path().c_str()), 0);
-
-  // Where the original cannot be put back, its backup and record stay.
-  EXPECT_THROW(replace(wider, hash(photo), pictures.appending("gone")), CompressionError);
-  EXPECT_NE(files::read(photo), before);
-  undo.restore(undo.readRecords().at(0));
-  EXPECT_EQ(files::read(photo), before);
-
-  replace(facts, hash(photo), working);  // the same road without a fault
-  EXPECT_NE(files::read(photo), before);
 }
 
 TEST(CompressionResult, Derives) {

@@ -1,0 +1,65 @@
+#include "CompressionKit/undo/FolderSweep.h"
+
+#include <unistd.h>
+
+#include <string_view>
+
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/UUID.h"
+#include "CompressionKit/undo/Displacement.h"
+#include "CompressionKit/undo/RestoreTemporary.h"
+#include "CompressionKit/undo/UndoStore.h"
+#include "CompressionKit/undo/WorkingDirectory.h"
+
+namespace tidewell {
+namespace {
+
+bool isOlder(const files::ResourceValues& values, double seconds, Date now) {
+  return now.since1970() - static_cast<double>(values.changedAt) * 1e-9 > seconds;
+}
+
+/// Everything that can be told to be somebody's is back under a visible name.
+bool bringWorkBack(const URL& directory, const URL& folder) {
+  bool nothingIsLeft = true;
+  for (const URL& child : files::contentsOfDirectory(directory)) {
+    const auto known = KnownContents::parse(child.lastPathComponent());
+    if (!known || !files::resourceValues(child).isDirectory) continue;
+    for (const auto& name : files::namesInDirectory(child)) {
+      const URL place = child.appending(name);
+      bringBack(place, folder.appending(name), *known);
+      nothingIsLeft = nothingIsLeft && !isForeignWork(place, *known);
+    }
+  }
+  return nothingIsLeft;
+}
+
+void sweepWorkingDirectory(const URL& directory, const URL& folder, Date now) {
+  const auto values = files::resourceValues(directory);
+  const Descriptor lock = WorkingDirectory::adopt(directory);
+  if (!lock || !bringWorkBack(directory, folder)) return;
+  if (isOlder(values, workingDirectoryRetention, now)) files::removeItemIfPossible(directory);
+}
+
+void sweepRestoreTemporary(const URL& file, Date now) {
+  const auto values = files::resourceValues(file);
+  if (values.isRegularFile && values.owner == geteuid() && isOlder(values, UndoStore::backupRetention, now)) {
+    files::removeItemIfPossible(file);
+  }
+}
+
+}  // namespace
+
+void sweepFolder(const URL& folder, Date now) noexcept {
+  try {
+    for (const auto& name : files::namesInDirectory(folder)) {
+      try {
+        if (WorkingDirectory::isName(name)) sweepWorkingDirectory(folder.appending(name), folder, now);
+        if (RestoreTemporary::isName(name)) sweepRestoreTemporary(folder.appending(name), now);
+      } catch (const std::exception&) {  // it stays for another run
+      }
+    }
+  } catch (const std::exception&) {  // a folder that can be written to but not listed
+  }
+}
+
+}  // namespace tidewell

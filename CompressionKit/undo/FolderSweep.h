@@ -1,0 +1,17 @@
+#pragma once
+
+#include "CompressionKit/platform/Date.h"
+#include "CompressionKit/platform/URL.h"
+
+namespace tidewell {
+
+/// Seconds after which an abandoned working directory goes, counted from its last change. It is recognised by
+/// its lock, but on a network file system the lock of another machine may be invisible here.
+inline constexpr double workingDirectoryRetention = 3600;
+
+/// Looks after what killed processes of this user left among the user's files in `folder`. Somebody's work
+/// that was displaced in the moment of the crash is brought back at once; then working directories of
+/// `workingDirectoryRetention` and temporary files of a restore of `UndoStore::backupRetention` go.
+void sweepFolder(const URL& folder, Date now = Date::now()) noexcept;
+
+}  // namespace tidewell
