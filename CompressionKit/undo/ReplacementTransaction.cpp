@@ -67,14 +67,12 @@ void ReplacementTransaction::replace() {
   displaced_->put(request_.candidate);
   if (!stands(displaced_->place(), record_.replacementHash)) throw CompressionError::validationFailed();
   requireUntouchedSince(found);
-  exchange();
-}
-
-void ReplacementTransaction::exchange() {
   switch (displaced_->exchange()) {
     case Exchange::vanished:
       throw CompressionError::changedDuringCompression();
     case Exchange::unsupported:
+      files::flush(displaced_->place());  // now, so that the rename follows a last look at once
+      requireUntouchedSince(found);
       atomicRename(displaced_->place(), request_.original);
       kept_ = true;
       return;

@@ -56,7 +56,6 @@ class ReplacementTransaction {
   void requireOriginal(const URL& url) const;
   void requireUntouchedSince(const files::ResourceValues& found) const;
   void replace();
-  void exchange();
   void removeNewFile();
   void putOriginalBack();
   void putCopyBack();
