@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <latch>
 #include <memory>
 #include <mutex>
@@ -122,6 +123,13 @@ TEST_F(CompressionQueueTest, FileIsFreeWhenTheCallerGoesOn) {
     const Descriptor file(open(lock.path().c_str(), O_RDWR | O_CLOEXEC));
     EXPECT_EQ(flock(file.get(), LOCK_EX | LOCK_NB), 0);
   }
+  // The last moment before the caller goes on, when the operation is destroyed: another job gets the file.
+  std::future<void> next;
+  const auto startNext = [&](void*) {
+    next = queue.run(a, {}, [] {});
+    EXPECT_EQ(next.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  };
+  queue.run(a, {}, [held = std::shared_ptr<void>(nullptr, startNext)] {}).get();
 }
 
 TEST_F(CompressionQueueTest, HandsOverEveryKindOfOutcome) {

@@ -4,18 +4,40 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <climits>
 #include <future>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/TemporaryFolder.h"
+
+namespace {
+
+/// The lock files that this thread has unlocked, in order.
+thread_local std::vector<std::string> unlocked;
+
+}  // namespace
+
+/// Stands before the C library's, to see in which order locks are freed.
+extern "C" int flock(int descriptor, int operation) noexcept {
+  if (operation == LOCK_UN) {
+    char path[PATH_MAX] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+    [[maybe_unused]] const auto length = readlink(link.c_str(), path, sizeof path - 1);
+    unlocked.push_back(tidewell::URL::file(path).lastPathComponent());
+  }
+  return static_cast<int>(syscall(SYS_flock, descriptor, operation));
+}
 
 namespace tidewell {
 namespace {
@@ -61,7 +83,10 @@ TEST_F(ExecutionPermitTest, HoldsAndFreesItsTwoLocks) {
   EXPECT_EQ(info.st_size, 0);
   EXPECT_EQ(files::read(locks.appending(lockName(key))), "contents stay");
 
+  unlocked.clear();
   permit->release();
+  EXPECT_EQ(unlocked, (std::vector<std::string>{"slot-0.lock", lockName(key)}))
+      << "whoever waits for the file must find the slot free too";
   EXPECT_FALSE(isLocked(lockName(key)));
   EXPECT_FALSE(isLocked("slot-0.lock"));
   const ExecutionPermit other(locks, "/b.jpg", 3);  // gets the numbers of the closed descriptors

@@ -32,7 +32,10 @@ class VirtualPlatform final : public MainQueue,
   void terminate() override { terminated = true; }
   void run(std::function<void()> work) override { work_.push_back(std::move(work)); }
   std::unique_ptr<StatusItem> makeStatusItem() override { return std::make_unique<Item>(*this); }
-  void postHistoryDidChange() override { ++historyChanges; }
+  void postHistoryDidChange() override {
+    ++historyChanges;
+    if (onHistoryChange) onHistoryChange();
+  }
   std::string commandToken() override { return token; }
 
   /// Does the oldest piece of work and what it posts. False when there is none.
@@ -68,7 +71,8 @@ class VirtualPlatform final : public MainQueue,
   std::string token = "secret+token/=";
   bool terminated = false;
   int historyChanges = 0;
-  int items = 0;  ///< in the status area now
+  std::function<void()> onHistoryChange;  ///< what whoever is notified does
+  int items = 0;                          ///< in the status area now
   std::string title;
   std::string toolTip;
 

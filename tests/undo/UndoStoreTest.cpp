@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -204,11 +205,23 @@ TEST_F(UndoStoreTest, ListsNewestFirstAndSkipsWhatIsNoRecord) {
   folder_.write("Undo/other/" + older.id.string() + ".JSON", older.json());
   EXPECT_EQ(store_.readRecords(), (std::vector{newer, older}));
 
-  // A record that cannot be read stops the strict listing only. (A directory, since root reads every file.)
+  // Like a record that goes between listing and reading.
+  ASSERT_EQ(symlink("gone", (folder_ / "Undo/other/gone.json").path().c_str()), 0);
+  EXPECT_EQ(store_.readRecords().size(), 2U);
+
+  // What cannot be read stops the strict listing only. (A directory, since root reads every file.)
   files::createDirectory(folder_ / "Undo/other/x.json");
   EXPECT_THROW(store_.readRecords(), FileError);
   EXPECT_THROW(store_.removeAll(), FileError);
   EXPECT_EQ(store_.records().size(), 2U);
+  files::removeItem(folder_ / "Undo/other");
+  EXPECT_EQ(store_.readRecords().size(), 2U);
+  files::createDirectory(folder_ / "Undo/closed", 0);
+  for (const char* open : {"", "Undo"}) chmod((folder_ / open).path().c_str(), 0755);
+  setfsuid(65534);  // in the eyes of root nothing is closed
+  EXPECT_THROW(store_.readRecords(), FileError);
+  EXPECT_NO_THROW(store_.records());
+  setfsuid(geteuid());
 }
 
 TEST_F(UndoStoreTest, RemovesCommittedRecordsOnly) {
