@@ -127,7 +127,7 @@ TEST_F(CompressionQueueTest, FileIsFreeWhenTheCallerGoesOn) {
   std::future<void> next;
   const auto startNext = [&](void*) {
     next = queue.run(a, {}, [] {});
-    EXPECT_EQ(next.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    EXPECT_EQ(next.wait_for(std::chrono::seconds(5)), std::future_status::ready);
   };
   queue.run(a, {}, [held = std::shared_ptr<void>(nullptr, startNext)] {}).get();
 }
