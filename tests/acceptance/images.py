@@ -1,10 +1,18 @@
 """Pictures for the acceptance tests, made with Pillow, NumPy and a few hand-written bytes."""
 
+import io
 import struct
 import zlib
 
 import numpy
 from PIL import Image
+
+
+def saved(picture, kind, **options):
+    """The bytes of a file with the picture, an array or an image of Pillow's."""
+    data = io.BytesIO()
+    (picture if isinstance(picture, Image.Image) else Image.fromarray(picture)).save(data, kind, **options)
+    return data.getvalue()
 
 
 def photo(width, height, seed=1):
