@@ -13,6 +13,7 @@
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
+#include "support/Failure.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -39,12 +40,7 @@ class Engine : public testing::Test {
   }
   /// The text of the error that a run throws.
   std::string failure(const URL& url) const {
-    try {
-      engine.compress(url, session);
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "no failure";
+    return test::textOf([&] { engine.compress(url, session); });
   }
 
   const test::TemporaryFolder folder;

@@ -9,6 +9,7 @@
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
+#include "support/Failure.h"
 #include "support/HEICSample.h"
 #include "support/TestImages.h"
 
@@ -33,12 +34,7 @@ class HEICConversion : public testing::Test {
   /// folder are those from before.
   std::string failure(const URL& url) const {
     const auto names = contents();
-    std::string text = "no failure";
-    try {
-      convert(url);
-    } catch (const std::exception& error) {
-      text = error.what();
-    }
+    std::string text = test::textOf([&] { convert(url); });
     EXPECT_EQ(contents(), names);
     EXPECT_FALSE(files::exists(undo.root().appending(session.string())));
     EXPECT_EQ(report().at("outcome"), "failed");

@@ -4,10 +4,10 @@
 
 #include <cmath>
 
-#include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/codecs/ImageSource.h"
+#include "support/Failure.h"
 #include "support/Script.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
@@ -118,26 +118,23 @@ TEST(ImageFacts, InspectsAndRefuses) {
 
   test::writePNGFile(folder / "b.png", raster);
   const std::string png = files::read(folder / "b.png"), photo = files::read(folder / "a.JPG");
+  using enum CompressionError::Case;
   const struct {
-    const char *name, *message;
+    const char* name;
+    CompressionError::Case failure;
     std::string data;
   } cases[] = {
-      {"png.jpg", "文件格式与扩展名不一致", png},
-      {"jpg.gif", "文件格式与扩展名不一致", photo},
-      {"jpg.png", "图片无法解码", photo},
-      {"cut.jpg", "图片无法解码", photo.substr(0, photo.size() / 2)},
-      {"apng.png", "暂不支持动态 PNG（APNG），已保留原图", test::withChunk(png, "acTL", "12345678")},
-      {"text.jpg", "图片无法解码", "text"},
-      {"good.webp", "图片无法解码", photo},
-      {"empty.heic", "图片无法解码", ""},
+      {"png.jpg", formatMismatch, png},
+      {"jpg.gif", formatMismatch, photo},
+      {"jpg.png", invalidImage, photo},
+      {"cut.jpg", invalidImage, photo.substr(0, photo.size() / 2)},
+      {"apng.png", fileOperation, test::withChunk(png, "acTL", "12345678")},
+      {"text.jpg", invalidImage, "text"},
+      {"good.webp", invalidImage, photo},
+      {"empty.heic", invalidImage, ""},
   };
   for (const auto& c : cases) {
-    try {
-      ImageFacts::inspect(folder.write(c.name, c.data));
-      ADD_FAILURE() << c.name;
-    } catch (const CompressionError& error) {
-      EXPECT_EQ(error.errorDescription(), c.message) << c.name;
-    }
+    EXPECT_EQ(test::caseOf([&] { ImageFacts::inspect(folder.write(c.name, c.data)); }), c.failure) << c.name;
   }
   EXPECT_THROW(ImageFacts::inspect(folder / "missing.jpg"), CompressionError);
 }

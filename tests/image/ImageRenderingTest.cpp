@@ -7,30 +7,19 @@
 #include <cstdio>
 #include <thread>
 
-#include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/codecs/ColorProfile.h"
+#include "support/Failure.h"
 #include "support/HEICSample.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
 namespace {
 
-/// The text of the error that `work` throws; empty without one.
-template <typename Work>
-std::string failure(Work work) {
-  try {
-    work();
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-  return "";
-}
-
-const std::string undecodable = "图片无法解码";
-const std::string notLocal = "请选择本地图片文件";
+using test::caseOf;
+using test::textOf;
+using enum CompressionError::Case;
 
 class ImageRenderingTest : public testing::Test {
  protected:
@@ -88,19 +77,19 @@ TEST_F(ImageRenderingTest, ShowsThePrimaryImageOfHEICFiles) {
 TEST_F(ImageRenderingTest, RefusesWhatItCannotShow) {
   test::writePNGFile(png, test::photoRaster(8, 8));
   const URL remote = *URL::parse("https://example.org/picture.png");
-  EXPECT_EQ(failure([&] { ImageRendering::comparisonImage(remote); }), notLocal);
-  EXPECT_EQ(failure([&] { ImageRendering::thumbnail(remote, 10); }), undecodable);
-  EXPECT_EQ(failure([&] { ImageRendering::thumbnail(png, 0); }), undecodable);
-  EXPECT_EQ(failure([&] { ImageRendering::comparisonImage(folder / "missing.png"); }), undecodable);
-  EXPECT_EQ(failure([&] { ImageRendering::thumbnail(folder.write("text.png", "no image"), 10); }),
-            undecodable);
+  EXPECT_EQ(caseOf([&] { ImageRendering::comparisonImage(remote); }), fileOperation);
+  EXPECT_EQ(caseOf([&] { ImageRendering::thumbnail(remote, 10); }), invalidImage);
+  EXPECT_EQ(caseOf([&] { ImageRendering::thumbnail(png, 0); }), invalidImage);
+  EXPECT_EQ(caseOf([&] { ImageRendering::comparisonImage(folder / "missing.png"); }), invalidImage);
+  EXPECT_EQ(caseOf([&] { ImageRendering::thumbnail(folder.write("text.png", "no image"), 10); }),
+            invalidImage);
   const std::string data = files::read(png);
-  EXPECT_EQ(failure([&] { ImageRendering::comparisonImage(folder.write("cut.png", data.substr(0, 60))); }),
-            undecodable);
+  EXPECT_EQ(caseOf([&] { ImageRendering::comparisonImage(folder.write("cut.png", data.substr(0, 60))); }),
+            invalidImage);
   // 60000 x 60000 pixels, announced by a few bytes.
   const std::string header = test::pngChunk("IHDR", {"\0\0\xEA\x60\0\0\xEA\x60\x08\x02\0\0\0", 13});
   const URL huge = folder.write("huge.png", data.substr(0, 8) + header + data.substr(33));
-  EXPECT_EQ(failure([&] { ImageRendering::comparisonImage(huge); }), undecodable);
+  EXPECT_EQ(caseOf([&] { ImageRendering::comparisonImage(huge); }), invalidImage);
 }
 
 TEST_F(ImageRenderingTest, ComparesOnlyFilesThatAreWhatTheyWere) {
@@ -118,11 +107,11 @@ TEST_F(ImageRenderingTest, ComparesOnlyFilesThatAreWhatTheyWere) {
   EXPECT_NO_THROW(compare(png, other, std::nullopt, std::nullopt));
 
   const std::string edited = "图片文件已被修改，无法对比";
-  EXPECT_EQ(failure([&] { compare(png, other, after, after); }), edited);
-  EXPECT_EQ(failure([&] { compare(png, other, std::nullopt, before); }), edited);
+  EXPECT_EQ(textOf([&] { compare(png, other, after, after); }), edited);
+  EXPECT_EQ(textOf([&] { compare(png, other, std::nullopt, before); }), edited);
   const URL text = folder.write("text.png", "no image");
-  EXPECT_EQ(failure([&] { compare(text, other, before, after); }), edited) << "hashes come before decoding";
-  EXPECT_EQ(failure([&] { compare(text, other, std::nullopt, after); }), undecodable);
+  EXPECT_EQ(textOf([&] { compare(text, other, before, after); }), edited) << "hashes come before decoding";
+  EXPECT_EQ(caseOf([&] { compare(text, other, std::nullopt, after); }), invalidImage);
   EXPECT_THROW(compare(folder / "missing.png", other, std::nullopt, after), FileError);
 }
 
@@ -144,7 +133,7 @@ TEST_F(ImageRenderingTest, NoticesFilesThatChangeWhileTheyAreDecoded) {
       if (changesOriginal) folder.write("picture.png", data + "more");
       files::writeFully(writer.get(), data.data(), data.size(), pipe);
     }
-    EXPECT_EQ(failure([&] { comparison.get(); }), changed) << (changesOriginal ? "original" : "compressed");
+    EXPECT_EQ(textOf([&] { comparison.get(); }), changed) << (changesOriginal ? "original" : "compressed");
     files::removeItem(pipe);
   }
 }

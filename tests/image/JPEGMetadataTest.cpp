@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/codecs/ImageSource.h"
+#include "support/Failure.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 
@@ -160,14 +160,8 @@ TEST(JPEGMetadata, WritesTheOrientation) {
     EXPECT_EQ(ImageSource::open(url)->properties(0).orientation, orientation);
   }
   for (const int wrong : {0, 9, -1}) {
-    EXPECT_EQ(CompressionError::validationFailed().kind(), [&] {
-      try {
-        JPEGMetadata::preserveOrientation(wrong, folder / "missing.jpg");
-      } catch (const CompressionError& error) {
-        return error.kind();
-      }
-      return CompressionError::Case::toolMissing;
-    }());
+    EXPECT_EQ(test::caseOf([&] { JPEGMetadata::preserveOrientation(wrong, folder / "missing.jpg"); }),
+              CompressionError::Case::validationFailed);
   }
   test::writePNGFile(folder / "b.jpg", raster);
   EXPECT_THROW(JPEGMetadata::preserveOrientation(6, folder / "b.jpg"), CompressionError);

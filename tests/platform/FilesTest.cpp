@@ -10,13 +10,14 @@
 
 #include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/UUID.h"
+#include "support/Failure.h"
 #include "support/TemporaryFolder.h"
 
 namespace tidewell {
 namespace {
 
+using test::errnoOf;
 using test::TemporaryFolder;
 
 struct stat status(const URL& url) {
@@ -29,16 +30,6 @@ std::string tag(const URL& url) {
   char value[64];
   const auto size = getxattr(url.path().c_str(), "user.tidewell", value, sizeof value);
   return size < 0 ? "" : std::string(value, static_cast<std::size_t>(size));
-}
-
-template <typename Call>
-int errorCode(Call call) {
-  try {
-    call();
-  } catch (const FileError& error) {
-    return error.code();
-  }
-  return 0;
 }
 
 TEST(Files, CopiesWholeFilesOrTheirAttributes) {
@@ -60,8 +51,8 @@ TEST(Files, CopiesWholeFilesOrTheirAttributes) {
   EXPECT_EQ(files::read(candidate), "candidate");
   EXPECT_NE(status(candidate).st_mtim.tv_sec, 2'000'000);
 
-  EXPECT_EQ(errorCode([&] { files::copyItem(source, copy); }), EEXIST);
-  EXPECT_EQ(errorCode([&] { files::copyItem(folder.url(), folder / "d"); }), EISDIR);
+  EXPECT_EQ(errnoOf([&] { files::copyItem(source, copy); }), EEXIST);
+  EXPECT_EQ(errnoOf([&] { files::copyItem(folder.url(), folder / "d"); }), EISDIR);
   EXPECT_FALSE(files::exists(folder / "d"));
 }
 
@@ -74,7 +65,7 @@ TEST(Files, WritesAllOrNothing) {
   EXPECT_EQ(status(file).st_mode & 07777, 0600U);
   // A directory in the way: the write fails and leaves no temporary file.
   files::createDirectory(folder / "d");
-  EXPECT_NE(errorCode([&] { files::writeAtomically(folder / "d", "x"); }), 0);
+  EXPECT_NE(errnoOf([&] { files::writeAtomically(folder / "d", "x"); }), 0);
   EXPECT_EQ(files::contentsOfDirectory(folder.url()).size(), 2U);
 }
 
@@ -84,8 +75,8 @@ TEST(Files, ReadsHeadsAndFilesOfUnknownLength) {
   EXPECT_EQ(files::read(file).size(), 2'500'000U);
   EXPECT_EQ(files::read(file, 10), "yyyyyyyyyy");
   EXPECT_GT(files::read(URL::file("/proc/self/status")).size(), 100U);  // says it has no bytes
-  EXPECT_EQ(errorCode([&] { files::read(folder / "missing"); }), ENOENT);
-  EXPECT_EQ(errorCode([&] { files::read(folder.url()); }), EISDIR);
+  EXPECT_EQ(errnoOf([&] { files::read(folder / "missing"); }), ENOENT);
+  EXPECT_EQ(errnoOf([&] { files::read(folder.url()); }), EISDIR);
 }
 
 TEST(Files, MakesAndRemovesTrees) {
@@ -99,10 +90,10 @@ TEST(Files, MakesAndRemovesTrees) {
   files::removeItem(folder / "a");
   EXPECT_FALSE(files::exists(folder / "a"));
   EXPECT_TRUE(files::exists(outside));
-  EXPECT_EQ(errorCode([&] { files::removeItem(folder / "a"); }), ENOENT);
-  EXPECT_EQ(errorCode([&] { files::createDirectory(folder / "x/y"); }), ENOENT);
-  EXPECT_EQ(errorCode([&] { files::createDirectories(outside.appending("z")); }), ENOTDIR);
-  EXPECT_EQ(errorCode([&] { files::createDirectories(outside); }), EEXIST);
+  EXPECT_EQ(errnoOf([&] { files::removeItem(folder / "a"); }), ENOENT);
+  EXPECT_EQ(errnoOf([&] { files::createDirectory(folder / "x/y"); }), ENOENT);
+  EXPECT_EQ(errnoOf([&] { files::createDirectories(outside.appending("z")); }), ENOTDIR);
+  EXPECT_EQ(errnoOf([&] { files::createDirectories(outside); }), EEXIST);
 }
 
 TEST(Files, FindsTheUsersPlaces) {
@@ -131,7 +122,7 @@ TEST(Digest, HashesAcrossPieces) {
   const std::string large(3'500'000, 'z');
   EXPECT_EQ(hash(folder.write("large", large)), hash(std::string_view(large)));
   EXPECT_EQ(fileSize(folder / "large"), 3'500'000);
-  EXPECT_EQ(errorCode([&] { fileSize(folder / "missing"); }), ENOENT);
+  EXPECT_EQ(errnoOf([&] { fileSize(folder / "missing"); }), ENOENT);
 }
 
 TEST(UUID, RoundTripsInUpperCase) {

@@ -12,8 +12,8 @@
 #include <limits>
 #include <thread>
 
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "support/Failure.h"
 #include "support/Script.h"
 #include "support/TemporaryFolder.h"
 
@@ -107,13 +107,8 @@ TEST_F(ProcessTest, SaysWhyAProgramDidNotStart) {
                {folder.url(), EACCES},
                {writeScript(folder, "lost", ""), 0}};
   for (const auto& c : cases) {
-    int code = 0;
-    try {
-      EXPECT_EQ(statusOf(launch(c.executable)), 0);
-    } catch (const FileError& failure) {
-      code = failure.code();
-    }
-    EXPECT_EQ(code, c.code) << c.executable.path();
+    EXPECT_EQ(test::errnoOf([&] { EXPECT_EQ(statusOf(launch(c.executable)), 0); }), c.code)
+        << c.executable.path();
   }
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind";
 }

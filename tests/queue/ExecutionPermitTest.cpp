@@ -15,10 +15,9 @@
 #include <thread>
 #include <vector>
 
-#include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "support/Failure.h"
 #include "support/TemporaryFolder.h"
 
 namespace {
@@ -52,12 +51,7 @@ class ExecutionPermitTest : public testing::Test {
   }
   std::string failure(const URL& directory, const std::string& key, int capacity,
                       const StopToken& stop = {}) const {
-    try {
-      const ExecutionPermit permit(directory, key, capacity, stop);
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "no failure";
+    return test::textOf([&] { ExecutionPermit(directory, key, capacity, stop); });
   }
   static std::size_t openDescriptors() {
     return files::contentsOfDirectory(URL::file("/proc/self/fd")).size();
@@ -139,7 +133,7 @@ TEST_F(ExecutionPermitTest, LeavesNothingHeldAfterAFailure) {
   EXPECT_EQ(failure(locks, "folder instead", 1), "无法创建压缩任务锁");
   EXPECT_EQ(failure(locks, "a", 2), "无法创建压缩任务锁");
   EXPECT_EQ(openDescriptors(), before);
-  EXPECT_EQ(failure(locks, "a", 1), "no failure");
+  EXPECT_EQ(failure(locks, "a", 1), "no error");
 }
 
 TEST_F(ExecutionPermitTest, AStopEndsBothWaits) {

@@ -7,10 +7,9 @@
 #include <chrono>
 #include <thread>
 
-#include "CompressionKit/CompressionError.h"
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
+#include "support/Failure.h"
 #include "support/Script.h"
 #include "support/TemporaryFolder.h"
 
@@ -29,12 +28,7 @@ class ToolRunnerTest : public testing::Test {
   void tool(std::string_view name, std::string_view body) const { writeScript(tools, name, body); }
   /// The description of the error that a run throws.
   std::string failure(std::string_view name, double timeout = 600, const StopToken& stop = {}) const {
-    try {
-      ToolRunner(tools.url(), stop).run(name, {}, timeout);
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "no failure";
+    return test::textOf([&] { ToolRunner(tools.url(), stop).run(name, {}, timeout); });
   }
 
   const test::TemporaryFolder tools;
