@@ -8,10 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <memory>
 #include <optional>
-#include <system_error>
 
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/UUID.h"
@@ -85,9 +83,14 @@ bool isOpenForWriting(const URL& url) {
 }
 
 std::vector<std::string> namesInDirectory(const URL& directory) {
+  return namesInDirectory(open(directory, O_RDONLY | O_DIRECTORY, "读取文件夹"), directory);
+}
+
+std::vector<std::string> namesInDirectory(Descriptor descriptor, const URL& directory) {
   const auto close = [](DIR* stream) { closedir(stream); };
-  const std::unique_ptr<DIR, decltype(close)> stream(opendir(directory.path().c_str()), close);
+  const std::unique_ptr<DIR, decltype(close)> stream(fdopendir(descriptor.get()), close);
   if (!stream) throw FileError("读取文件夹", directory.path(), errno);
+  descriptor.release();
   std::vector<std::string> names;
   for (;;) {
     errno = 0;
@@ -205,21 +208,6 @@ void createDirectories(const URL& url, mode_t mode, Durability durability) {
     } catch (const FileError& error) {
       if (error.code() != EACCES) throw;  // a folder that may be written but not read cannot be flushed
     }
-  }
-}
-
-void removeItem(const URL& url) {
-  std::error_code error;
-  const auto removed = std::filesystem::remove_all(url.path(), error);
-  if (error) throw FileError("删除", url.path(), error.value());
-  if (removed == 0) throw FileError("删除", url.path(), ENOENT);
-}
-
-void removeItemIfPossible(const URL& url) noexcept {
-  try {
-    std::error_code ignored;
-    std::filesystem::remove_all(url.path(), ignored);
-  } catch (...) {  // out of memory while building a path
   }
 }
 

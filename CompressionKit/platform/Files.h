@@ -44,6 +44,8 @@ bool isOpenForWriting(const URL& url);
 
 /// Entries in the order the kernel lists them, "." and ".." left out.
 std::vector<std::string> namesInDirectory(const URL& directory);
+/// Of an open directory; `directory` is for messages.
+std::vector<std::string> namesInDirectory(Descriptor descriptor, const URL& directory);
 std::vector<URL> contentsOfDirectory(const URL& directory);
 
 // --- Reading and writing ---------------------------------------------------------------------------------
@@ -76,7 +78,8 @@ void createDirectory(const URL& url, mode_t mode = 0777);
 /// With missing parents; an existing directory is no error. Flushed, what had to be made is on the disk when
 /// the call returns: whoever finds it later relies on that.
 void createDirectories(const URL& url, mode_t mode = 0777, Durability durability = Durability::flushed);
-/// A file, a link or a whole tree; links inside are removed, not followed.
+/// A file, a link or a whole tree, however deep; links inside are removed, not followed. Stops at the first
+/// failure; nothing there is one.
 void removeItem(const URL& url);
 /// `removeItem` with every failure ignored.
 void removeItemIfPossible(const URL& url) noexcept;

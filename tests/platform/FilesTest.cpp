@@ -91,6 +91,14 @@ TEST(Files, MakesAndRemovesTrees) {
   EXPECT_FALSE(files::exists(folder / "a"));
   EXPECT_TRUE(files::exists(outside));
   EXPECT_EQ(errnoOf([&] { files::removeItem(folder / "a"); }), ENOENT);
+  // Deeper than descriptors reach, and than a path may be long.
+  Descriptor level(open(folder.url().path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (int depth = 0; depth < 1500; ++depth) {
+    ASSERT_EQ(mkdirat(level.get(), "ab", 0700), 0);
+    level = Descriptor(openat(level.get(), "ab", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  }
+  files::removeItem(folder / "ab");
+  EXPECT_FALSE(files::exists(folder / "ab"));
   EXPECT_EQ(errnoOf([&] { files::createDirectory(folder / "x/y"); }), ENOENT);
   EXPECT_EQ(errnoOf([&] { files::createDirectories(outside.appending("z")); }), ENOTDIR);
   EXPECT_EQ(errnoOf([&] { files::createDirectories(outside); }), EEXIST);
