@@ -1,14 +1,14 @@
 #include "CompressionKit/platform/Stop.h"
 
+#include <fcntl.h>
 #include <pthread.h>
-#include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
-#include <cstdint>
 #include <list>
 #include <mutex>
 
@@ -43,7 +43,10 @@ sigset_t only(int signal) {
 
 struct StopToken::State {
   std::atomic<bool> requested = false;
-  Descriptor event;
+  // Two ends of a pipe in which nothing is ever written. The request closes the one, which cannot fail, and
+  // the other then shows for good that it hangs up.
+  Descriptor watchedEnd;
+  Descriptor heldEnd;  ///< guarded by `mutex`
   std::mutex mutex;
   std::condition_variable sectionEnded;
   std::list<pthread_t> sections;  ///< threads inside an `Interruptible`
@@ -64,7 +67,7 @@ void StopToken::throwIfStopped() const {
 }
 
 int StopToken::descriptor() const noexcept {
-  return state_ ? state_->event.get() : -1;
+  return state_ ? state_->watchedEnd.get() : -1;
 }
 
 StopToken::Interruptible::Interruptible(const StopToken& token) {
@@ -93,17 +96,19 @@ StopToken::Interruptible::~Interruptible() {
 }
 
 StopSource::StopSource() : state_(std::make_shared<StopToken::State>()) {
-  state_->event = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (!state_->event) throw FileError("创建", "eventfd", errno);
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) throw FileError("创建", "pipe", errno);
+  state_->watchedEnd = Descriptor(ends[0]);
+  state_->heldEnd = Descriptor(ends[1]);
 }
 
 void StopSource::requestStop() {
   state_->requested = true;
-  eventfd_write(state_->event.get(), 1);
   // A thread may check the token just before the request and enter its call just after the signal, so one
   // signal is not enough. The list holds only threads that live: each leaves it, under the mutex, by itself.
   using namespace std::chrono_literals;
   std::unique_lock lock(state_->mutex);
+  state_->heldEnd.reset();
   while (!state_->sections.empty()) {
     for (const pthread_t thread : state_->sections) pthread_kill(thread, kickSignal());
     state_->sectionEnded.wait_for(lock, 1ms);

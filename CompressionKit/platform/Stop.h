@@ -12,8 +12,8 @@ class StopToken {
   bool stopRequested() const noexcept;
   /// Throws `Interrupted` once a stop was requested.
   void throwIfStopped() const;
-  /// Becomes readable once a stop was requested, for use with poll(2); -1 for a default token (poll ignores
-  /// it). Owned by the source.
+  /// For use with poll(2), which returns with POLLHUP set once a stop was requested; -1 for a default token
+  /// (poll ignores it). Owned by the source and its tokens.
   int descriptor() const noexcept;
 
   /// While one of these lives, a stop request sends signals to this thread until it is gone, so that a
