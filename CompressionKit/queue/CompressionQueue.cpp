@@ -1,8 +1,6 @@
 #include "CompressionKit/queue/CompressionQueue.h"
 
 #include <pthread.h>
-#include <sched.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -16,27 +14,11 @@
 
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Machine.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/queue/ExecutionPermit.h"
 
 namespace tidewell {
-namespace {
-
-/// Cores that this process may run on, which in a container is less than what the machine has.
-unsigned activeProcessorCount() {
-  cpu_set_t set;
-  if (sched_getaffinity(0, sizeof set, &set) == 0) return static_cast<unsigned>(CPU_COUNT(&set));
-  return std::max(1U, std::thread::hardware_concurrency());  // more cores than the set can name
-}
-
-std::uint64_t physicalMemory() {
-  const long pages = sysconf(_SC_PHYS_PAGES);
-  const long pageSize = sysconf(_SC_PAGE_SIZE);
-  return pages > 0 && pageSize > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize)
-                                   : 0;
-}
-
-}  // namespace
 
 struct CompressionQueue::Job {
   std::string key;
@@ -181,7 +163,7 @@ int CompressionQueue::recommendedConcurrentTasks(unsigned cores, std::uint64_t m
 }
 
 int CompressionQueue::recommendedConcurrentTasks() {
-  static const int tasks = recommendedConcurrentTasks(activeProcessorCount(), physicalMemory());
+  static const int tasks = recommendedConcurrentTasks(activeProcessorCount(), installedMemory());
   return tasks;
 }
 

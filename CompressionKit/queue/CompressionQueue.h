@@ -24,7 +24,8 @@ class CompressionQueue {
   static constexpr int maximumConcurrentTasks = 10;
   /// max(1, min(cores / 2, memory / 4 GiB, 4)).
   static int recommendedConcurrentTasks(unsigned cores, std::uint64_t memoryBytes);
-  /// The same for the cores that this process may run on and the machine's physical memory; computed once.
+  /// The same for the cores that this process may run on and the memory installed in the machine; computed
+  /// once.
   static int recommendedConcurrentTasks();
 
   /// The executable's one queue, made on first use with the recommended limit and default directory. The
