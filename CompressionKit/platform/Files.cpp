@@ -37,13 +37,17 @@ std::int64_t nanoseconds(const timespec& time) {
   return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
 }
 
-/// Makes one directory. Another process may make the same one meanwhile; that is as good.
+/// Makes one directory. Another process may make the same one meanwhile, which is as good, or remove it
+/// again.
 void makeDirectory(const std::string& path, mode_t mode) {
-  if (mkdir(path.c_str(), mode) == 0) return;
-  const int code = errno;
-  struct stat info {};
-  if (code == EEXIST && stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) return;
-  throw FileError("创建文件夹", path, code);
+  constexpr int maximumAttempts = 100;
+  for (int attempt = 1; mkdir(path.c_str(), mode) != 0; ++attempt) {
+    const int code = errno;
+    struct stat info {};
+    const bool stands = stat(path.c_str(), &info) == 0;
+    if (code == EEXIST && stands && S_ISDIR(info.st_mode)) return;
+    if (code != EEXIST || stands || attempt == maximumAttempts) throw FileError("创建文件夹", path, code);
+  }
 }
 
 }  // namespace

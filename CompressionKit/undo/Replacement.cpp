@@ -21,14 +21,17 @@ void removeIfPresent(const URL& url) {
   }
 }
 
-/// Another file of the batch may give up and remove the directory, which is empty yet, between the two steps.
+/// Other files of the batch may give up and remove the directory, which is empty yet, between the two steps,
+/// and others again make it anew. Only a source that is gone, or a directory that cannot be made, is a
+/// failure.
 void copyToSession(const URL& source, const URL& backup, const URL& session) {
-  for (int attempt = 0;; ++attempt) {
+  constexpr int maximumAttempts = 100;
+  for (int attempt = 1;; ++attempt) {
     files::createDirectories(session, 0700);
     try {
       return files::copyItem(source, backup);
     } catch (const FileError& error) {
-      if (!error.isNoSuchFile() || files::exists(session) || attempt == 2) throw;
+      if (!error.isNoSuchFile() || !files::exists(source) || attempt == maximumAttempts) throw;
     }
   }
 }
