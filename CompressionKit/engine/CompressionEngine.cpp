@@ -94,7 +94,7 @@ CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Threshold
 
 CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID) const {
   if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");
-  SavedTrace saved(url, undo_.root().deletingLastPathComponent().appending("CompressionDiagnostics"));
+  SavedTrace saved(url, undo_.diagnosticsDirectory());
   CompressionTrace& trace = saved.trace;
   tools_.stopToken().throwIfStopped();
   requireRegularFile(url);

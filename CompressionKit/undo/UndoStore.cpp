@@ -31,6 +31,10 @@ URL UndoStore::recordURL(const UndoRecord& record) const {
   return root_.appending(record.sessionID.string()).appending(record.id.string() + ".json");
 }
 
+URL UndoStore::diagnosticsDirectory() const {
+  return root_.standardized().deletingLastPathComponent().appending("CompressionDiagnostics");
+}
+
 std::vector<UndoRecord> UndoStore::readRecords() const {
   return scanRecords(true);
 }

@@ -24,6 +24,9 @@ class UndoStore {
 
   const URL& root() const { return root_; }
   URL backupURL(const UndoRecord& record) const;
+  /// Where the reports of files whose originals lie in this store go: "CompressionDiagnostics" beside the
+  /// root, also for a root such as "..".
+  URL diagnosticsDirectory() const;
 
   // --- Listing, newest first ---
   std::vector<UndoRecord> readRecords() const;  ///< throws `FileError` for what cannot be read

@@ -8,6 +8,7 @@
 
 #include <functional>
 #include <limits>
+#include <thread>
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
@@ -81,6 +82,41 @@ TEST_F(UndoStoreTest, FailedPreparationLeavesNothing) {
   const UndoRecord kept = replace(photo, "y");
   EXPECT_THROW(store_.prepare(photo, folder_ / "missing", kept.sessionID, std::nullopt), FileError);
   EXPECT_TRUE(hasBackup(kept));
+}
+
+TEST_F(UndoStoreTest, PreparesWhileOthersMakeAndRemoveTheSessionDirectory) {
+  const URL photo = folder_.write("photo.jpg", "x"), candidate = folder_.write("candidate", "y");
+  const UUID session = UUID::random();
+  const std::string directory = store_.root().appending(session.string()).path();
+  std::jthread others([&](const std::stop_token& stop) {
+    for (unsigned round = 0; !stop.stop_requested(); ++round) {
+      rmdir(directory.c_str());
+      mkdir(directory.c_str(), 0700);
+      usleep(round % 7 * 50);  // not in step with the other
+    }
+  });
+  for (int round = 0; round < 30; ++round) {
+    const UndoRecord record = store_.prepare(photo, candidate, session, std::nullopt);
+    EXPECT_TRUE(hasBackup(record));
+    store_.deleteRecord(record);
+  }
+  EXPECT_THROW(store_.prepare(folder_ / "missing.jpg", candidate, session, std::nullopt), FileError);
+}
+
+TEST_F(UndoStoreTest, KeepsTheDiagnosticsBesideItsRoot) {
+  const struct {
+    const char* root;
+    const char* directory;
+  } cases[] = {{"/a/Undo", "/a/CompressionDiagnostics"},
+               {"/a/b/.", "/a/CompressionDiagnostics"},
+               {"/a/b/c/..", "/a/CompressionDiagnostics"},
+               {"/a/./b/../c/", "/a/CompressionDiagnostics"},
+               {"/", "/CompressionDiagnostics"}};
+  for (const auto& c : cases) {
+    const UndoStore store(URL::file(c.root));
+    EXPECT_EQ(store.diagnosticsDirectory().path(), c.directory) << c.root;
+    EXPECT_EQ(store.root(), URL::file(c.root));
+  }
 }
 
 TEST_F(UndoStoreTest, DeletionThatFailsNamesTheFile) {
