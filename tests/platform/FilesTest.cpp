@@ -47,7 +47,8 @@ TEST(Files, CopiesWholeFilesOrTheirAttributes) {
     EXPECT_EQ(tag(url), tagged ? "red" : "");
   }
   EXPECT_EQ(hash(copy), hash(source));
-  EXPECT_EQ(files::resourceValues(copy), files::resourceValues(source));  // size and time to the nanosecond
+  EXPECT_EQ(files::resourceValues(copy).bytes, files::resourceValues(source).bytes);
+  EXPECT_EQ(files::resourceValues(copy).modifiedAt, files::resourceValues(source).modifiedAt);
   EXPECT_EQ(files::read(candidate), "candidate");
   EXPECT_NE(status(candidate).st_mtim.tv_sec, 2'000'000);
 
