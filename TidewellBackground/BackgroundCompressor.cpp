@@ -3,13 +3,11 @@
 #include <cstdint>
 #include <exception>
 #include <future>
-#include <set>
 #include <string>
 #include <utility>
 
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/Files.h"
 
 namespace tidewell {
 namespace {
@@ -20,14 +18,6 @@ constexpr std::int64_t maximumBackupBytes = std::int64_t{5} << 30;
 void fail(BackgroundBatchResult::Item& item) {
   item.outcome = "failed";
   item.error = localizedDescription(std::current_exception());
-}
-
-std::set<UUID> recordsWithBackup(const UndoStore& undo) {
-  std::set<UUID> found;
-  for (const auto& record : undo.records()) {
-    if (files::exists(undo.backupURL(record))) found.insert(record.id);
-  }
-  return found;
 }
 
 }  // namespace
@@ -77,17 +67,13 @@ BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& url
 }
 
 BackgroundCompressor::Maintenance BackgroundCompressor::maintainBackups() {
-  const std::lock_guard lock(maintenance_);
-  const UndoStore& undo = engine_.undo();
-  const auto before = recordsWithBackup(undo);
-  undo.cleanup(maximumBackupAge, maximumBackupBytes, Date::now());
-  const bool changed = recordsWithBackup(undo) != before;
-  return {.deadline = undo.nextBackupExpiration(), .changed = changed};
+  const auto pass = cleanUp();
+  return {.deadline = pass.nextExpiration, .changed = pass.changed, .overdue = pass.overdue};
 }
 
-void BackgroundCompressor::cleanUp() {
+UndoStore::Maintenance BackgroundCompressor::cleanUp() {
   const std::lock_guard lock(maintenance_);
-  engine_.undo().cleanup(maximumBackupAge, maximumBackupBytes, Date::now());
+  return engine_.undo().maintain(maximumBackupAge, maximumBackupBytes, Date::now());
 }
 
 }  // namespace tidewell

@@ -25,6 +25,7 @@ class BackgroundCompressor {
   struct Maintenance {
     std::optional<Date> deadline;  ///< when the next backup expires
     bool changed = false;          ///< backups were removed
+    bool overdue = false;          ///< a backup that has expired could not be removed
   };
   /// One clean-up pass over the backups. Blocks on the disk.
   Maintenance maintainBackups();
@@ -32,7 +33,7 @@ class BackgroundCompressor {
   const CompressionEngine& engine() const { return engine_; }
 
  private:
-  void cleanUp();
+  UndoStore::Maintenance cleanUp();
 
   CompressionEngine engine_;
   CompressionQueue& queue_;

@@ -12,7 +12,7 @@
 #include <optional>
 
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/UUID.h"
+#include "CompressionKit/platform/Leftovers.h"
 
 namespace tidewell::files {
 namespace {
@@ -48,6 +48,27 @@ void makeDirectory(const std::string& path, mode_t mode) {
     if (code == EEXIST && stands && S_ISDIR(info.st_mode)) return;
     if (code != EEXIST || stands || attempt == maximumAttempts) throw FileError("创建文件夹", path, code);
   }
+}
+
+void visitDirectory(Descriptor descriptor, const URL& directory, const DirectoryVisitor& visit) {
+  const auto close = [](DIR* stream) { closedir(stream); };
+  const std::unique_ptr<DIR, decltype(close)> stream(fdopendir(descriptor.get()), close);
+  if (!stream) throw FileError("读取文件夹", directory.path(), errno);
+  descriptor.release();
+  for (;;) {
+    errno = 0;
+    const dirent* entry = readdir(stream.get());
+    if (!entry) break;
+    const std::string_view name = entry->d_name;
+    if (name == "." || name == "..") continue;
+    struct stat info {};
+    const bool isDirectory = entry->d_type == DT_DIR ||
+                             (entry->d_type == DT_UNKNOWN &&  // a file system that does not tell
+                              fstatat(dirfd(stream.get()), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                              S_ISDIR(info.st_mode));
+    visit(name, isDirectory);
+  }
+  if (errno != 0) throw FileError("读取文件夹", directory.path(), errno);
 }
 
 }  // namespace
@@ -86,24 +107,18 @@ bool isOpenForWriting(const URL& url) {
   return false;
 }
 
+void visitDirectory(const URL& directory, const DirectoryVisitor& visit) {
+  visitDirectory(open(directory, O_RDONLY | O_DIRECTORY, "读取文件夹"), directory, visit);
+}
+
 std::vector<std::string> namesInDirectory(const URL& directory) {
   return namesInDirectory(open(directory, O_RDONLY | O_DIRECTORY, "读取文件夹"), directory);
 }
 
 std::vector<std::string> namesInDirectory(Descriptor descriptor, const URL& directory) {
-  const auto close = [](DIR* stream) { closedir(stream); };
-  const std::unique_ptr<DIR, decltype(close)> stream(fdopendir(descriptor.get()), close);
-  if (!stream) throw FileError("读取文件夹", directory.path(), errno);
-  descriptor.release();
   std::vector<std::string> names;
-  for (;;) {
-    errno = 0;
-    const dirent* entry = readdir(stream.get());
-    if (!entry) break;
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-  }
-  if (errno != 0) throw FileError("读取文件夹", directory.path(), errno);
+  visitDirectory(std::move(descriptor), directory,
+                 [&](std::string_view name, bool) { names.emplace_back(name); });
   return names;
 }
 
@@ -165,7 +180,7 @@ std::string read(const URL& url, std::size_t maximumBytes) {
 
 void writeAtomically(const URL& url, std::string_view data, Durability durability, mode_t mode) {
   const URL directory = url.deletingLastPathComponent();
-  const URL temporary = directory.appending(".tidewell-" + UUID::random().string() + ".tmp");
+  const URL temporary = directory.appending(temporaryName());
   struct stat existing {};
   const bool replaces = stat(url.path().c_str(), &existing) == 0;
   Descriptor file = open(temporary, O_WRONLY | O_CREAT | O_EXCL, "写入", mode);

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <span>
 #include <string>
@@ -47,6 +48,9 @@ std::vector<std::string> namesInDirectory(const URL& directory);
 /// Of an open directory; `directory` is for messages.
 std::vector<std::string> namesInDirectory(Descriptor descriptor, const URL& directory);
 std::vector<URL> contentsOfDirectory(const URL& directory);
+using DirectoryVisitor = std::function<void(std::string_view name, bool isDirectory)>;
+/// Calls `visit` for each of them, with whether the entry itself is a directory.
+void visitDirectory(const URL& directory, const DirectoryVisitor& visit);
 
 // --- Reading and writing ---------------------------------------------------------------------------------
 

@@ -51,6 +51,11 @@ std::optional<UUID> UUID::parse(std::string_view text) {
   return uuid;
 }
 
+bool UUID::isCanonical(std::string_view text) {
+  const auto uuid = parse(text);
+  return uuid && uuid->string() == text;
+}
+
 std::string UUID::string() const {
   static constexpr char digits[] = "0123456789ABCDEF";
   std::string text;

@@ -16,6 +16,9 @@ class UUID {
   /// Accepts the 36-character form in either letter case.
   static std::optional<UUID> parse(std::string_view text);
 
+  /// Whether a text is such a form, to the letter, as `string()` gives it.
+  static bool isCanonical(std::string_view text);
+
   /// Canonical upper-case form, 8-4-4-4-12 hexadecimal digits.
   std::string string() const;
 

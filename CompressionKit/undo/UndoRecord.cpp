@@ -4,12 +4,16 @@
 #include <nlohmann/json.hpp>
 
 #include "CompressionKit/platform/Base64.h"
+#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
 
 namespace tidewell {
 namespace {
 
 using nlohmann::json;
+
+/// A record is some hundred bytes; nothing that comes near this is one.
+constexpr std::size_t maximumRecordBytes = std::size_t{1} << 20;
 
 /// A path under its key: as text where it is text, else repaired, with its exact bytes under a second key.
 void putPath(json& object, const std::string& key, const std::string& path) {
@@ -101,6 +105,10 @@ std::optional<UndoRecord> UndoRecord::parse(std::string_view text) {
   } catch (const std::exception&) {
     return std::nullopt;
   }
+}
+
+std::optional<UndoRecord> UndoRecord::read(const URL& file) {
+  return parse(files::read(file, maximumRecordBytes));
 }
 
 std::string_view rawValue(UndoRecord::State state) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "CompressionKit/platform/Date.h"
+#include "CompressionKit/platform/URL.h"
 #include "CompressionKit/platform/UUID.h"
 
 namespace tidewell {
@@ -33,6 +34,8 @@ struct UndoRecord {
   std::string json() const;
   /// Nothing for text that is not a record.
   static std::optional<UndoRecord> parse(std::string_view json);
+  /// The record in a file; nothing for a file that is none. Throws `FileError`.
+  static std::optional<UndoRecord> read(const URL& file);
 };
 
 std::string_view rawValue(UndoRecord::State state);

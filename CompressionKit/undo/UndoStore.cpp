@@ -10,9 +10,6 @@
 namespace tidewell {
 namespace {
 
-/// A record is some hundred bytes; nothing that comes near this is one.
-constexpr std::size_t maximumRecordBytes = std::size_t{1} << 20;
-
 /// A file where a directory should be is not a missing one.
 bool isMissing(const FileError& error) {
   return error.code() == ENOENT;
@@ -73,8 +70,7 @@ std::vector<UndoRecord> UndoStore::scanRecords(bool checked) const {
     for (const URL& child : children) {
       if (child.pathExtension() != "json") continue;
       try {
-        const std::string text = files::read(child, maximumRecordBytes);
-        if (auto record = UndoRecord::parse(text)) records.push_back(*std::move(record));
+        if (auto record = UndoRecord::read(child)) records.push_back(*std::move(record));
       } catch (const FileError& error) {
         if (checked && !isMissing(error)) throw;
       }

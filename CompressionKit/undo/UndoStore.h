@@ -12,6 +12,8 @@
 
 namespace tidewell {
 
+class StoreSurvey;
+
 /// Backups of replaced files with one JSON record each: root/<session>/<id>.<extension> and
 /// root/<session>/<id>.json. A value without state; several processes share one tree without a lock.
 class UndoStore {
@@ -49,13 +51,26 @@ class UndoStore {
   std::string verifyBackup(const UndoRecord& record) const;
   void removeBackup(const UndoRecord& record) const noexcept;
 
-  // --- Maintenance: removes backups of committed records, keeps the records ---
+  // --- Maintenance ---
+  // Removes backups of committed records and keeps the records. Removes too what killed processes left in the
+  // store and among the diagnostics, `backupRetention` after its last change: files half written, backups
+  // without a record, empty sessions. Never what a record names, nothing in a session with a record that
+  // cannot be read, and no link or anything else that is not a plain file of this user.
+  struct Maintenance {
+    bool changed = false;                ///< backups of records were removed
+    bool overdue = false;                ///< a backup that is too old could not be removed
+    std::optional<Date> nextExpiration;  ///< as `nextBackupExpiration` gives it after the pass
+  };
+  /// One pass, by age and then by the size of all that is left.
+  Maintenance maintain(double maxAge, std::int64_t maxBytes, Date now) const noexcept;
+  /// The same.
   void cleanup(double maxAge, std::int64_t maxBytes, Date now) const noexcept;
   /// The earliest expiry of a committed record whose backup is there.
   std::optional<Date> nextBackupExpiration() const;
 
  private:
   std::vector<UndoRecord> scanRecords(bool checked) const;
+  StoreSurvey survey() const;
   URL recordURL(const UndoRecord& record) const;
   void writeRecord(const UndoRecord& record) const;
 

@@ -2,12 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
 #include "support/PlantedRecord.h"
+#include "support/RefusedCalls.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -89,6 +92,14 @@ TEST_F(BackgroundCompressorTest, MaintenanceTellsWhatComesNext) {
   }
   EXPECT_FALSE(compressor.maintainBackups().changed);
   EXPECT_TRUE(hasBackup(kept));
+
+  const auto stuck = test::plantRecord(undo, now.adding(-14400), 1);
+  std::thread([&] {
+    const bool refused = test::refuseCalls(test::removals, EIO);
+    EXPECT_EQ(compressor.maintainBackups().overdue, refused);
+  }).join();
+  EXPECT_FALSE(compressor.maintainBackups().overdue);
+  EXPECT_FALSE(hasBackup(stuck));
 }
 
 }  // namespace

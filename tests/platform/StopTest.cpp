@@ -1,23 +1,19 @@
 #include "CompressionKit/platform/Stop.h"
 
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <poll.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
-#include <iterator>
 #include <latch>
 #include <thread>
 #include <vector>
 
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
+#include "support/RefusedCalls.h"
 
 namespace tidewell {
 namespace {
@@ -25,17 +21,6 @@ namespace {
 bool wakes(int descriptor, int milliseconds = 0) {
   pollfd watched{.fd = descriptor, .events = POLLIN, .revents = 0};
   return poll(&watched, 1, milliseconds) == 1;
-}
-
-/// Makes every write(2) of this thread fail from now on. False where that is not allowed.
-bool refuseWrites() {
-  sock_filter program[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_write, 0, 1),
-                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
-                           BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-  const sock_fprog filter{.len = std::size(program), .filter = program};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
 TEST(Stop, ReachesEveryCopyOfTheToken) {
@@ -57,7 +42,7 @@ TEST(Stop, WakesWhoeverWaitsEvenWhereNothingCanBeWritten) {
   std::thread waiting([&] { EXPECT_TRUE(wakes(source.token().descriptor(), 60'000)); });
   bool refused = false;
   std::thread([&] {
-    refused = refuseWrites();
+    refused = test::refuseCalls({SYS_write}, EIO);
     source.requestStop();
     source.requestStop();
   }).join();

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <limits>
 #include <thread>
 #include <utility>
 
@@ -271,42 +270,6 @@ TEST_F(UndoStoreTest, RemovesCommittedRecordsOnly) {
   EXPECT_EQ(store_.records(), (std::vector{stuck, prepared}));
   EXPECT_TRUE(hasBackup(prepared));
   EXPECT_EQ(sessions(), 2U);
-}
-
-TEST_F(UndoStoreTest, CleansUpByAgeAndSize) {
-  constexpr off_t gibibyte = off_t{1} << 30;
-  constexpr std::int64_t limit = 5LL * gibibyte;
-  const UndoRecord waiting = plant(0, 9 * gibibyte, UndoRecord::State::prepared);
-  const UndoRecord old = plant(1000, 1);
-  store_.cleanup(14400, limit, {1000 + 14399});
-  EXPECT_TRUE(hasBackup(old));
-  store_.cleanup(14400, limit, {1000 + 14400});
-  EXPECT_FALSE(hasBackup(old));
-  EXPECT_TRUE(hasBackup(waiting));
-  EXPECT_EQ(store_.records().size(), 2U);  // the record stays
-
-  const UndoRecord three = plant(2000, 3 * gibibyte), two = plant(2001, 2 * gibibyte);
-  store_.cleanup(14400, limit, {2100});
-  EXPECT_TRUE(hasBackup(three));                // exactly the limit
-  const UndoRecord one = plant(9e9, gibibyte);  // from a clock that was set back
-  store_.cleanup(14400, limit, {2100});
-  EXPECT_FALSE(hasBackup(three));
-  EXPECT_TRUE(hasBackup(two) && hasBackup(one));
-
-  EXPECT_EQ(store_.nextBackupExpiration(), Date{2001 + 14400.0});
-  UndoStore(folder_ / "nowhere").cleanup(1, 1, {0});
-  EXPECT_FALSE(UndoStore(folder_ / "nowhere").nextBackupExpiration());
-}
-
-TEST(BackupMaintenanceDelay, StaysBetweenASecondAndAnHour) {
-  const Date now{1000};
-  const double infinity = std::numeric_limits<double>::infinity();
-  const struct {
-    std::optional<Date> until;
-    double seconds;
-  } cases[] = {{std::nullopt, 12},  {Date{970}, 1},       {Date{1090}, 90},     {Date{1000.5}, 1},
-               {Date{19000}, 3600}, {Date{infinity}, 60}, {Date{-infinity}, 60}};
-  for (const auto& c : cases) EXPECT_EQ(BackupMaintenanceDelay::seconds(c.until, now, 12), c.seconds);
 }
 
 TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
