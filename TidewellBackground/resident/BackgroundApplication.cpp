@@ -11,6 +11,7 @@
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Leftovers.h"
 #include "CompressionKit/undo/UndoStore.h"
 #include "TidewellBackground/resident/ByteCount.h"
 #include "TidewellBackground/resident/CommandURL.h"
@@ -19,6 +20,9 @@ namespace tidewell {
 namespace {
 
 constexpr double idleSeconds = 12;
+
+/// After a pass that could not remove what was due: it would hardly fare better a second later.
+constexpr double overdueSeconds = 3600;
 
 constexpr const char* compressingTitle = "潮汐井：压缩中…";
 
@@ -32,10 +36,11 @@ std::string endTitle(const BackgroundBatchResult& result) {
   return "潮汐井：节省 " + byteCountText(result.savedBytes());
 }
 
-void save(const BackgroundBatchResult& result) {
+void save(const BackgroundBatchResult& result, Date now) {
   try {
     const URL directory = files::applicationSupportDirectory().appending("Tidewell/Background");
     files::createDirectories(directory);
+    files::removeTemporaries(directory, now.adding(-UndoStore::backupRetention));
     files::writeAtomically(directory.appending("latest.json"), result.json());
   } catch (const std::exception& error) {
     // "<3>" is the journal's prefix for errors.
@@ -106,7 +111,7 @@ void BackgroundApplication::finish(const BackgroundBatchResult& result) {
     statusItem_->setTitle(activeBatches_ > 0 ? compressingTitle : endTitle(result));
     statusItem_->setToolTip(summary(result));
   }
-  save(result);
+  save(result, platform_.mainQueue.now());
   platform_.notifications.postHistoryDidChange();
   if (activeBatches_ > 0) return;
   scheduleIdleExit();
@@ -148,8 +153,9 @@ void BackgroundApplication::maintenanceEnded(std::uint64_t generation,
                                              const BackgroundCompressor::Maintenance& outcome) {
   if (!isIdle(generation)) return;
   if (outcome.changed) platform_.notifications.postHistoryDidChange();
-  const double delay =
-      BackupMaintenanceDelay::seconds(outcome.deadline, platform_.mainQueue.now(), idleSeconds);
+  const double delay = outcome.overdue ? overdueSeconds
+                                       : BackupMaintenanceDelay::seconds(
+                                             outcome.deadline, platform_.mainQueue.now(), idleSeconds);
   platform_.mainQueue.after(delay, [this, generation, pending = outcome.deadline.has_value()] {
     if (!isIdle(generation)) return;
     if (pending) {

@@ -22,9 +22,9 @@ using Paths = std::vector<std::string>;
 using Item = BackgroundBatchResult::Item;
 
 Maintenance waiting(Date deadline) {
-  return {deadline, false};
+  return {.deadline = deadline};
 }
-const Maintenance removedTheLast{std::nullopt, true};
+const Maintenance removedTheLast{.deadline = {}, .changed = true};
 
 BackgroundBatchResult resultWith(std::vector<BackgroundBatchResult::Item> items) {
   return {.sessionID = UUID::random(), .finishedAt = Date{5}, .items = std::move(items)};
@@ -198,6 +198,19 @@ TEST_F(BackgroundApplicationTest, titleTellsTheSaving) {
   EXPECT_EQ(desktop.title, "潮汐井：节省 零 KB");
 }
 
+TEST_F(BackgroundApplicationTest, whatAKilledServiceLeftBesideTheResultGoes) {
+  const URL left = folder.write("Tidewell/Background/.tidewell-" + UUID::random().string() + ".tmp", "{");
+  const Date written = Date::now();
+  for (const double age : {14400.0 - 60, 14400.0 + 1}) {
+    desktop.setClock(written.adding(age));
+    open({"file:///a.jpg"});
+    while (desktop.work()) {
+    }
+    EXPECT_EQ(files::exists(left), age < 14400);
+  }
+  EXPECT_TRUE(files::exists(latest()));
+}
+
 TEST_F(BackgroundApplicationTest, aResultThatCannotBeSavedIsLoggedOnce) {
   folder.write("Tidewell", "a file where the directory should be");
   open({"file:///a.jpg"});
@@ -236,6 +249,11 @@ TEST_F(BackgroundApplicationTest, looksAgainEachHourAndAtMostOnceASecond) {
   outcomes.assign(100, waiting(Date{0}));  // past already
   desktop.pass(3600 + 10);
   EXPECT_EQ(passes, 3 + 11);
+
+  outcomes.assign(100, {.deadline = Date{0}, .changed = false, .overdue = true});  // and will not go
+  desktop.pass(1 + 3 * 3600);
+  EXPECT_EQ(passes, 3 + 11 + 1 + 3);
+  EXPECT_FALSE(desktop.terminated);
 }
 
 TEST_F(BackgroundApplicationTest, aBatchCancelsTheIdleActions) {

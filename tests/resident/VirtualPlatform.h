@@ -68,6 +68,8 @@ class VirtualPlatform final : public MainQueue,
     if (!terminated) now_.sinceReferenceDate = end;
   }
 
+  void setClock(Date now) { now_ = now; }
+
   std::string token = "secret+token/=";
   bool terminated = false;
   int historyChanges = 0;
