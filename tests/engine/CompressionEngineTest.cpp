@@ -121,7 +121,7 @@ TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
 
 TEST_F(Engine, NeverReplacesAFileThatChangedMeanwhile) {
   tools.first("echo more >> '" + photo.path() + "'");
-  EXPECT_EQ(failure(photo), "原文件在压缩过程中被其他程序修改");
+  EXPECT_EQ(failure(photo), CompressionError::changedDuringCompression().what());
   EXPECT_EQ(files::read(photo), before + "more\n");
   EXPECT_TRUE(undo.readRecords().empty());
   EXPECT_FALSE(files::exists(undo.root().appending(session.string())));

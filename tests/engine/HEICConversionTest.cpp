@@ -131,7 +131,7 @@ TEST_F(HEICConversion, FailuresLeaveNothing) {
   tools.first("exit 5");
   EXPECT_TRUE(failure(photo).starts_with("压缩组件运行失败：")) << "the tools' own failure";
   tools.first("echo more > '" + photo.path() + "'");
-  EXPECT_EQ(failure(photo), "原文件在压缩过程中被其他程序修改");
+  EXPECT_EQ(failure(photo), CompressionError::changedDuringCompression().what());
   EXPECT_EQ(files::read(photo), "more\n");
   tools.first("");
   files::writeAtomically(photo, before);
