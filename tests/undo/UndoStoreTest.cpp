@@ -172,6 +172,7 @@ TEST_F(UndoStoreTest, RestoresOnlyWhatIsAsRecorded) {
     const UndoRecord record = store_.records().at(0);
     c.change(photo, store_.backupURL(record));
     const std::string before = files::exists(photo) ? files::read(photo) : "";
+    const bool hadBackup = hasBackup(record);
     EXPECT_EQ(messageOf([&] { store_.restore(record, record.createdAt.adding(c.age)); }), c.message);
 
     const bool restored = std::string_view(c.message) == "no error";
@@ -180,9 +181,7 @@ TEST_F(UndoStoreTest, RestoresOnlyWhatIsAsRecorded) {
     struct stat info {};
     EXPECT_EQ(lstat(photo.path().c_str(), &info), 0);
     EXPECT_TRUE(!restored || ((info.st_mode & 07777) == 0604 && info.st_mtim.tv_sec == 1'000'000));
-    if (c.age >= 14400) {
-      EXPECT_FALSE(hasBackup(record));
-    }
+    EXPECT_EQ(hasBackup(record), hadBackup && !restored && c.age < 14400);
     for (const URL& entry : files::contentsOfDirectory(folder_.url())) {
       EXPECT_FALSE(entry.lastPathComponent().starts_with(".tidewell-")) << entry.path();
     }
