@@ -8,6 +8,7 @@
 
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/undo/FolderSweep.h"
 
 namespace tidewell {
 namespace {
@@ -31,14 +32,17 @@ BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& url
   result.items.resize(urls.size());
   for (std::size_t i = 0; i < urls.size(); ++i) result.items[i].path = urls[i].path();
 
+  FolderSweeps sweeps;
   // All are queued before any is awaited. A file that waits costs a future, not a thread.
   std::vector<std::future<CompressionResult>> futures(urls.size());
   for (std::size_t i = 0; i < urls.size(); ++i) {
     try {
       if (ImageKind::from(urls[i])) {
-        futures[i] = queue_.run(urls[i], nullptr, [this, &url = urls[i], session = result.sessionID] {
-          return engine_.compress(url, session);
-        });
+        futures[i] =
+            queue_.run(urls[i], nullptr, [this, &sweeps, &url = urls[i], session = result.sessionID] {
+              sweeps.sweepOnce(url.deletingLastPathComponent());
+              return engine_.compress(url, session);
+            });
       } else {
         result.items[i].outcome = "skipped";
         result.items[i].error = "不支持的文件格式";

@@ -11,7 +11,6 @@
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/undo/FolderSweep.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
 #include "CompressionKit/undo/WorkingDirectory.h"
 
@@ -103,9 +102,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   const std::int64_t originalBytes = fileSize(url);
   std::string originalHash = hash(url);
 
-  const URL folder = url.deletingLastPathComponent();
-  sweepFolder(folder);
-  const WorkingDirectory working(folder);
+  const WorkingDirectory working(url.deletingLastPathComponent());
 
   CompressionResult result;
   if (original.kind == ImageKind::heic) {

@@ -93,8 +93,7 @@ ResourceValues resourceValues(const URL& url) {
           .modifiedAt = nanoseconds(info.st_mtim),
           .changedAt = nanoseconds(info.st_ctim),
           .device = info.st_dev,
-          .inode = info.st_ino,
-          .owner = info.st_uid};
+          .inode = info.st_ino};
 }
 
 bool isOpenForWriting(const URL& url) {

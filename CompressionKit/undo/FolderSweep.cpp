@@ -1,11 +1,7 @@
 #include "CompressionKit/undo/FolderSweep.h"
 
-#include <unistd.h>
-
-#include <string_view>
-
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/UUID.h"
+#include "CompressionKit/platform/Leftovers.h"
 #include "CompressionKit/undo/Displacement.h"
 #include "CompressionKit/undo/RestoreTemporary.h"
 #include "CompressionKit/undo/UndoStore.h"
@@ -14,9 +10,7 @@
 namespace tidewell {
 namespace {
 
-bool isOlder(const files::ResourceValues& values, double seconds, Date now) {
-  return now.since1970() - static_cast<double>(values.changedAt) * 1e-9 > seconds;
-}
+using files::EntryKind, files::isUntouchedSince;
 
 /// Everything that can be told to be somebody's is back under a visible name.
 bool bringWorkBack(const URL& directory, const URL& folder) {
@@ -34,15 +28,15 @@ bool bringWorkBack(const URL& directory, const URL& folder) {
 }
 
 void sweepWorkingDirectory(const URL& directory, const URL& folder, Date now) {
-  const auto values = files::resourceValues(directory);
+  // Asked first: what is brought back changes it.
+  const bool isOld =
+      isUntouchedSince(now.adding(-workingDirectoryRetention), directory, EntryKind::directory);
   const Descriptor lock = WorkingDirectory::adopt(directory);
-  if (!lock || !bringWorkBack(directory, folder)) return;
-  if (isOlder(values, workingDirectoryRetention, now)) files::removeItemIfPossible(directory);
+  if (lock && bringWorkBack(directory, folder) && isOld) files::removeItemIfPossible(directory);
 }
 
 void sweepRestoreTemporary(const URL& file, Date now) {
-  const auto values = files::resourceValues(file);
-  if (values.isRegularFile && values.owner == geteuid() && isOlder(values, UndoStore::backupRetention, now)) {
+  if (isUntouchedSince(now.adding(-UndoStore::backupRetention), file, EntryKind::regularFile)) {
     files::removeItemIfPossible(file);
   }
 }
@@ -60,6 +54,14 @@ void sweepFolder(const URL& folder, Date now) noexcept {
     }
   } catch (const std::exception&) {  // a folder that can be written to but not listed
   }
+}
+
+void FolderSweeps::sweepOnce(const URL& folder) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (!swept_.insert(folder.path()).second) return;
+  }
+  sweepFolder(folder);
 }
 
 }  // namespace tidewell

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <mutex>
+#include <string>
+#include <unordered_set>
+
 #include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/URL.h"
 
@@ -13,5 +17,16 @@ inline constexpr double workingDirectoryRetention = 3600;
 /// that was displaced in the moment of the crash is brought back at once; then working directories of
 /// `workingDirectoryRetention` and temporary files of a restore of `UndoStore::backupRetention` go.
 void sweepFolder(const URL& folder, Date now = Date::now()) noexcept;
+
+/// Sweeps each folder once for a batch: a folder of thousands of photos is not listed for each of them. Any
+/// thread may call it.
+class FolderSweeps {
+ public:
+  void sweepOnce(const URL& folder);
+
+ private:
+  std::mutex mutex_;
+  std::unordered_set<std::string> swept_;
+};
 
 }  // namespace tidewell

@@ -18,7 +18,7 @@ RestoreTemporary::RestoreTemporary(const URL& backup, const std::string& backupH
 }
 
 bool RestoreTemporary::isName(std::string_view name) {
-  return name.starts_with(prefix) && UUID::parse(name.substr(prefix.size()));
+  return name.starts_with(prefix) && UUID::isCanonical(name.substr(prefix.size()));
 }
 
 }  // namespace tidewell

@@ -34,7 +34,7 @@ WorkingDirectory::~WorkingDirectory() {
 }
 
 bool WorkingDirectory::isName(std::string_view name) {
-  return name.starts_with(prefix) && UUID::parse(name.substr(prefix.size()));
+  return name.starts_with(prefix) && UUID::isCanonical(name.substr(prefix.size()));
 }
 
 Descriptor WorkingDirectory::adopt(const URL& url) {

@@ -73,7 +73,11 @@ TEST_F(BackgroundCompressorTest, CleansUpBeforeAndAfter) {
   const auto late = test::plantRecord(elsewhere, now.adding(-20000), 1);
   tools.first("[ -e '" + undo.backupURL(old).path() + "' ] || mv '" + elsewhere.root().path() + "'/* '" +
               undo.root().path() + "'; exit 1");
+  // What a killed run displaced among the photos comes back.
+  const std::string content(64, '0');
+  folder.write(".tidewell-" + UUID::random().string() + "/" + content + "-" + content + "/mine.txt", "work");
   EXPECT_EQ(compressor.compress({photo("a.jpg")}).failedCount(), 1);
+  EXPECT_EQ(files::read(folder / "mine.txt"), "work");
   EXPECT_EQ(undo.records().size(), 3U);
   EXPECT_FALSE(hasBackup(old) || hasBackup(late));
   EXPECT_TRUE(hasBackup(kept));

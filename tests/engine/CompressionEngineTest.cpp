@@ -99,14 +99,6 @@ TEST_F(Engine, LeavesAFileThatNothingImproves) {
   expectEnd("skipped");
 }
 
-TEST_F(Engine, LooksAfterWhatAKilledRunLeft) {
-  const std::string none(64, '0');
-  folder.write("pictures/.tidewell-" + UUID::random().string() + "/" + none + "-" + none + "/mine.txt",
-               "work");
-  engine.compress(photo, session);
-  EXPECT_EQ(files::read(pictures.appending("mine.txt")), "work");
-}
-
 TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
   EXPECT_EQ(failure(*URL::parse("https://example.org/photo.jpg")), "请选择本地图片文件");
   EXPECT_FALSE(files::exists(folder / "data"));
