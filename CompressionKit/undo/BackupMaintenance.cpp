@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <numeric>
 
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Leftovers.h"
@@ -41,13 +42,14 @@ bool remove(const UndoStore& store, const UndoRecord& record) {
 }
 
 bool trimToSize(const UndoStore& store, const std::vector<UndoRecord>& oldestFirst, std::int64_t maxBytes) {
-  std::int64_t total = 0;
-  for (const auto& record : oldestFirst) total += Entry(store.backupURL(record)).bytes;
+  // Asked once: a size that could be read for the total only would make one backup more go than is due.
+  std::vector<std::int64_t> sizes;
+  for (const auto& record : oldestFirst) sizes.push_back(Entry(store.backupURL(record)).bytes);
+  std::int64_t total = std::accumulate(sizes.begin(), sizes.end(), std::int64_t{0});
   bool changed = false;
-  for (const auto& record : oldestFirst) {
-    if (total <= maxBytes) break;
-    total -= Entry(store.backupURL(record)).bytes;
-    changed = remove(store, record) || changed;
+  for (std::size_t i = 0; i < sizes.size() && total > maxBytes; ++i) {
+    total -= sizes[i];
+    changed = remove(store, oldestFirst[i]) || changed;
   }
   return changed;
 }
