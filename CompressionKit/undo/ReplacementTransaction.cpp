@@ -52,8 +52,8 @@ bool ReplacementTransaction::swap() {
 /// sees need not be moved at all; and a program that has the file open would go on writing into what was
 /// displaced.
 void ReplacementTransaction::requireUntouchedSince(const files::ResourceValues& found) const {
-  if (!found.isRegularFile || files::resourceValues(request_.original) != found ||
-      files::isOpenForWriting(request_.original)) {
+  if (!found.isRegularFile || files::isOpenForWriting(request_.original) ||
+      files::resourceValues(request_.original) != found) {
     throw CompressionError::changedDuringCompression();
   }
 }

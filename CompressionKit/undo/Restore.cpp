@@ -4,6 +4,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/AtomicRename.h"
 #include "CompressionKit/undo/Displacement.h"
@@ -18,8 +19,28 @@ void requireHash(const URL& url, const std::string& expected) {
   if (hash(url) != expected) throw CompressionError::unsafeRestore();
 }
 
+/// Follows links, as `files::exists` does; but what cannot be found out must not count as absent.
+bool isThere(const URL& url) {
+  try {
+    fileSize(url);
+    return true;
+  } catch (const FileError& error) {
+    if (!error.isNoSuchFile()) throw;
+    return false;
+  }
+}
+
 void moveIfAbsent(const URL& source, const URL& destination) {
   if (!atomicRenameIfAbsent(source, destination)) throw CompressionError::unsafeRestore();
+}
+
+/// For file systems without an exchange.
+void overwriteReplacement(const URL& copy, const URL& original, const std::string& replacementHash) {
+  files::flush(copy);  // now, so that the rename follows a last look at once
+  const auto found = files::resourceValues(original);
+  requireHash(original, replacementHash);
+  if (files::resourceValues(original) != found) throw CompressionError::unsafeRestore();
+  atomicRename(copy, original);
 }
 
 /// Puts the copy in the replaced file's place. What comes out from there is looked at before it goes.
@@ -33,8 +54,7 @@ void exchangeForReplacement(const URL& copy, const URL& original, const std::str
       displaced.bringBack();
       throw CompressionError::unsafeRestore();
     case Exchange::unsupported:
-      requireHash(original, replacementHash);
-      return atomicRename(displaced.place(), original);
+      return overwriteReplacement(displaced.place(), original, replacementHash);
     case Exchange::vanished:
       return moveIfAbsent(displaced.place(), original);
   }
@@ -64,13 +84,13 @@ void removeConverted(const URL& converted, const std::string& replacementHash) {
 void restoreConversion(const UndoRecord& record, const URL& backup, const std::string& backupHash) {
   const URL original = URL::file(record.originalPath);
   const URL converted = URL::file(*record.convertedPath);
-  if (files::exists(converted)) requireHash(converted, record.replacementHash);
-  if (!files::exists(original)) {
+  if (isThere(converted)) requireHash(converted, record.replacementHash);
+  if (!isThere(original)) {
     const RestoreTemporary temporary(backup, backupHash, original);
     moveIfAbsent(temporary.url(), original);
   }
   requireHash(original, backupHash);
-  if (files::exists(converted)) removeConverted(converted, record.replacementHash);
+  if (isThere(converted)) removeConverted(converted, record.replacementHash);
 }
 
 }  // namespace
