@@ -1,10 +1,10 @@
 #include "CompressionKit/platform/Leftovers.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <exception>
 
+#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/UUID.h"
 
@@ -17,12 +17,14 @@ constexpr std::string_view temporarySuffix = ".tmp";
 }  // namespace
 
 bool isUntouchedSince(Date moment, const URL& url, EntryKind kind) {
-  struct stat info {};
-  if (lstat(url.path().c_str(), &info) != 0 || info.st_uid != geteuid()) return false;
-  if (kind == EntryKind::regularFile ? !S_ISREG(info.st_mode) : !S_ISDIR(info.st_mode)) return false;
-  const timespec& changed = info.st_ctim;
-  return Date::since1970(static_cast<double>(changed.tv_sec) + static_cast<double>(changed.tv_nsec) * 1e-9) <=
-         moment;
+  try {
+    const auto values = resourceValues(url);
+    return (kind == EntryKind::directory ? values.isDirectory : values.isRegularFile) &&
+           values.owner == geteuid() &&
+           Date::since1970(static_cast<double>(values.changedAt) * 1e-9) <= moment;
+  } catch (const FileError&) {
+    return false;
+  }
 }
 
 std::string temporaryName() {

@@ -87,7 +87,7 @@ bool StoreSurvey::isNamed(const Session& session, std::string_view file) const {
 
 bool StoreSurvey::hasUnnamedFiles() const {
   return std::ranges::any_of(sessions_, [&](const Session& session) {
-    return session.isOurs && std::ranges::any_of(session.others, [&](const auto& file) {
+    return session.isOurs && session.isReadable && std::ranges::any_of(session.others, [&](const auto& file) {
              return (!file.starts_with('.') || files::isTemporaryName(file)) && !isNamed(session, file);
            });
   });

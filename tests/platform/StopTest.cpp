@@ -39,7 +39,7 @@ TEST(Stop, ReachesEveryCopyOfTheToken) {
 // A thread that waits for the request is joined at the end of the program: it must wake whatever fails.
 TEST(Stop, WakesWhoeverWaitsEvenWhereNothingCanBeWritten) {
   StopSource source;
-  std::thread waiting([&] { EXPECT_TRUE(wakes(source.token().descriptor(), 60'000)); });
+  std::thread waiting([&] { EXPECT_TRUE(wakes(source.token().descriptor(), 10'000)); });
   bool refused = false;
   std::thread([&] {
     refused = test::refuseCalls({SYS_write}, EIO);
