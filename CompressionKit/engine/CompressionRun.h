@@ -46,8 +46,9 @@ struct CompressionRun {
   const ToolRunner& tools() const { return engine.tools(); }
   URL workingFile(const std::string& name) const { return workingDirectory.appending(name); }
 
+  /// The tool may read the file and work in the working directory.
   void runTool(const std::string& tool, const std::vector<std::string>& arguments) const {
-    tools().run(tool, arguments, toolTimeout);
+    tools().run(tool, arguments, toolTimeout, {.readable = {url}, .writable = {workingDirectory}});
   }
 
   /// Runs one guarded step of a plan: false when it threw, which is recorded and fails nothing but the step.

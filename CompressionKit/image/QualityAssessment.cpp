@@ -61,7 +61,8 @@ double score(const URL& original, const URL& candidate, const ImageFacts& facts,
 }
 
 double measure(const URL& original, const URL& candidate, const ToolRunner& tools) {
-  return parsedScore(tools.run("ssimulacra2", {original.path(), candidate.path()}, toolTimeout));
+  return parsedScore(tools.run("ssimulacra2", {original.path(), candidate.path()}, toolTimeout,
+                               {.readable = {original, candidate}, .writable = {}}));
 }
 
 double parsedScore(std::string_view output) {

@@ -27,6 +27,7 @@ struct ChildPlan {
   int standardOutput;
   int standardError;
   int failureDescriptor;  ///< receives the errno of a failed start; closed by a successful one
+  ChildConfinement& confinement;
   pid_t parent;
 };
 
@@ -57,10 +58,11 @@ struct ChildPlan {
   // that cannot do this (before 5.11) still closes all that we open ourselves.
   syscall(SYS_close_range, 3U, ~0U, CLOSE_RANGE_CLOEXEC);
 
+  if (const int code = plan.confinement.apply(); code != 0) fail(plan, code);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
-  execve(plan.path, plan.arguments, plan.environment);
+  plan.confinement.execute(plan.path, plan.arguments, plan.environment);
   fail(plan, errno);
 }
 
@@ -107,12 +109,15 @@ Process::Process(const Launch& launch) {
   const Descriptor failureReader(ends[0]);
   Descriptor failureWriter(ends[1]);
 
+  ChildConfinement confinement;
+  if (launch.confinement) confinement = ChildConfinement(*launch.confinement, launch.executable);
   const ChildPlan plan{.path = launch.executable.path().c_str(),
                        .arguments = argumentPointers.data(),
                        .environment = environmentPointers.data(),
                        .standardOutput = launch.standardOutput,
                        .standardError = launch.standardError,
                        .failureDescriptor = failureWriter.get(),
+                       .confinement = confinement,
                        .parent = getpid()};
   sigset_t all;
   sigset_t previous;

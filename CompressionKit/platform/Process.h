@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "CompressionKit/platform/Confinement.h"
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
@@ -28,6 +29,7 @@ class Process {
     std::vector<std::string> environment;  ///< "NAME=value"
     int standardOutput = 1;
     int standardError = 2;
+    std::optional<Confinement> confinement = std::nullopt;  ///< without one it may do what we may
   };
   /// Throws `FileError` when the program cannot be started. Signal mask and handlers are the defaults in
   /// the child; its standard input is ours; every other descriptor of ours is closed on exec.

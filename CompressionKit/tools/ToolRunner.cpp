@@ -44,8 +44,8 @@ bool ToolRunner::has(std::string_view name) const {
   return files::isExecutableFile(directory_.appending(name));
 }
 
-std::string ToolRunner::run(std::string_view tool, const std::vector<std::string>& arguments,
-                            double timeout) const {
+std::string ToolRunner::run(std::string_view tool, const std::vector<std::string>& arguments, double timeout,
+                            const Confinement& files) const {
   stop_.throwIfStopped();
   if (!has(tool)) throw CompressionError::toolMissing(tool);
 
@@ -62,7 +62,8 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
                    .arguments = arguments,
                    .environment = toolEnvironment(),
                    .standardOutput = output.get(),
-                   .standardError = error.get()});
+                   .standardError = error.get(),
+                   .confinement = files});
   switch (process.waitUntil(deadlineAfter(timeout), stop_)) {
     case Process::Wait::exited:
       break;

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <vector>
 
+#include "CompressionKit/platform/Confinement.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 
@@ -21,11 +22,12 @@ class ToolRunner {
   /// The tool is a file that this user may execute.
   bool has(std::string_view name) const;
 
-  /// Runs `directory()`/tool with exactly these arguments and returns the first 1 MiB of its standard
-  /// output as repaired UTF-8. Blocks until the tool has ended; after `timeout` seconds it is stopped
-  /// (SIGTERM, one second later SIGKILL) and reaped. Throws `CompressionError` (`toolMissing`, `toolFailed`,
-  /// `fileOperation`), `FileError`, or `Interrupted`. Nothing is left behind on any path.
-  std::string run(std::string_view tool, const std::vector<std::string>& arguments, double timeout) const;
+  /// Runs `directory()`/tool with exactly these arguments, confined to `files`, and returns the first 1 MiB
+  /// of its standard output as repaired UTF-8. Blocks until the tool has ended; after `timeout` seconds it is
+  /// stopped (SIGTERM, one second later SIGKILL) and reaped. Throws `CompressionError` (`toolMissing`,
+  /// `toolFailed`, `fileOperation`), `FileError`, or `Interrupted`. Nothing is left behind on any path.
+  std::string run(std::string_view tool, const std::vector<std::string>& arguments, double timeout,
+                  const Confinement& files = {}) const;
 
  private:
   URL directory_;

@@ -70,7 +70,8 @@ inline HEIFFile encodeHEIC(const Picture& picture, bool alpha = false, int bits 
   std::vector<std::string> arguments = {"-q", "95", (folder / "picture.png").path(), "-o",
                                         (folder / "picture.heic").path()};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  ToolRunner(URL::file("/usr/bin")).run("heif-enc", arguments, 120);
+  ToolRunner(URL::file("/usr/bin"))
+      .run("heif-enc", arguments, 120, {.readable = {}, .writable = {folder.url()}});
   return HEIFFile::read(folder / "picture.heic").without("colr");
 }
 

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -10,6 +11,9 @@
 #include "support/TemporaryFolder.h"
 
 namespace tidewell::test {
+
+/// Scripts start programs, which a confined tool cannot: tests that use any run their tools unconfined.
+inline const bool scriptsStartPrograms = setenv("TIDEWELL_CONFINE", "off", 1) == 0;
 
 /// Writes an executable shell script, a stand-in for a tool.
 inline URL writeScript(const TemporaryFolder& folder, std::string_view name, std::string_view body) {

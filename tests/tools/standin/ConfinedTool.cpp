@@ -1,0 +1,161 @@
+// Stands in for a tool that an image has taken over. Tries all that such a tool might, and some of what it
+// must be able to, and names on standard output what it got done.
+//
+//   confined_tool FOLDER     with "original", "key", "victim", "socket" and the directory "work" in it
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <thread>
+
+namespace {
+
+std::string folder;
+
+std::string at(const char* name) {
+  return folder + "/" + name;
+}
+bool opens(const std::string& path, int flags) {
+  const int file = open(path.c_str(), flags | O_CLOEXEC, 0600);
+  if (file >= 0) close(file);
+  return file >= 0;
+}
+bool copies(const char* from, const std::string& to, int flags) {
+  const int input = open(from, O_RDONLY | O_CLOEXEC);
+  const int output = open(to.c_str(), flags | O_WRONLY | O_CLOEXEC, 0600);
+  char data[64];
+  const ssize_t count = read(input, data, sizeof data);
+  return count > 0 && write(output, data, static_cast<std::size_t>(count)) == count;
+}
+bool connects() {
+  const int end = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strncpy(address.sun_path, at("socket").c_str(), sizeof address.sun_path - 1);
+  return end >= 0 && connect(end, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+bool child(long pid) {
+  if (pid == 0) _exit(0);
+  return pid > 0 && waitpid(static_cast<pid_t>(pid), nullptr, 0) > 0;
+}
+bool clones() {
+  std::uint64_t arguments[8] = {};
+  arguments[4] = SIGCHLD;
+  return child(syscall(SYS_clone3, arguments, sizeof arguments));
+}
+bool startsThread() {
+  bool ran = false;
+  std::thread([&] { ran = true; }).join();
+  return ran;
+}
+
+int original() {
+  static const int file = open(at("original").c_str(), O_RDONLY | O_CLOEXEC);
+  return file;
+}
+
+const struct {
+  const char* name;
+  std::function<bool()> attempt;
+} attempts[] = {
+    // What a tool does.
+    {"read", [] { return opens(at("original"), O_RDONLY); }},
+    {"write", [] { return copies(at("original").c_str(), at("work/new"), O_CREAT | O_TRUNC); }},
+    {"rename", [] { return rename(at("work/new").c_str(), at("work/output").c_str()) == 0; }},
+    {"read-back", [] { return copies(at("work/output").c_str(), at("work/more"), O_CREAT | O_EXCL); }},
+    {"remove", [] { return unlink(at("work/more").c_str()) == 0; }},
+    {"thread", startsThread},
+    {"maps", [] { return opens("/proc/self/maps", O_RDONLY); }},
+    {"devices", [] { return copies("/dev/urandom", "/dev/null", 0); }},
+    {"processors", [] { return opens("/sys/devices/system/cpu/possible", O_RDONLY); }},
+    {"own-signal", [] { return raise(SIGCONT) == 0 && kill(getpid(), SIGCONT) == 0; }},
+    {"own-limit", [] { return sysconf(_SC_OPEN_MAX) > 0; }},
+    // Files.
+    {"read-key", [] { return opens(at("key"), O_RDONLY); }},
+    {"list", [] { return opens(folder, O_RDONLY | O_DIRECTORY); }},
+    {"read-other-process", [] { return opens("/proc/" + std::to_string(getppid()) + "/environ", O_RDONLY); }},
+    {"write-original", [] { return opens(at("original"), O_WRONLY); }},
+    {"make", [] { return opens(at("made"), O_WRONLY | O_CREAT); }},
+    {"empty-original", [] { return opens(at("original"), O_RDONLY | O_TRUNC); }},
+    {"empty-key", [] { return opens(at("key"), O_ACCMODE | O_TRUNC); }},
+    {"truncate", [] { return truncate(at("original").c_str(), 0) == 0; }},
+    {"link", [] { return link(at("original").c_str(), at("work/link").c_str()) == 0; }},
+    {"symlink", [] { return symlink(at("key").c_str(), at("work/symlink").c_str()) == 0; }},
+    {"remove-victim", [] { return unlink(at("victim").c_str()) == 0; }},
+    {"replace", [] { return rename(at("work/output").c_str(), at("original").c_str()) == 0; }},
+    // Attributes.
+    {"chmod", [] { return chmod(at("original").c_str(), 0666) == 0; }},
+    {"fchmod", [] { return fchmod(original(), 0666) == 0; }},
+    {"chown", [] { return lchown(at("original").c_str(), getuid(), getgid()) == 0; }},
+    {"utimes", [] { return utimensat(AT_FDCWD, at("original").c_str(), nullptr, 0) == 0; }},
+    {"setxattr", [] { return setxattr(at("original").c_str(), "user.tidewell", "x", 1, 0) == 0; }},
+    {"flags",
+     [] {
+       long flags = 0;
+       return ioctl(original(), FS_IOC_GETFLAGS, &flags) == 0;
+     }},
+    {"type-ahead", [] { return ioctl(original(), TIOCSTI, "x") == 0; }},
+    // Sockets and processes.
+    {"connect", connects},
+    {"socketpair",
+     [] {
+       int ends[2];
+       return socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0;
+     }},
+    {"fork", [] { return child(fork()); }},
+    {"vfork", [] { return child(vfork()); }},  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
+    {"clone", clones},
+    {"execute", [] { return execl("/nowhere", "nowhere", nullptr) == 0; }},
+    {"kill", [] { return kill(getppid(), 0) == 0; }},
+    {"kill-thread", [] { return syscall(SYS_tgkill, getppid(), getppid(), 0) == 0; }},
+    {"kill-by-file", [] { return fcntl(original(), F_SETOWN, getppid()) == 0; }},
+    {"limit-parent",
+     [] {
+       rlimit limit{};
+       return prlimit(getppid(), RLIMIT_NOFILE, nullptr, &limit) == 0;
+     }},
+    {"trace", [] { return ptrace(PTRACE_PEEKDATA, getppid(), nullptr, nullptr) != -1; }},
+    {"outlive", [] { return prctl(PR_SET_PDEATHSIG, 0) == 0; }},
+    {"leave-group", [] { return setpgid(0, 0) == 0; }},
+    {"memory-file", [] { return memfd_create("file", 0) >= 0; }},
+};
+
+/// Whether the kernel let the call through; what it then thought of the arguments is another matter.
+bool wasLetThrough(const std::function<bool()>& attempt) {
+  errno = 0;
+  return attempt() || (errno != EACCES && errno != EPERM && errno != ENOSYS && errno != EXDEV);
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 2) std::abort();
+  folder = arguments[1];
+  for (const auto& [name, attempt] : attempts) {
+    if (wasLetThrough(attempt)) std::puts(name);
+  }
+  std::fflush(stdout);
+  return 0;
+}
