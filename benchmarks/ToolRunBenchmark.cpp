@@ -30,9 +30,16 @@ void toolRun(benchmark::State& state) {
   // A service that has decoded large images: spawning must not cost what copying its page tables costs.
   const std::vector<char> resident(static_cast<std::size_t>(state.range(0)) << 20, 1);
   const tidewell::ToolRunner tools(tidewell::URL::file("/usr/bin"));
-  for (auto _ : state) benchmark::DoNotOptimize(tools.run("true", {}, 180));
+  tidewell::Confinement files{.readable = {tidewell::URL::file("/etc/passwd")},
+                              .writable = {tidewell::URL::file("/tmp")}};
+  if (state.range(1) == 0) files.means = {};
+  for (auto _ : state) benchmark::DoNotOptimize(tools.run("true", {}, 180, files));
 }
-BENCHMARK(toolRun)->Arg(0)->Arg(256)->ArgName("residentMiB")->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(toolRun)
+    ->ArgsProduct({{0, 256}, {0, 1}})
+    ->ArgNames({"residentMiB", "confined"})
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
