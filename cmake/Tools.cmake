@@ -1,6 +1,12 @@
-# The programs that the service runs (cjpegli, ssimulacra2, pngquant, gifsicle, oxipng) beside the executable, in
-# the build tree as in an installed one. Configuring copies what this machine has and never fetches anything;
-# the target "tools" gets the rest.
+# The programs that the service runs, those of packaging/tools.txt, beside the executable, in the build tree as in an
+# installed one, and with them tools.json, which says what they are. Configuring copies what this machine has and never
+# fetches anything; the target "tools" gets the rest.
+
+set(tools_manifest "${CMAKE_SOURCE_DIR}/packaging/tools.txt")
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${tools_manifest}")
+file(STRINGS "${tools_manifest}" tools_names REGEX "^programs: ")
+list(TRANSFORM tools_names REPLACE "^programs: " "")
+string(REPLACE ";" " " tools_names "${tools_names}")
 
 # Relative to the prefix: the executable looks for ../lib/tidewell/tools, whatever the platform's library folder.
 set(tools_folder lib/tidewell/tools)
@@ -25,7 +31,7 @@ add_custom_target(tools
 # What lies there at the time of installing, whether it came by configuring or by the target.
 install(DIRECTORY "${tools_directory}/" DESTINATION ${tools_folder} USE_SOURCE_PERMISSIONS)
 install(CODE "
-  foreach(tool cjpegli ssimulacra2 pngquant gifsicle oxipng)
+  foreach(tool ${tools_names} tools.json)
     if(NOT EXISTS \"${tools_directory}/\${tool}\")
       message(NOTICE \"Not installed, it is not in the build tree: \${tool}\")
     endif()

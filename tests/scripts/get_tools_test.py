@@ -1,0 +1,178 @@
+#!/usr/bin/python3
+"""What scripts/get-tools takes and refuses, with stand-ins for the programs, their sources and the network.
+
+    get_tools_test.py REPOSITORY [unittest options]
+"""
+
+import hashlib
+import io
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tarfile
+import tempfile
+import unittest
+
+REPOSITORY = pathlib.Path(sys.argv.pop(1)).resolve()
+
+# A program that passes get-tools's trial of gifsicle or oxipng: it writes the head of an image where it is told to.
+STAND_IN = """#!/bin/bash
+if [[ $1 == --version ]]; then echo '{answer}'; exit; fi
+while (($# > 1)); do
+  case $1 in -o) printf '{gif}' >"$2" ;; --out) printf '{png}' >"$2" ;; esac
+  shift
+done
+"""
+ENTRIES = {
+    "gifsicle": dict(version="1.96", origin="debian-source trixie gifsicle", answer="LCDF Gifsicle 1.96"),
+    "oxipng": dict(version="9.1.5", origin="crate oxipng", answer="oxipng 9.1.5", needs="1.74"),
+}
+TARBALL = io.BytesIO()
+with tarfile.open(fileobj=TARBALL, mode="w:gz") as archive:
+    for name in ("src", "src/.keep", "configure"):
+        member = tarfile.TarInfo("gifsicle/" + name)
+        member.type, member.mode = (tarfile.DIRTYPE if name == "src" else tarfile.REGTYPE), 0o755
+        archive.addfile(member)
+
+
+def sha256(data):
+    return hashlib.sha256(data).hexdigest()
+
+
+class GetTools(unittest.TestCase):
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory(prefix="tidewell-tools-")
+        self.addCleanup(holder.cleanup)
+        self.folder = pathlib.Path(holder.name)
+        self.destination = self.folder / "tools"
+        for name in ("checkout/scripts", "checkout/packaging", "bin", "offer", "host"):
+            (self.folder / name).mkdir(parents=True)
+        for path in pathlib.Path("/usr/bin").iterdir():
+            if path.name not in ENTRIES:  # the machine's own would count where any version does
+                (self.folder / "host" / path.name).symlink_to(path)
+        for name in ("get-tools", "tools-manifest.sh", "tools-build.sh"):
+            shutil.copy(REPOSITORY / "scripts" / name, self.folder / "checkout/scripts")
+        self.program("../checkout/scripts/install-packages", "#!/bin/sh\n")
+
+    def program(self, name, text):
+        path = self.folder / "bin" / name
+        path.write_text(text)
+        path.chmod(0o755)
+
+    def stand_in(self, answer, works=True):
+        return STAND_IN.format(answer=answer, gif="GIF89a" if works else "", png=r"\x89PNG" if works else "")
+
+    def manifest(self, name, **changes):
+        entry = {**ENTRIES[name], "sha256": "0" * 64, "licence": "MIT", "programs": name, "probe": "--version", **changes}
+        lines = [f"[{name}]", *(f"{key}: {value}" for key, value in entry.items() if value)]
+        (self.folder / "checkout/packaging/tools.txt").write_text("\n".join(lines) + "\n")
+
+    def get(self, *options, unpinned=""):
+        """Runs get-tools; returns its status and errors, and what tools.json says of the one program, if it is there."""
+        environment = dict(os.environ, PATH=f"{self.folder}/bin:{self.folder}/host", CARGO_HOME=f"{self.folder}/cargo",
+                           XDG_CACHE_HOME=f"{self.folder}/cache", TIDEWELL_UNPINNED=unpinned)
+        done = subprocess.run([self.folder / "checkout/scripts/get-tools", *options, self.destination], env=environment,
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=120)
+        tools = []
+        if (self.destination / "tools.json").exists():
+            tools = json.loads((self.destination / "tools.json").read_text())["tools"]
+        for tool in tools:
+            self.assertEqual(tool["sha256"], sha256((self.destination / tool["name"]).read_bytes()))
+        self.assertEqual({p.name for p in self.destination.glob("*")} - {"tools.json"}, {t["name"] for t in tools})
+        return done.returncode, done.stderr, tools[0] if tools else None
+
+    def test_on_path(self):
+        none = (1, None)
+        cases = [
+            ("LCDF Gifsicle 1.96", True, "", (0, ("1.96", True))),
+            ("LCDF Gifsicle 1.96", False, "", none),
+            ("LCDF Gifsicle 1.96.1", True, "", none),
+            ("LCDF Gifsicle 1.93", True, "", none),
+            ("LCDF Gifsicle 1.93", True, "oxipng", none),
+            ("LCDF Gifsicle 1.93", True, "oxipng gifsicle", (0, ("1.93", False))),
+            ("LCDF Gifsicle 1.93", True, "all", (0, ("1.93", False))),
+            ("LCDF Gifsicle 1.93", False, "all", none),
+        ]
+        self.manifest("gifsicle")
+        for answer, works, unpinned, expected in cases:
+            with self.subTest(answer=answer, works=works, unpinned=unpinned):
+                self.program("gifsicle", self.stand_in(answer, works))
+                status, _, tool = self.get("--cached", unpinned=unpinned)
+                self.assertEqual((status, tool and (tool["version"], tool["pinned"])), expected)
+                self.assertFalse(tool and tool["origin"] != "PATH")
+
+    def offer(self, name, version):
+        """Lets apt-get or cargo hand out a source of that version; returns its bytes."""
+        source = TARBALL.getvalue() if name == "gifsicle" else b"the crate"
+        offered = self.folder / "offer"
+        shutil.rmtree(offered)
+        offered.mkdir()
+        file = offered / (f"gifsicle_{version}.orig.tar.gz" if name == "gifsicle" else f"oxipng-{version}.crate")
+        file.write_bytes(source)
+        built = offered / "built"
+        built.write_text(self.stand_in(ENTRIES[name]["answer"]))
+        built.chmod(0o755)
+        self.program("apt-config", "#!/bin/sh\n")
+        self.program("autoreconf", "#!/bin/sh\n")
+        self.program("make", f"#!/bin/sh\ncp {built} src/gifsicle\n")
+        self.program("apt-get", f"""#!/bin/bash
+case "$*" in
+  *--print-uris*) echo "'mirror:/debian/dists/trixie/InRelease' x" ;;
+  source*) cp {file} . ;;
+esac
+""")
+        self.program("cargo", f"""#!/bin/bash
+if [[ $1 == --version ]]; then echo 'cargo 1.80.0 (x)'; exit; fi
+while [[ $1 != --root ]]; do shift; done
+mkdir -p "$CARGO_HOME/registry/cache/a" "$2/bin" && cp {built} "$2/bin/oxipng"
+rm -f "$CARGO_HOME"/registry/cache/a/* && cp {file} "$CARGO_HOME/registry/cache/a"
+""")
+        return source
+
+    def test_sources(self):
+        cases = [  # is the checksum accepted, which version is offered, TIDEWELL_UNPINNED, is there a tool, is it pinned
+            (True, None, "", True, True),
+            (False, None, "", False, None),
+            (False, None, "jpeg-xl", False, None),
+            (False, None, "all", True, False),
+            (True, "1.97", "", False, None),
+            (True, "1.97", "gifsicle oxipng", True, False),
+        ]
+        for name, entry in ENTRIES.items():
+            for accepted, version, unpinned, there, pinned in cases:
+                with self.subTest(name, accepted=accepted, version=version, unpinned=unpinned):
+                    shutil.rmtree(self.folder / "cache", ignore_errors=True)
+                    shutil.rmtree(self.destination, ignore_errors=True)
+                    source = self.offer(name, version or entry["version"])
+                    sums = "1" * 64 + " " + (sha256(source) if accepted else "2" * 64)
+                    self.manifest(name, sha256=sums)
+                    status, errors, tool = self.get(unpinned=unpinned)
+                    self.assertEqual((status == 0, tool and tool["pinned"]), (there, pinned), errors)
+                    if not there:
+                        self.assertRegex(errors, "accepted checksums|the pin is|could be looked at")
+                        self.assertEqual(list((self.folder / "cache").glob(f"*/tools/{name}-*")), [])
+                        continue
+                    self.assertEqual(tool["origin"], entry["origin"])
+                    # What is kept counts for these pins only, and what was let through only where it still is.
+                    shutil.rmtree(self.destination)
+                    self.assertEqual(self.get("--cached")[0] == 0, pinned)
+                    self.manifest(name, sha256=sums, version="99", answer="none 99")
+                    self.assertEqual(self.get("--cached")[::2], (1, None))
+
+    def test_broken_manifests(self):
+        self.program("gifsicle", self.stand_in(ENTRIES["gifsicle"]["answer"]))
+        good = dict(sha256="0" * 64)
+        for changes in (dict(sha256=None), dict(sha256="12"), dict(version=None), dict(licence=None),
+                        dict(chek="x"), dict(origin='a "quoted" one'), dict(programs="gifsicle\nprograms: oxipng")):
+            with self.subTest(**changes):
+                self.manifest("gifsicle", **{**good, **changes})
+                status, errors, tool = self.get("--cached")
+                self.assertEqual((status, tool), (1, None))
+                self.assertIn("the manifest is broken", errors)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
