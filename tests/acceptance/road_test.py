@@ -191,6 +191,7 @@ class PNG(Road):
         yield "turned.png", saved(photo, exif=exif)
         yield "p3.png", saved(photo, icc_profile=images.DISPLAY_P3)
         yield "adobe.png", saved(photo, icc_profile=images.ADOBE_RGB)
+        yield "p3-few-colours.png", saved(Image.fromarray(images.screenshot(400, 300)), icc_profile=images.DISPLAY_P3)
         yield "srgb.png", images.with_chunk(saved(photo), b"sRGB", b"\0")
         yield "gamma.png", images.with_chunk(saved(photo), b"gAMA", (45455).to_bytes(4, "big"))
         yield "linear.png", images.with_chunk(saved(photo), b"gAMA", (100000).to_bytes(4, "big"))
@@ -219,6 +220,9 @@ class PNG(Road):
                     wide = "I" if old.mode.startswith("I") else "RGBA"
                     self.assertTrue(numpy.array_equal(numpy.asarray(old.convert(wide)), numpy.asarray(new.convert(wide))))
                 self.assertLess(numpy.abs(as_srgb(old) - as_srgb(new)).mean(), 6)
+                if name == "p3-few-colours.png":  # the quantiser has a colour engine: the colours become those of sRGB
+                    self.assertRegex(report["selectedEncoder"], "^pngquant")
+                    self.assertEqual(("srgb" in new.info, "icc_profile" in new.info), (True, False))
                 if name == "icon.png":
                     alpha = [numpy.asarray(i.convert("RGBA"))[..., 3].astype(int) for i in (old, new)]
                     self.assertLess(numpy.abs(alpha[0] - alpha[1]).mean(), 2)
