@@ -26,6 +26,7 @@ cache_entry() {
   case $entry in
     jpeg-xl) options=("${jpegxl_options[@]}") ;;
     gifsicle) options=("${gifsicle_options[@]}") ;;
+    *) read -ra options <<<"$(pin "$entry" features)" ;;
   esac
   if [[ $2 == unpinned ]]; then options+=(unpinned); fi
   # shellcheck source=/dev/null
@@ -134,7 +135,8 @@ build_crate() {
   local directory=$1 entry=$2 name version crate checked=no
   read -r _ name <<<"$(pin "$entry" origin)"
   version=$(pin "$entry" version)
-  CARGO_TARGET_DIR=$directory/tree cargo install --locked --version "=$version" --root "$directory" --no-track "$name"
+  CARGO_TARGET_DIR=$directory/tree cargo install --locked --version "=$version" --features "$(pin "$entry" features)" \
+    --root "$directory" --no-track "$name"
   for crate in "${CARGO_HOME:-$HOME/.cargo}"/registry/cache/*/"$name-$version.crate"; do
     [[ -e $crate ]] || continue
     check_pin "$entry" "$crate"

@@ -13,7 +13,7 @@ read_manifest() {
     if [[ $line =~ ^\[([a-z0-9-]+)\]$ && " ${entries[*]} " != *" ${BASH_REMATCH[1]} "* ]]; then
       entry=${BASH_REMATCH[1]}
       entries+=("$entry")
-    elif [[ -n $entry && $line =~ ^(version|origin|sha256|licence|programs|part-of|needs|probe|answer):\ ([^\"\\]+)$ &&
+    elif [[ -n $entry && $line =~ ^(version|origin|sha256|licence|programs|part-of|needs|features|probe|answer):\ ([^\"\\]+)$ &&
       -z ${pins[$entry ${BASH_REMATCH[1]}]-} ]]; then
       pins[$entry ${BASH_REMATCH[1]}]=${BASH_REMATCH[2]}
     elif [[ -n $line && $line != '#'* ]]; then

@@ -159,7 +159,10 @@ rm -f "$CARGO_HOME"/registry/cache/a/* && cp {file} "$CARGO_HOME/registry/cache/
                     # What is kept counts for these pins only, and what was let through only where it still is.
                     shutil.rmtree(self.destination)
                     self.assertEqual(self.get("--cached")[0] == 0, pinned)
-                    self.manifest(name, sha256=sums, version="99", answer="none 99")
+                    shutil.move(self.folder / "cache", self.folder / "gone")
+                    self.assertEqual(self.get("--cached")[0] == 0, pinned)
+                    shutil.move(self.folder / "gone", self.folder / "cache")
+                    self.manifest(name, sha256=sums + " " + "3" * 64)
                     self.assertEqual(self.get("--cached")[::2], (1, None))
 
     def test_broken_manifests(self):
