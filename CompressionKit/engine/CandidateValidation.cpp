@@ -24,7 +24,7 @@ class Validation {
 
     std::optional<double> score;
     if (rules_.losslessCandidate) {
-      if (!ImageFacts::pixelsEqual(rules_.losslessCandidate->url, output_)) {
+      if (!ImageFacts::pixelsEqual(rules_.losslessCandidate->url, output_, stop_)) {
         return rejected("pixels_changed", bytes_);
       }
       score = rules_.losslessCandidate->score;
@@ -41,7 +41,7 @@ class Validation {
 
  private:
   ImageFacts inspected() const {
-    ImageFacts facts = ImageFacts::inspect(output_);
+    ImageFacts facts = ImageFacts::inspect(output_, stop_);
     if (!run_.original.compatible(facts, rules_.allowsSRGBConversion)) {
       record("rejected", "metadata_mismatch", bytes_, std::nullopt,
              run_.original.profileName.value_or("none") + " -> " + facts.profileName.value_or("none"));
@@ -51,15 +51,15 @@ class Validation {
   }
 
   bool samePixels() const {
-    if (run_.original.kind == ImageKind::gif) return ImageFacts::gifFramesEqual(run_.url, output_);
-    if (run_.original.kind == ImageKind::png) return ImageFacts::pixelsEqual(run_.url, output_);
+    if (run_.original.kind == ImageKind::gif) return ImageFacts::gifFramesEqual(run_.url, output_, stop_);
+    if (run_.original.kind == ImageKind::png) return ImageFacts::pixelsEqual(run_.url, output_, stop_);
     return true;
   }
 
   bool alphaSurvives(const ImageFacts& facts) const {
     if (run_.original.kind != ImageKind::png || !(run_.original.hasAlpha || facts.hasAlpha)) return true;
-    return rules_.isLossy ? ImageFacts::quantizedAlphaWithin(run_.url, output_)
-                          : ImageFacts::alphaDeviationWithin(run_.url, output_, 0);
+    return rules_.isLossy ? ImageFacts::quantizedAlphaWithin(run_.url, output_, stop_)
+                          : ImageFacts::alphaDeviationWithin(run_.url, output_, 0, stop_);
   }
 
   double minimumScore() const {
@@ -84,6 +84,7 @@ class Validation {
   const std::string& encoder_;
   const ValidationRules& rules_;
   const std::int64_t bytes_;
+  const StopToken stop_ = run_.tools().stopToken();
 };
 
 }  // namespace

@@ -97,7 +97,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   CompressionTrace& trace = saved.trace;
   tools_.stopToken().throwIfStopped();
   requireRegularFile(url);
-  const ImageFacts original = ImageFacts::inspect(url);
+  const ImageFacts original = ImageFacts::inspect(url, tools_.stopToken());
   trace.profile = original.profileName;
   const std::int64_t originalBytes = fileSize(url);
   std::string originalHash = hash(url);

@@ -57,7 +57,9 @@ std::optional<Candidate> withSharedPalette(const CompressionRun& run, const URL&
 
 void trySharedPalettes(CompressionRun& run) {
   std::optional<URL> sample;
-  run.attempt([&] { sample = GIFPalette::sample(gifReferenceFrames(run), run.workingDirectory); });
+  run.attempt([&] {
+    sample = GIFPalette::sample(gifReferenceFrames(run), run.workingDirectory, run.tools().stopToken());
+  });
   if (!sample) return;
   bool accepted = false;
   // 255, not 256: gifsicle needs one entry for transparency.

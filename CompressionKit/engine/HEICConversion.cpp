@@ -4,11 +4,11 @@
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/HEICDecoder.h"
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/HEICDecoder.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
 
 namespace tidewell {

@@ -42,7 +42,8 @@ std::optional<Candidate> encoded(const CompressionRun& run, const std::string& c
   const URL output = run.workingFile("jpegli-" + chroma + "-" + number + ".jpg");
   run.runTool("cjpegli", {run.url.path(), output.path(), "--quality=" + number,
                           "--chroma_subsampling=" + chroma, "--quiet"});
-  JPEGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output);
+  JPEGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output,
+                                    run.tools().stopToken());
   return validated(run, output, "Jpegli q" + number + " " + chroma,
                    {.acceptLarger = true, .minimumScore = minimumScore});
 }

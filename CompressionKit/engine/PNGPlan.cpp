@@ -25,7 +25,8 @@ std::optional<Candidate> quantised(const CompressionRun& run, const Rung& rung, 
   const URL output = run.workingFile("quant-" + std::to_string(number) + ".png");
   run.runTool("pngquant", {"--quality=0-" + rung.maximumQuality, "--speed", rung.speed,
                            "--floyd=" + rung.dither, "--output", output.path(), "--", run.url.path()});
-  PNGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output);
+  PNGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output,
+                                   run.tools().stopToken());
   return validated(run, output,
                    "pngquant q" + rung.maximumQuality + " floyd" + rung.dither + " s" + rung.speed,
                    {.allowsSRGBConversion = true});

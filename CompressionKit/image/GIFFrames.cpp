@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -10,11 +9,12 @@
 #include <vector>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/PNGWriter.h"
+#include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
-#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell {
 namespace {
@@ -79,7 +79,8 @@ class IndexedFrame {
 /// Frames are written as they are while all of them together take no more than this.
 constexpr std::int64_t maximumStoredBytes = std::int64_t{256} << 20;
 
-void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFrame& frame) {
+void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFrame& frame,
+                 const StopToken& stop) {
   auto rows = gif.rows(index);
   PNGWriter::Options options{
       .width = rows->width(), .height = rows->height(), .hasAlpha = true, .bitsPerSample = 8, .color = {}};
@@ -96,7 +97,10 @@ void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFra
     throw CompressionError::fileOperation("无法创建动图验证帧");
   }
   if (indexed) {
-    for (std::int64_t y = 0; y < options.height; ++y) writer->writeStraightRow(frame.row(y, options.width));
+    for (std::int64_t y = 0; y < options.height; ++y) {
+      stop.throwIfStopped();
+      writer->writeStraightRow(frame.row(y, options.width));
+    }
   } else {
     rows = gif.rows(index);
     std::vector<std::uint8_t> row(static_cast<std::size_t>(options.width) * 4);
@@ -110,25 +114,14 @@ void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFra
 
 }  // namespace
 
-std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& directory) {
-  const auto asInvalid = [](const auto& work) {
-    try {
-      return work();
-    } catch (const ImageDecodeError&) {
-      throw CompressionError::invalidImage();
-    } catch (const FileError& error) {
-      // A full disk is worth its own words; a file that cannot be read is not.
-      if (error.code() == ENOSPC || error.code() == EDQUOT) throw;
-      throw CompressionError::invalidImage();
-    }
-  };
-  const auto source = asInvalid([&] { return ImageSource::open(gif); });
+std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& directory, const StopToken& stop) {
+  const auto source = decoding([&] { return ImageSource::open(gif, stop); });
   files::createDirectories(directory, 0777, files::Durability::cached);
   std::vector<URL> frames;
   IndexedFrame frame;
   for (std::size_t i = 0; i < source->count(); ++i) {
     frames.push_back(directory.appending("frame-" + std::to_string(i) + ".png"));
-    asInvalid([&] { exportFrame(*source, i, frames.back(), frame); });
+    decoding([&] { exportFrame(*source, i, frames.back(), frame, stop); });
   }
   return frames;
 }

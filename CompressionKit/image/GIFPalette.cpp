@@ -5,12 +5,12 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/PNGBytes.h"
+#include "CompressionKit/codecs/PNGWriter.h"
+#include "CompressionKit/codecs/Views.h"
+#include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/Bitmap.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
-#include "CompressionKit/platform/codecs/PNGBytes.h"
-#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell {
 namespace {
@@ -21,8 +21,8 @@ constexpr std::size_t maximumPaletteBytes = 768;
 
 /// Frame `url` at exactly the cell's size. A frame of another shape, which an animation's canvas never has,
 /// is brought to it by nearest pixels.
-Bitmap cell(const URL& url, std::int64_t width, std::int64_t height) {
-  const auto source = ImageSource::open(url);
+Bitmap cell(const URL& url, std::int64_t width, std::int64_t height, const StopToken& stop) {
+  const auto source = ImageSource::open(url, stop);
   Bitmap image = views::thumbnail(*source, 0, std::max(width, height), false);
   if (image.width == width && image.height == height) return image;
   Bitmap scaled{
@@ -40,10 +40,10 @@ Bitmap cell(const URL& url, std::int64_t width, std::int64_t height) {
 
 }  // namespace
 
-URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory) {
+URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory, const StopToken& stop) {
   if (frames.empty()) throw CompressionError::invalidImage();
-  try {
-    const ImageProperties first = ImageSource::open(frames.front())->properties(0);
+  return decoding([&] {
+    const ImageProperties first = ImageSource::open(frames.front(), stop)->properties(0);
     const std::size_t cells = std::min(frames.size(), maximumCells);
     const double scale = std::min(
         static_cast<double>(maximumCellSide) / static_cast<double>(std::max(first.width, first.height)), 1.0);
@@ -61,16 +61,12 @@ URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory) {
     // Cell 0 stands at the bottom, so the file's first rows are those of the last one.
     for (std::size_t i = cells; i-- > 0;) {
       const std::size_t index = cells == 1 ? 0 : i * (frames.size() - 1) / (cells - 1);
-      const Bitmap image = cell(frames[index], width, height);
+      const Bitmap image = cell(frames[index], width, height, stop);
       for (std::int64_t y = 0; y < height; ++y) writer.writeRow(image.row(y));
     }
     writer.finish();
     return url;
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
-  } catch (const FileError&) {
-    throw CompressionError::invalidImage();
-  }
+  });
 }
 
 void GIFPalette::colourMap(const URL& palettePNG, const URL& destination) {

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 
 /// One palette for a whole animation: what a quantiser looks at, and what gifsicle reads.
@@ -9,8 +10,8 @@ namespace tidewell::GIFPalette {
 
 /// Writes "gif-colour-sample.png" into `directory`: reduced copies of up to eight evenly spaced frames, one
 /// above the other (the first at the bottom). Each frame is a single-image file. Throws
-/// `CompressionError::invalidImage`.
-URL sample(const std::vector<URL>& frames, const URL& directory);
+/// `CompressionError::invalidImage`, `Interrupted`, and `FileError` when the disk is full.
+URL sample(const std::vector<URL>& frames, const URL& directory, const StopToken& stop = {});
 
 /// Writes the first PLTE chunk of a PNG as a gifsicle colour map: one "red green blue" line per entry.
 /// Throws `CompressionError::invalidImage` or `FileError`.

@@ -5,10 +5,10 @@
 #include <memory>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/JPEGMetadata.h"
 #include "CompressionKit/image/PNGMetadata.h"
-#include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 namespace {
@@ -45,7 +45,7 @@ bool profilesAgree(const ImageFacts& original, const ImageFacts& candidate, bool
 
 ImageFacts inspectSource(ImageSource& source, ImageKind kind, const URL& url) {
   if (source.count() < 1) throw CompressionError::invalidImage();
-  if (!kind.accepts(source.typeIdentifier())) throw CompressionError::formatMismatch();
+  if (!kind.accepts(source.container())) throw CompressionError::formatMismatch();
   source.verify(0);
 
   ImageFacts facts;
@@ -53,10 +53,10 @@ ImageFacts inspectSource(ImageSource& source, ImageKind kind, const URL& url) {
   facts.hasJPEGMultiPictureData = kind == ImageKind::jpeg && JPEGMetadata::hasMultiplePictures(url);
   const ImageProperties properties = source.properties(0);
   facts.frameCount = static_cast<std::int64_t>(source.count());
-  facts.gifLoopCount = source.gifLoopCount();
+  facts.gifLoopCount = properties.loopCount;
   if (kind == ImageKind::gif) {
     for (std::size_t i = 0; i < source.count(); ++i) {
-      facts.gifFrameDelays.push_back(source.properties(i).gifDelay.value_or(0));
+      facts.gifFrameDelays.push_back(source.properties(i).delay.value_or(0));
     }
   }
   facts.hasAlpha = properties.hasAlpha;
@@ -69,17 +69,11 @@ ImageFacts inspectSource(ImageSource& source, ImageKind kind, const URL& url) {
 
 }  // namespace
 
-ImageFacts ImageFacts::inspect(const URL& url) {
+ImageFacts ImageFacts::inspect(const URL& url, const StopToken& stop) {
   const auto kind = ImageKind::from(url);
-  if (kind == ImageKind::png) PNGMetadata::validateStatic(url);
+  if (kind == ImageKind::png) PNGMetadata::validateStatic(url, stop);
   if (!kind) throw CompressionError::invalidImage();
-  try {
-    return inspectSource(*ImageSource::open(url), *kind, url);
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
-  } catch (const FileError&) {
-    throw CompressionError::invalidImage();
-  }
+  return decoding([&] { return inspectSource(*ImageSource::open(url, stop), *kind, url); });
 }
 
 bool ImageFacts::compatible(const ImageFacts& candidate, bool allowSRGBConversion) const {

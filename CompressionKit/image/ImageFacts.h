@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CompressionKit/image/ImageKind.h"
+#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
@@ -26,8 +27,9 @@ struct ImageFacts {
   bool operator==(const ImageFacts&) const = default;
 
   /// Proves that the file decodes completely and that its content agrees with its extension. Throws
-  /// `CompressionError` (`invalidImage`, `formatMismatch`) and what `PNGMetadata::validateStatic` throws.
-  static ImageFacts inspect(const URL& url);
+  /// `CompressionError` (`invalidImage`, `formatMismatch`), `Interrupted` and what
+  /// `PNGMetadata::validateStatic` throws.
+  static ImageFacts inspect(const URL& url, const StopToken& stop = {});
 
   /// Called on the original's facts: whether the candidate keeps the original's observable properties.
   /// `allowSRGBConversion`: the candidate may have been converted to sRGB (PNG only).
@@ -35,19 +37,20 @@ struct ImageFacts {
 
   // Comparisons by decoded pixels, original first. They walk both images in bands of at most 1,048,576
   // pixels, decoded in step, and stop at the first difference. Any failure counts as a difference; they
-  // never throw.
+  // throw nothing but `Interrupted`.
 
-  static bool pixelsEqual(const URL& original, const URL& candidate);
+  static bool pixelsEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
   /// Every alpha value differs by at most `tolerance`.
-  static bool alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance);
+  static bool alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
+                                   const StopToken& stop = {});
   /// The candidate's alpha stays within the limits of palette quantisation.
-  static bool quantizedAlphaWithin(const URL& original, const URL& candidate);
+  static bool quantizedAlphaWithin(const URL& original, const URL& candidate, const StopToken& stop = {});
   /// Same number of images, each rendering to equal bytes.
-  static bool gifFramesEqual(const URL& original, const URL& candidate);
+  static bool gifFramesEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
 
   /// Writes every frame of a GIF as "frame-<index>.png" into `directory` (made with its parents), in frame
-  /// order. Throws `CompressionError`, `FileError`; files written before a failure stay.
-  static std::vector<URL> exportGIFFrames(const URL& gif, const URL& directory);
+  /// order. Throws `CompressionError`, `FileError`, `Interrupted`; files written before a failure stay.
+  static std::vector<URL> exportGIFFrames(const URL& gif, const URL& directory, const StopToken& stop = {});
 
   /// The JPEG's first quantisation table with id 0 has an average step of at most 2. Reads at most 1 MiB;
   /// false on any failure.

@@ -34,18 +34,21 @@ std::string_view ImageKind::rawValue() const {
   return "heic";
 }
 
-bool ImageKind::accepts(std::string_view typeIdentifier) const {
-  switch (value_) {
-    case jpeg:
-      return typeIdentifier == "public.jpeg";
-    case png:
-      return typeIdentifier == "public.png";
-    case gif:
-      return typeIdentifier == "com.compuserve.gif";
-    case heic:
+bool ImageKind::accepts(Container container) const {
+  switch (container) {
+    case Container::jpeg:
+      return value_ == jpeg;
+    case Container::png:
+      return value_ == png;
+    case Container::gif:
+      return value_ == gif;
+    case Container::heic:
+    case Container::heif:
+      return value_ == heic;
+    case Container::avif:
       break;
   }
-  return typeIdentifier == "public.heic" || typeIdentifier == "public.heif";
+  return false;
 }
 
 }  // namespace tidewell

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string_view>
 
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
@@ -19,8 +20,8 @@ class ImageKind {
   static std::optional<ImageKind> from(const URL& url);
   static std::optional<ImageKind> fromRawValue(std::string_view rawValue);
   std::string_view rawValue() const;
-  /// Whether a container of this type may carry this kind's extension.
-  bool accepts(std::string_view typeIdentifier) const;
+  /// Whether such a container may carry this kind's extension.
+  bool accepts(Container container) const;
 
  private:
   Value value_;

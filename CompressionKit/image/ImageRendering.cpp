@@ -3,16 +3,17 @@
 #include <algorithm>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/Views.h"
+#include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell::ImageRendering {
 namespace {
 
 /// Without a maximum at full size.
 Bitmap decode(const URL& url, std::optional<std::int64_t> maximumPixelSize) {
-  try {
+  return decoding([&] {
     const auto source = ImageSource::open(url);
     if (source->count() < 1) throw CompressionError::invalidImage();
     const std::size_t index = source->primaryIndex();
@@ -27,11 +28,7 @@ Bitmap decode(const URL& url, std::optional<std::int64_t> maximumPixelSize) {
     if (bytes > static_cast<double>(ImageLimits::maximumResidentBytes))
       throw CompressionError::invalidImage();
     return views::thumbnail(*source, index, size, true);
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
-  } catch (const FileError&) {
-    throw CompressionError::invalidImage();
-  }
+  });
 }
 
 }  // namespace

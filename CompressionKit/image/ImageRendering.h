@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
+#include "CompressionKit/codecs/Bitmap.h"
 #include "CompressionKit/platform/OperationQueue.h"
 #include "CompressionKit/platform/URL.h"
-#include "CompressionKit/platform/codecs/Bitmap.h"
 
 /// Decoded images for display: upright, in standard range, with the colour tag of their file.
 namespace tidewell::ImageRendering {

@@ -7,11 +7,11 @@
 #include <string_view>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/OrientationExif.h"
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 
 namespace tidewell {
 namespace {
@@ -165,18 +165,13 @@ bool ImageFacts::hasFineJPEGQuantization(const URL& url) {
   });
 }
 
-void JPEGMetadata::preserveOrientation(int orientation, const URL& url) {
+void JPEGMetadata::preserveOrientation(int orientation, const URL& url, const StopToken& stop) {
   if (orientation < 1 || orientation > 8) throw CompressionError::validationFailed();
-  std::optional<int> current;
-  try {
-    const auto source = ImageSource::open(url);
-    if (source->typeIdentifier() != "public.jpeg") throw CompressionError::invalidImage();
-    current = source->properties(0).orientation;
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
-  } catch (const FileError&) {
-    throw CompressionError::invalidImage();
-  }
+  const auto current = decoding([&] {
+    const auto source = ImageSource::open(url, stop);
+    if (source->container() != Container::jpeg) throw CompressionError::invalidImage();
+    return source->properties(0).orientation;
+  });
   if (current.value_or(1) == orientation) return;
 
   const std::string data = files::read(url);

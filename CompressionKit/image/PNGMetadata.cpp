@@ -9,11 +9,11 @@
 #include <string_view>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/PNGBytes.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/OrientationExif.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/PNGBytes.h"
 
 namespace tidewell {
 namespace {
@@ -48,12 +48,13 @@ std::string orientationChunk(int orientation) {
 
 }  // namespace
 
-void PNGMetadata::validateStatic(const URL& url) {
+void PNGMetadata::validateStatic(const URL& url, const StopToken& stop) {
   const Descriptor file = files::openForReading(url);
   const std::uint64_t size = fileEnd(file, url);
   if (eightBytesAt(file, 0, url) != pngSignature) throw CompressionError::invalidImage();
   bool hasImageData = false;
   for (std::uint64_t offset = pngSignature.size();;) {
+    stop.throwIfStopped();
     if (size < offset + pngChunkOverhead) throw CompressionError::invalidImage();
     const std::string header = eightBytesAt(file, offset, url);
     if (header.size() < 8) throw CompressionError::invalidImage();
@@ -74,10 +75,10 @@ void PNGMetadata::validateStatic(const URL& url) {
   }
 }
 
-void PNGMetadata::preserveOrientation(int orientation, const URL& url) {
+void PNGMetadata::preserveOrientation(int orientation, const URL& url, const StopToken& stop) {
   if (orientation < 1 || orientation > 8) throw CompressionError::validationFailed();
   if (orientation == 1) return;
-  if (ImageFacts::inspect(url).orientation == orientation) return;
+  if (ImageFacts::inspect(url, stop).orientation == orientation) return;
 
   const std::string data = files::read(url);
   std::string output = data.substr(0, pngSignature.size());

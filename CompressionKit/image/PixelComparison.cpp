@@ -8,8 +8,9 @@
 #include <span>
 #include <vector>
 
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/ImageFacts.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "CompressionKit/platform/Error.h"
 
 namespace tidewell {
 namespace {
@@ -40,30 +41,39 @@ bool walkBands(RowReader& original, RowReader& candidate, const Check& check) {
   return true;
 }
 
-bool compareFirstImages(const URL& original, const URL& candidate, const Check& check) {
+/// The answer of a comparison; false when it fails.
+template <typename Comparison>
+bool holds(const Comparison& comparison) {
   try {
-    const auto first = ImageSource::open(original);
-    const auto second = ImageSource::open(candidate);
-    const auto firstRows = first->rows(0);
-    const auto secondRows = second->rows(0);
-    return walkBands(*firstRows, *secondRows, check);
+    return comparison();
+  } catch (const Interrupted&) {
+    throw;
   } catch (const std::exception&) {
     return false;
   }
 }
 
+bool compareFirstImages(const URL& original, const URL& candidate, const StopToken& stop,
+                        const Check& check) {
+  return holds([&] {
+    const auto first = ImageSource::open(original, stop);
+    const auto second = ImageSource::open(candidate, stop);
+    const auto firstRows = first->rows(0);
+    const auto secondRows = second->rows(0);
+    return walkBands(*firstRows, *secondRows, check);
+  });
+}
+
 /// Both images are opaque, of one size, and sound: there is no alpha to compare.
-bool areOpaque(const URL& original, const URL& candidate) {
-  try {
-    const auto first = ImageSource::open(original), second = ImageSource::open(candidate);
+bool areOpaque(const URL& original, const URL& candidate, const StopToken& stop) {
+  return holds([&] {
+    const auto first = ImageSource::open(original, stop), second = ImageSource::open(candidate, stop);
     const ImageProperties a = first->properties(0), b = second->properties(0);
     if (a.hasAlpha || b.hasAlpha || a.width != b.width || a.height != b.height) return false;
     first->verify(0);
     second->verify(0);
     return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+  });
 }
 
 bool bytesEqual(Band original, Band candidate) {
@@ -107,13 +117,14 @@ class AlphaStatistics {
 
 }  // namespace
 
-bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate) {
-  return compareFirstImages(original, candidate, bytesEqual);
+bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate, const StopToken& stop) {
+  return compareFirstImages(original, candidate, stop, bytesEqual);
 }
 
-bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance) {
-  if (areOpaque(original, candidate)) return true;
-  return compareFirstImages(original, candidate, [tolerance](Band a, Band b) {
+bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
+                                      const StopToken& stop) {
+  if (areOpaque(original, candidate, stop)) return true;
+  return compareFirstImages(original, candidate, stop, [tolerance](Band a, Band b) {
     for (std::size_t i = 3; i < a.size(); i += 4) {
       if (std::abs(a[i] - b[i]) > tolerance) return false;
     }
@@ -121,16 +132,17 @@ bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate,
   });
 }
 
-bool ImageFacts::quantizedAlphaWithin(const URL& original, const URL& candidate) {
+bool ImageFacts::quantizedAlphaWithin(const URL& original, const URL& candidate, const StopToken& stop) {
   AlphaStatistics statistics;
-  return compareFirstImages(original, candidate, [&](Band a, Band b) { return statistics.add(a, b); }) &&
+  return compareFirstImages(original, candidate, stop,
+                            [&](Band a, Band b) { return statistics.add(a, b); }) &&
          statistics.withinLimits();
 }
 
-bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate) {
-  try {
-    const auto first = ImageSource::open(original);
-    const auto second = ImageSource::open(candidate);
+bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate, const StopToken& stop) {
+  return holds([&] {
+    const auto first = ImageSource::open(original, stop);
+    const auto second = ImageSource::open(candidate, stop);
     if (first->count() != second->count()) return false;
     for (std::size_t i = 0; i < first->count(); ++i) {
       const auto firstRows = first->rows(i);
@@ -138,9 +150,7 @@ bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate) {
       if (!walkBands(*firstRows, *secondRows, bytesEqual)) return false;
     }
     return true;
-  } catch (const std::exception&) {
-    return false;
-  }
+  });
 }
 
 }  // namespace tidewell

@@ -6,13 +6,13 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/PNGWriter.h"
+#include "CompressionKit/codecs/Views.h"
+#include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/platform/UUID.h"
-#include "CompressionKit/platform/codecs/Bitmap.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
-#include "CompressionKit/platform/codecs/PNGWriter.h"
 
 namespace tidewell::QualityAssessment {
 namespace {
@@ -23,9 +23,9 @@ constexpr std::int64_t overviewSide = 2048;
 constexpr std::int64_t detailSide = 768;
 
 /// Writes "overview-<n>.png" and "detail-<n>.png" of one image, in stored orientation.
-void writeViews(const URL& image, const URL& directory, const std::string& number) {
-  try {
-    const auto source = ImageSource::open(image);
+void writeViews(const URL& image, const URL& directory, const std::string& number, const StopToken& stop) {
+  decoding([&] {
+    const auto source = ImageSource::open(image, stop);
     writePNG(views::thumbnail(*source, 0, overviewSide, false),
              directory.appending("overview-" + number + ".png"));
     const ImageProperties properties = source->properties(0);
@@ -33,13 +33,7 @@ void writeViews(const URL& image, const URL& directory, const std::string& numbe
     writePNG(
         views::crop(*source, 0, (properties.width - side) / 2, (properties.height - side) / 2, side, side),
         directory.appending("detail-" + number + ".png"));
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
-  } catch (const FileError& error) {
-    // A full disk is worth its own words; a file that cannot be read is not.
-    if (error.code() == ENOSPC || error.code() == EDQUOT) throw;
-    throw CompressionError::invalidImage();
-  }
+  });
 }
 
 }  // namespace
@@ -50,8 +44,8 @@ double score(const URL& original, const URL& candidate, const ImageFacts& facts,
   const URL directory = candidate.deletingLastPathComponent().appending("score-" + UUID::random().string());
   files::createDirectory(directory);
   const files::TemporaryTree removal(directory);
-  writeViews(original, directory, "0");
-  writeViews(candidate, directory, "1");
+  writeViews(original, directory, "0", tools.stopToken());
+  writeViews(candidate, directory, "1", tools.stopToken());
   const auto compare = [&](const std::string& view) {
     return measure(directory.appending(view + "-0.png"), directory.appending(view + "-1.png"), tools);
   };

@@ -4,9 +4,9 @@
 
 #include <cmath>
 
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "support/Failure.h"
 #include "support/Script.h"
 #include "support/TemporaryFolder.h"

@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <thread>
 
+#include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/ColorProfile.h"
 #include "support/Failure.h"
 #include "support/HEICSample.h"
 #include "support/TestImages.h"

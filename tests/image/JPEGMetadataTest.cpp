@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "support/Failure.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"

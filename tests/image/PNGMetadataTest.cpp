@@ -4,10 +4,10 @@
 
 #include <algorithm>
 
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/GIFPalette.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/codecs/ImageSource.h"
 #include "support/Failure.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "CompressionKit/codecs/ImageSource.h"
 #include "support/TestImages.h"
 
 namespace tidewell::test {

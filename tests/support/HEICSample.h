@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "CompressionKit/codecs/PNGWriter.h"
 #include "CompressionKit/platform/URL.h"
-#include "CompressionKit/platform/codecs/PNGWriter.h"
 #include "CompressionKit/tools/ToolRunner.h"
 #include "support/HEIFFile.h"
 #include "support/TemporaryFolder.h"

@@ -12,7 +12,7 @@
 #include <memory>
 #include <stdexcept>
 
-#include "CompressionKit/platform/codecs/ImageSource.h"
+#include "CompressionKit/codecs/ImageSource.h"
 
 namespace tidewell::test {
 namespace {

@@ -1,0 +1,78 @@
+#include "CompressionKit/codecs/ImageSource.h"
+
+#include <string_view>
+#include <vector>
+
+#include "CompressionKit/codecs/GIFDecoder.h"
+#include "CompressionKit/codecs/HEICDecoder.h"
+#include "CompressionKit/codecs/HEIFBoxes.h"
+#include "CompressionKit/codecs/JPEGDecoder.h"
+#include "CompressionKit/codecs/PNGDecoder.h"
+#include "CompressionKit/codecs/Premultiply.h"
+
+namespace tidewell {
+namespace {
+
+struct Format {
+  bool (*matches)(std::string_view head);
+  std::unique_ptr<ImageSource> (*open)(const ImageInput& input, const StopToken& stop);
+};
+
+/// A new format is a file beside this one and a line here.
+constexpr Format formats[] = {
+    {looksLikeJPEG, [](const ImageInput& input, const StopToken& stop) { return openJPEG(input, stop); }},
+    {looksLikePNG, openPNG},
+    {looksLikeGIF, openGIF},
+    {[](std::string_view head) { return heif::container(head).has_value(); },
+     [](const ImageInput& input, const StopToken& stop) -> std::unique_ptr<ImageSource> {
+       return std::make_unique<HEICSource>(input, stop);
+     }},
+};
+
+/// Pixels that are opaque or nothing are the same straight and premultiplied.
+class WidenedRows final : public DeepRowReader {
+ public:
+  explicit WidenedRows(std::unique_ptr<RowReader> rows)
+      : rows_(std::move(rows)), row_(static_cast<std::size_t>(rows_->width()) * 4) {}
+  std::int64_t width() const override { return rows_->width(); }
+  std::int64_t height() const override { return rows_->height(); }
+  void read(std::span<std::uint16_t> row) override {
+    rows_->read(row_);
+    widen(row_, row);
+  }
+
+ private:
+  std::unique_ptr<RowReader> rows_;
+  std::vector<std::uint8_t> row_;
+};
+
+}  // namespace
+
+void RowReader::skip(std::int64_t count) {
+  std::vector<std::uint8_t> row(static_cast<std::size_t>(width()) * 4);
+  while (count-- > 0) read(row);
+}
+
+std::unique_ptr<ImageSource> ImageSource::open(const URL& url, const StopToken& stop) {
+  return open(ImageInput(url), stop);
+}
+
+std::unique_ptr<ImageSource> ImageSource::open(const ImageInput& input, const StopToken& stop) {
+  stop.throwIfStopped();
+  const std::string head = input.head(heif::headBytes);
+  for (const Format& format : formats) {
+    if (format.matches(head)) return format.open(input, stop);
+  }
+  throw ImageDecodeError("no known format");
+}
+
+std::unique_ptr<DeepRowReader> ImageSource::deepRows(std::size_t index) {
+  return std::make_unique<WidenedRows>(rows(index));
+}
+
+void ImageSource::verify(std::size_t index) {
+  const auto reader = rows(index);
+  reader->skip(reader->height());
+}
+
+}  // namespace tidewell

@@ -1,0 +1,370 @@
+#include "CompressionKit/codecs/PNGDecoder.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "CompressionKit/codecs/ColorProfile.h"
+#include "CompressionKit/codecs/Exif.h"
+#include "CompressionKit/codecs/PNGBytes.h"
+#include "CompressionKit/codecs/Premultiply.h"
+
+namespace tidewell {
+namespace {
+
+/// Chunks that say nothing about pixels or colours: text may be long and compressed, and for eXIf libpng
+/// allocates whatever length the chunk claims.
+constexpr char ignoredChunks[] = "tEXt\0zTXt\0iTXt\0sPLT\0hIST\0tIME\0pCAL\0sCAL\0oFFs\0eXIf";
+constexpr char codePointsChunk[] = "cICP";
+/// Two rows of the widest pixels at once, so that what a header claims costs a bounded amount.
+constexpr auto maximumWidth = static_cast<png_uint_32>(ImageLimits::maximumResidentBytes / 16);
+
+/// One decoding of a file from its start. Every call into libpng goes through `guarded`: its errors come back
+/// by longjmp, so no object with a destructor may live in the calls in between.
+class Reader {
+ public:
+  Reader(std::FILE* file, const StopToken& stop) : file_(file), stop_(stop) {
+    png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, this, onError, [](png_structp, png_const_charp) {});
+    if (png_) info_ = png_create_info_struct(png_);
+    if (!info_) {
+      png_destroy_read_struct(&png_, &info_, nullptr);
+      throw std::bad_alloc();
+    }
+    std::rewind(file);
+    try {
+      guarded([&] {
+        png_set_read_fn(png_, this, onRead);
+        png_set_chunk_malloc_max(png_, static_cast<png_alloc_size_t>(ImageLimits::maximumMetadataBytes));
+        png_set_chunk_cache_max(png_, 3);  // libpng's way of saying: one chunk
+        png_set_user_limits(png_, maximumWidth, PNG_UINT_31_MAX);
+        const auto bytes = [](const char* text) { return reinterpret_cast<png_const_bytep>(text); };
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_NEVER, bytes(ignoredChunks),
+                                    static_cast<int>(sizeof ignoredChunks / 5));
+        png_set_keep_unknown_chunks(png_, PNG_HANDLE_CHUNK_ALWAYS, bytes(codePointsChunk), 1);
+        png_read_info(png_, info_);
+      });
+    } catch (...) {
+      png_destroy_read_struct(&png_, &info_, nullptr);
+      throw;
+    }
+  }
+  Reader(const Reader&) = delete;
+  Reader& operator=(const Reader&) = delete;
+  ~Reader() { png_destroy_read_struct(&png_, &info_, nullptr); }
+
+  png_structp png() const { return png_; }
+  png_infop info() const { return info_; }
+  std::int64_t width() const { return png_get_image_width(png_, info_); }
+  std::int64_t height() const { return png_get_image_height(png_, info_); }
+  bool isInterlaced() const { return png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE; }
+  bool hasAlpha() const {
+    return (png_get_color_type(png_, info_) & PNG_COLOR_MASK_ALPHA) != 0 ||
+           png_get_valid(png_, info_, PNG_INFO_tRNS) != 0;
+  }
+
+  template <typename Call>
+  void guarded(Call call) {
+    if (setjmp(png_jmpbuf(png_)) != 0) {
+      stop_.throwIfStopped();
+      throw ImageDecodeError(message_);
+    }
+    call();
+  }
+
+  void throwIfStopped() const { stop_.throwIfStopped(); }
+
+  /// Into `row`, or nowhere. A few bytes of the file may hold millions of rows.
+  void readRow(png_bytep row) {
+    throwIfStopped();
+    guarded([&] { png_read_row(png_, row, nullptr); });
+  }
+
+ private:
+  static void onRead(png_structp png, png_bytep to, png_size_t size) {
+    const auto& self = *static_cast<Reader*>(png_get_io_ptr(png));
+    if (self.stop_.stopRequested()) png_error(png, "stopped");
+    if (std::fread(to, 1, size, self.file_) != size) png_error(png, "cut off");
+  }
+
+  [[noreturn]] static void onError(png_structp png, png_const_charp message) {
+    auto& self = *static_cast<Reader*>(png_get_error_ptr(png));
+    std::strncpy(self.message_, message, sizeof self.message_ - 1);
+    png_longjmp(png, 1);
+  }
+
+  std::FILE* file_;
+  const StopToken& stop_;
+  png_structp png_ = nullptr;
+  png_infop info_ = nullptr;
+  char message_[128] = {};
+};
+
+/// The rows of an image as R, G, B, A; an interlaced one is held whole.
+class Pixels {
+ public:
+  enum class Depth { eight, ofFile };
+
+  Pixels(std::FILE* file, const StopToken& stop, Depth depth)
+      : reader_(file, stop),
+        hasAlpha_(reader_.hasAlpha()),
+        isWide_(depth == Depth::ofFile && png_get_bit_depth(reader_.png(), reader_.info()) > 8),
+        rowBytes_(reader_.width() * (isWide_ ? 8 : 4)) {
+    const bool interlaced = reader_.isInterlaced();
+    if (interlaced && rowBytes_ > ImageLimits::maximumResidentBytes / reader_.height()) {
+      throw ImageDecodeError("interlaced image too large");
+    }
+    const png_structp png = reader_.png();
+    int passes = 1;
+    reader_.guarded([&] {
+      png_set_expand(png);
+      if (isWide_) {
+        png_set_swap(png);  // a PNG's samples are big-endian
+      } else {
+        png_set_scale_16(png);
+      }
+      png_set_gray_to_rgb(png);
+      png_set_add_alpha(png, 0xFFFF, PNG_FILLER_AFTER);
+      passes = png_set_interlace_handling(png);
+      png_read_update_info(png, reader_.info());
+    });
+    if (interlaced) readWhole(passes);
+  }
+
+  std::int64_t width() const { return reader_.width(); }
+  std::int64_t height() const { return reader_.height(); }
+  bool hasAlpha() const { return hasAlpha_; }
+  bool isWide() const { return isWide_; }  ///< samples of 16 bits
+
+  void read(void* row) {
+    advance(1);
+    if (whole_.empty()) {
+      reader_.readRow(static_cast<png_bytep>(row));
+    } else {
+      std::memcpy(row, whole_.data() + (next_ - 1) * rowBytes_, static_cast<std::size_t>(rowBytes_));
+    }
+  }
+
+  void skip(std::int64_t count) {
+    advance(count);
+    for (; whole_.empty() && count > 0; --count) reader_.readRow(nullptr);
+  }
+
+ private:
+  void advance(std::int64_t count) {
+    reader_.throwIfStopped();
+    if (count > height() - next_) throw ImageDecodeError("read past the last row");
+    next_ += count;
+  }
+
+  void readWhole(int passes) {
+    whole_.resize(static_cast<std::size_t>(rowBytes_ * height()));
+    for (; passes > 0; --passes) {
+      for (std::int64_t y = 0; y < height(); ++y) reader_.readRow(whole_.data() + y * rowBytes_);
+    }
+  }
+
+  Reader reader_;
+  bool hasAlpha_;
+  bool isWide_;
+  std::int64_t rowBytes_;
+  std::int64_t next_ = 0;
+  std::vector<std::uint8_t> whole_;  ///< an interlaced image, else empty
+};
+
+class PNGRowReader final : public RowReader {
+ public:
+  PNGRowReader(std::FILE* file, const StopToken& stop) : pixels_(file, stop, Pixels::Depth::eight) {}
+  std::int64_t width() const override { return pixels_.width(); }
+  std::int64_t height() const override { return pixels_.height(); }
+  void read(std::span<std::uint8_t> row) override {
+    pixels_.read(row.data());
+    if (pixels_.hasAlpha()) premultiply(row);
+  }
+  void skip(std::int64_t count) override { pixels_.skip(count); }
+
+ private:
+  Pixels pixels_;
+};
+
+class PNGDeepRowReader final : public DeepRowReader {
+ public:
+  PNGDeepRowReader(std::FILE* file, const StopToken& stop) : pixels_(file, stop, Pixels::Depth::ofFile) {}
+  std::int64_t width() const override { return pixels_.width(); }
+  std::int64_t height() const override { return pixels_.height(); }
+  void read(std::span<std::uint16_t> row) override {
+    if (pixels_.isWide()) return pixels_.read(row.data());
+    narrow_.resize(row.size());
+    pixels_.read(narrow_.data());
+    widen(narrow_, row);
+  }
+
+ private:
+  Pixels pixels_;
+  std::vector<std::uint8_t> narrow_;
+};
+
+// --- Colour -----------------------------------------------------------------------------------------------
+
+constexpr double sRGBGamma = 0.45455;
+
+bool near(double a, double b, double tolerance) {
+  return std::abs(a - b) <= tolerance;
+}
+
+std::string decimal(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.4g", value);
+  return text;
+}
+
+/// gAMA and cHRM: the colour space of images whose maker did not embed a profile.
+void describeCalibration(const Reader& reader, ImageProperties& properties) {
+  double gamma = 0;
+  std::array<double, 8> xy{};
+  const bool hasGamma = png_get_gAMA(reader.png(), reader.info(), &gamma) != 0 && gamma > 0;
+  const bool hasPrimaries = png_get_cHRM(reader.png(), reader.info(), &xy[0], &xy[1], &xy[2], &xy[3], &xy[4],
+                                         &xy[5], &xy[6], &xy[7]) != 0;
+  const bool sRGBCurve = !hasGamma || near(gamma, sRGBGamma, 0.006);
+  const bool sRGBPrimaries = !hasPrimaries || std::ranges::equal(xy, color::bt709, [](double a, double b) {
+    return near(a, b, 0.003);
+  });
+  if (sRGBCurve && sRGBPrimaries) {
+    if (hasPrimaries) properties.colorSpaceName = sRGBName;
+    return;
+  }
+  // A name of its own for each, so that losing the calibration is a change of colours.
+  std::string name = sRGBCurve ? "RGB" : std::string(gammaNamePrefix) + decimal(1 / gamma);
+  if (!sRGBPrimaries) {
+    name = "Calibrated " + name + " primaries";
+    for (const double value : xy) name += " " + decimal(value);
+  }
+  properties.colorSpaceName = name;
+  properties.color.srgb = false;
+  if (hasGamma) properties.color.gamma = gamma;
+  if (hasPrimaries) properties.color.chromaticity = xy;
+}
+
+/// The code points (ITU-T H.273) of a cICP chunk: primaries, transfer, matrix, range.
+std::string codePoints(const Reader& reader) {
+  png_unknown_chunkp chunks = nullptr;
+  const int count = png_get_unknown_chunks(reader.png(), reader.info(), &chunks);
+  for (int i = 0; i < count; ++i) {
+    if (std::memcmp(chunks[i].name, codePointsChunk, 4) == 0 && chunks[i].size == 4) {
+      return {reinterpret_cast<const char*>(chunks[i].data), 4};
+    }
+  }
+  return {};
+}
+
+void describeCodePoints(const std::string& points, ImageProperties& properties) {
+  constexpr char bt709 = 1, displayP3 = 12, sRGBTransfer = 13;
+  properties.colorSpaceName = sRGBName;
+  if (points[1] == sRGBTransfer && points[0] == bt709) return;
+  properties.color.srgb = false;
+  if (points[1] == sRGBTransfer && points[0] == displayP3) {
+    properties.colorSpaceName = "Display P3";
+    properties.color.icc = color::makeRGBProfile("Display P3", color::displayP3);
+    return;
+  }
+  properties.color.codePoints = points;
+  properties.colorSpaceName = "Code points";
+  for (const char value : points)
+    *properties.colorSpaceName += " " + std::to_string(static_cast<unsigned char>(value));
+}
+
+void describeColor(const Reader& reader, ImageProperties& properties) {
+  properties.colorSpaceName = untaggedName;
+  properties.color.srgb = true;
+  if (const std::string points = codePoints(reader); !points.empty()) {
+    describeCodePoints(points, properties);
+    return;
+  }
+  png_charp name = nullptr;
+  png_bytep profile = nullptr;
+  png_uint_32 size = 0;
+  int compression = 0;
+  if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &profile, &size) != 0) {
+    properties.describeProfile({reinterpret_cast<const char*>(profile), size});
+    return;
+  }
+  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) != 0) {
+    properties.colorSpaceName = sRGBName;
+  } else {
+    describeCalibration(reader, properties);
+  }
+}
+
+/// The data of the first chunk of a type, if there is one of a size that we take. The eXIf chunk may stand
+/// behind the pixels, where libpng would read it only after all of them.
+std::optional<std::string> chunk(const ImageInput& input, std::string_view wanted, const StopToken& stop) {
+  auto offset = static_cast<std::int64_t>(pngSignature.size());
+  for (char header[8]; input.readAt(offset, header, sizeof header) == sizeof header;) {
+    stop.throwIfStopped();
+    const std::uint32_t length = bigEndian32(std::string_view(header, 8), 0);
+    const std::string_view type(header + 4, 4);
+    if (type == "IEND") break;
+    if (type == wanted && length <= ImageLimits::maximumMetadataBytes) {
+      std::string data(length, '\0');
+      if (input.readAt(offset + 8, data.data(), length) != static_cast<ssize_t>(length)) break;
+      return data;
+    }
+    offset += static_cast<std::int64_t>(length + pngChunkOverhead);
+  }
+  return std::nullopt;
+}
+
+class PNGSource final : public ImageSource {
+ public:
+  PNGSource(const ImageInput& input, StopToken stop) : stop_(std::move(stop)), file_(input.stream()) {
+    const Reader reader(file_.get(), stop_);
+    properties_.width = reader.width();
+    properties_.height = reader.height();
+    properties_.hasAlpha = reader.hasAlpha();
+    properties_.bitsPerSample = std::max<int>(8, png_get_bit_depth(reader.png(), reader.info()));
+    describeColor(reader, properties_);
+    if (const auto exif = chunk(input, "eXIf", stop_)) properties_.orientation = readExif(*exif).orientation;
+  }
+
+  Container container() const override { return Container::png; }
+  std::size_t count() override { return 1; }
+  ImageProperties properties(std::size_t) override { return properties_; }
+  std::unique_ptr<RowReader> rows(std::size_t, std::int64_t) override {
+    return std::make_unique<PNGRowReader>(file_.get(), stop_);
+  }
+  std::unique_ptr<DeepRowReader> deepRows(std::size_t) override {
+    return std::make_unique<PNGDeepRowReader>(file_.get(), stop_);
+  }
+
+  /// Inflates and unfilters all rows, checks all sums, keeps nothing.
+  void verify(std::size_t) override {
+    Reader reader(file_.get(), stop_);
+    int passes = 1;
+    reader.guarded([&] {
+      passes = png_set_interlace_handling(reader.png());
+      png_read_update_info(reader.png(), reader.info());
+    });
+    for (std::int64_t rows = reader.height() * passes; rows > 0; --rows) reader.readRow(nullptr);
+    reader.guarded([&] { png_read_end(reader.png(), nullptr); });
+  }
+
+ private:
+  StopToken stop_;
+  ImageInput::Stream file_;
+  ImageProperties properties_;
+};
+
+}  // namespace
+
+bool looksLikePNG(std::string_view head) {
+  return head.starts_with(pngSignature);
+}
+
+std::unique_ptr<ImageSource> openPNG(const ImageInput& input, const StopToken& stop) {
+  return std::make_unique<PNGSource>(input, stop);
+}
+
+}  // namespace tidewell

@@ -1,0 +1,154 @@
+#include "CompressionKit/codecs/Views.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace tidewell::views {
+namespace {
+
+Bitmap emptyBitmap(std::int64_t width, std::int64_t height, const ImageProperties& properties) {
+  if (width < 1 || height < 1 || width * 4 > ImageLimits::maximumResidentBytes / height) {
+    throw ImageDecodeError("view of impossible size");
+  }
+  Bitmap bitmap{.width = width,
+                .height = height,
+                .pixels = std::vector<std::uint8_t>(static_cast<std::size_t>(width * height) * 4),
+                .hasAlpha = properties.hasAlpha,
+                .color = properties.color};
+  return bitmap;
+}
+
+/// What one pixel of a smaller image covers of a line of the larger one: the share of each pixel; the sum
+/// is 1.
+struct Span {
+  Span(std::int64_t index, double scale, std::int64_t lineLength) {
+    const double start = static_cast<double>(index) * scale, end = start + scale;
+    first = static_cast<std::int64_t>(start + 1e-9);
+    last = std::min(static_cast<std::int64_t>(std::ceil(end - 1e-9)), lineLength) - 1;
+    const auto share = [&](std::int64_t k) {
+      const double covered =
+          std::min(static_cast<double>(k + 1), end) - std::max(static_cast<double>(k), start);
+      return static_cast<float>(std::max(covered, 0.0) / scale);
+    };
+    ofFirst = share(first);
+    ofLast = share(last);
+    ofOthers = static_cast<float>(1 / scale);
+  }
+
+  float at(std::int64_t k) const { return k == first ? ofFirst : k == last ? ofLast : ofOthers; }
+
+  std::int64_t first, last;
+  float ofFirst, ofOthers, ofLast;
+};
+
+/// Averages the area that each pixel of a smaller image covers in the larger one. Rows are first summed up at
+/// full width, with the share that they cover of the row to come, and then reduced sideways once.
+class AreaAverage {
+ public:
+  AreaAverage(std::int64_t fromWidth, std::int64_t toWidth) : sum_(static_cast<std::size_t>(fromWidth) * 4) {
+    const double scale = static_cast<double>(fromWidth) / static_cast<double>(toWidth);
+    columns_.reserve(static_cast<std::size_t>(toWidth));
+    for (std::int64_t x = 0; x < toWidth; ++x) columns_.emplace_back(x, scale, fromWidth);
+  }
+
+  void add(std::span<const std::uint8_t> row, float weight) {
+    float* sum = sum_.data();
+    for (const std::uint8_t value : row) *sum++ += weight * static_cast<float>(value);
+  }
+
+  void finishRow(std::span<std::uint8_t> result) {
+    std::uint8_t* to = result.data();
+    for (const Span& column : columns_) {
+      const float* from = sum_.data() + column.first * 4;
+      float total[4] = {0.5F, 0.5F, 0.5F, 0.5F};
+      for (std::int64_t x = column.first; x <= column.last; ++x, from += 4) {
+        const float weight = column.at(x);
+        for (int c = 0; c < 4; ++c) total[c] += weight * from[c];
+      }
+      for (const float value : total) *to++ = static_cast<std::uint8_t>(std::min(value, 255.0F));
+    }
+    std::ranges::fill(sum_, 0.0F);
+  }
+
+ private:
+  std::vector<Span> columns_;
+  std::vector<float> sum_;
+};
+
+void average(RowReader& rows, Bitmap& result) {
+  AreaAverage average(rows.width(), result.width);
+  const double scale = static_cast<double>(rows.height()) / static_cast<double>(result.height);
+  std::vector<std::uint8_t> row(static_cast<std::size_t>(rows.width()) * 4);
+  std::int64_t read = 0;  // rows read so far; `row` holds the last of them
+  for (std::int64_t y = 0; y < result.height; ++y) {
+    const Span line(y, scale, rows.height());
+    for (std::int64_t source = line.first; source <= line.last; ++source) {
+      for (; read <= source; ++read) rows.read(row);
+      average.add(row, line.at(source));
+    }
+    average.finishRow(result.row(y));
+  }
+}
+
+}  // namespace
+
+Bitmap thumbnail(ImageSource& source, std::size_t index, std::int64_t maximumPixelSize,
+                 bool applyOrientation) {
+  const ImageProperties properties = source.properties(index);
+  const std::int64_t longSide = std::max(properties.width, properties.height);
+  if (longSide < 1 || maximumPixelSize < 1) throw ImageDecodeError("view of impossible size");
+  const double scale = std::min(1.0, static_cast<double>(maximumPixelSize) / static_cast<double>(longSide));
+  const auto reduced = [scale](std::int64_t side) {
+    return std::max<std::int64_t>(1, std::llround(scale * static_cast<double>(side)));
+  };
+  Bitmap result = emptyBitmap(reduced(properties.width), reduced(properties.height), properties);
+  const auto rows = source.rows(index, std::max(result.width, result.height));
+  if (rows->width() == result.width && rows->height() == result.height) {
+    for (std::int64_t y = 0; y < result.height; ++y) rows->read(result.row(y));
+  } else {
+    average(*rows, result);
+  }
+  return applyOrientation ? upright(std::move(result), properties.orientation.value_or(1)) : result;
+}
+
+Bitmap crop(ImageSource& source, std::size_t index, std::int64_t x, std::int64_t y, std::int64_t width,
+            std::int64_t height) {
+  const auto rows = source.rows(index);
+  if (x < 0 || y < 0 || width > rows->width() - x || height > rows->height() - y) {
+    throw ImageDecodeError("crop outside the image");
+  }
+  Bitmap result = emptyBitmap(width, height, source.properties(index));
+  std::vector<std::uint8_t> row(static_cast<std::size_t>(rows->width()) * 4);
+  if (y > 0) rows->skip(y);
+  for (std::int64_t i = 0; i < height; ++i) {
+    rows->read(row);
+    std::memcpy(result.row(i).data(), row.data() + x * 4, static_cast<std::size_t>(width) * 4);
+  }
+  return result;
+}
+
+Bitmap upright(Bitmap bitmap, int orientation) {
+  if (orientation < 2 || orientation > 8) return bitmap;
+  const bool turned = orientation >= 5;
+  Bitmap result{.width = turned ? bitmap.height : bitmap.width,
+                .height = turned ? bitmap.width : bitmap.height,
+                .pixels = std::vector<std::uint8_t>(bitmap.pixels.size()),
+                .hasAlpha = bitmap.hasAlpha,
+                .color = bitmap.color};
+  // Exif 2.32, tag 0x0112: where the stored row 0 and column 0 are shown.
+  const bool flipX = orientation == 2 || orientation == 3 || orientation == 7 || orientation == 8;
+  const bool flipY = orientation == 3 || orientation == 4 || orientation == 6 || orientation == 7;
+  for (std::int64_t y = 0; y < result.height; ++y) {
+    std::uint8_t* to = result.row(y).data();
+    for (std::int64_t x = 0; x < result.width; ++x, to += 4) {
+      std::int64_t fromX = turned ? y : x, fromY = turned ? x : y;
+      if (flipX) fromX = bitmap.width - 1 - fromX;
+      if (flipY) fromY = bitmap.height - 1 - fromY;
+      std::memcpy(to, bitmap.pixels.data() + (fromY * bitmap.width + fromX) * 4, 4);
+    }
+  }
+  return result;
+}
+
+}  // namespace tidewell::views
