@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <vector>
 
 #include "CompressionKit/codecs/ImageSource.h"
@@ -84,15 +85,26 @@ void forEachUnit(std::string_view configuration, const std::function<void(std::s
   }
 }
 
+namespace {
+
+std::optional<hevc::Sequence::Colors> colorsOf(std::string_view configuration) {
+  std::optional<hevc::Sequence::Colors> colors;
+  forEachUnit(configuration, [&](std::string_view data) {
+    const auto unit = hevc::unitAt(data);
+    if (!unit || unit->type != hevc::sequenceParameterSet) return;
+    if (const auto sequence = hevc::sequence(data)) colors = sequence->colors;
+  });
+  return colors;
+}
+
+}  // namespace
+
 std::optional<hevc::Sequence::Colors> streamColors(std::string_view meta, std::uint32_t itemID) {
+  std::set<const char*> seen;  // an image may name one box of many units very often
   std::optional<hevc::Sequence::Colors> colors;
   forEachProperty(meta, [&](std::uint32_t item, const Box& property) {
-    if (item != itemID || property.type != "hvcC") return;
-    forEachUnit(property.payload, [&](std::string_view data) {
-      const auto unit = hevc::unitAt(data);
-      if (!unit || unit->type != hevc::sequenceParameterSet) return;
-      if (const auto sequence = hevc::sequence(data)) colors = sequence->colors;
-    });
+    if (item != itemID || property.type != "hvcC" || !seen.insert(property.payload.data()).second) return;
+    if (const auto found = colorsOf(property.payload)) colors = found;
   });
   return colors;
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <random>
 
 #include "CompressionKit/codecs/HEICDecoder.h"
@@ -125,6 +126,17 @@ TEST_F(HostileHEIC, RefusesHostileFilesBeforeDecoding) {
   }
   // No limit of ours; libheif has had one of its own since 1.19.
   EXPECT_FALSE(refusal(many.bytes()).starts_with("HEIF limits"));
+}
+
+/// One box of 65,535 units of no bytes, named 130,000 times: once per box, not per name, is a moment's work.
+TEST_F(HostileHEIC, ManyNamesOfOneBoxCostNothing) {
+  HEIFFile file = test::encodeHEIC(test::slopes());
+  file.with(test::box("hvcC", std::string(22, '\1') + test::number(1, 1) + test::number(32, 1) +
+                                  test::number(65535, 2) + std::string(65535 * 2, '\0')));
+  file.repeats = 512;
+  const std::clock_t start = std::clock();
+  refusal(file.bytes());
+  EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 2);
 }
 
 TEST_F(HostileHEIC, DamagedFilesFailOrDecode) {

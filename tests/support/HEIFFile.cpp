@@ -176,6 +176,10 @@ std::string HEIFFile::bytes() const {
     }
     mdat += item.data;
   }
+  for (std::uint32_t i = 0; i < repeats; ++i) {
+    associations += number(primary, 2) + number(255, 1);
+    for (int k = 0; k < 255; ++k) associations += number(propertyCount, 2);
+  }
   for (const Reference& reference : references) {
     std::string payload = number(reference.from, 2) + number(reference.to.size(), 2);
     for (const auto id : reference.to) payload += number(id, 2);
@@ -188,7 +192,7 @@ std::string HEIFFile::bytes() const {
           number(item.id, 2) + number(0, 2) + number(1, 2) + number(offset, 4) + number(item.data.size(), 4);
       offset += item.data.size();
     }
-    const std::string ipma = number(0, 1) + number(1, 3) + number(items.size(), 4) + associations;
+    const std::string ipma = number(0, 1) + number(1, 3) + number(items.size() + repeats, 4) + associations;
     return fullBox("meta", 0,
                    fullBox("hdlr", 0, number(0, 4) + "pict" + std::string(13, '\0')) +
                        fullBox("pitm", 0, number(primary, 2)) + fullBox("iloc", 0, iloc) +

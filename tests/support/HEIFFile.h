@@ -29,6 +29,7 @@ struct HEIFFile {
   std::uint32_t primary = 1;
   std::vector<Item> items;
   std::vector<Reference> references;
+  std::uint32_t repeats = 0;  ///< how often 255 more associations give the primary image the last property
 
   static HEIFFile read(const URL& url);
   std::string bytes() const;
