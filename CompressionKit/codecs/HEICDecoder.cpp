@@ -3,6 +3,7 @@
 #include <libheif/heif.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <string>
@@ -34,14 +35,27 @@ struct Release {
 using Context = std::unique_ptr<heif_context, Release>;
 using Handle = std::unique_ptr<const heif_image_handle, Release>;
 
-/// The file as libheif reads it: positions beyond the end and failed reads are its errors, not ours.
+/// The file as libheif reads it, a few bytes at a time: positions beyond the end and failed reads are its
+/// errors, not ours.
 struct HEIFInput {
   ImageInput input;
   std::int64_t size = input.size();
   std::int64_t position = 0;
+  std::array<char, 4096> window;
+  std::int64_t windowStart = 0;
+  std::int64_t windowSize = 0;
 
-  bool readAt(std::int64_t offset, void* data, std::size_t bytes) const {
-    return input.readAt(offset, data, bytes) == static_cast<ssize_t>(bytes);
+  bool readAt(std::int64_t offset, void* data, std::size_t bytes) {
+    if (bytes > window.size()) return input.readAt(offset, data, bytes) == static_cast<ssize_t>(bytes);
+    const auto wanted = static_cast<std::int64_t>(bytes);
+    const auto isHeld = [&] { return offset >= windowStart && offset - windowStart <= windowSize - wanted; };
+    if (!isHeld()) {
+      windowStart = offset;
+      windowSize = input.readAt(offset, window.data(), window.size());
+      if (!isHeld()) return false;
+    }
+    std::copy_n(window.begin() + (offset - windowStart), wanted, static_cast<char*>(data));
+    return true;
   }
 
   static heif_reader reader() {
@@ -73,7 +87,7 @@ std::uint64_t bigEndian(const unsigned char* bytes, int count) {
 }
 
 /// The payload of the file's only "meta" box behind version and flags.
-std::string metaOf(const HEIFInput& file) {
+std::string metaOf(HEIFInput& file) {
   constexpr int maximumBoxes = 1000;
   std::optional<std::string> meta;
   std::int64_t offset = 0;
@@ -127,7 +141,8 @@ void limit(heif_context* context) {
 }  // namespace
 
 struct HEICSource::Impl {
-  Impl(const ImageInput& input, StopToken token) : file{input}, stop(std::move(token)) {
+  Impl(const ImageInput& input, StopToken token)
+      : file{.input = input, .window = {}}, stop(std::move(token)) {
     // Once per process and never undone: codec plugins stay loaded while images may be decoded.
     static const heif_error initialised = [] {
       const heif_error error = heif_init(nullptr);

@@ -51,7 +51,8 @@ std::int64_t ImageInput::size() const {
 
 ssize_t ImageInput::readAt(std::int64_t offset, void* to, std::size_t size) const noexcept {
   if (!descriptor_) {
-    const auto start = std::min(static_cast<std::size_t>(std::max<std::int64_t>(offset, 0)), bytes_.size());
+    if (offset < 0) return errno = EINVAL, -1;
+    const auto start = std::min(static_cast<std::size_t>(offset), bytes_.size());
     const std::size_t count = std::min(size, bytes_.size() - start);
     if (count > 0) std::memcpy(to, bytes_.data() + start, count);
     return static_cast<ssize_t>(count);

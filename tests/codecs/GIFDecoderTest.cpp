@@ -160,6 +160,20 @@ TEST(GIFDecoder, ReadsInterlacedFrames) {
   EXPECT_EQ(canvas(folder / "a.gif", 0), "rgbwrgbwrgb");
 }
 
+TEST(GIFDecoder, BoundsTheCanvasesOfAllFrames) {
+  const TemporaryFolder folder;
+  test::GIFFile file;
+  file.width = file.height = 1 << 13;  // 1,024 such frames have as many pixels as we look at
+  test::GIFFrame frame;
+  frame.indexes = {0};
+  file.frames.assign(1024, frame);
+  test::writeGIFFile(folder / "a.gif", file);
+  EXPECT_EQ(ImageSource::open(folder / "a.gif")->count(), 1024U);
+  file.frames.push_back(frame);
+  test::writeGIFFile(folder / "a.gif", file);
+  EXPECT_THROW(ImageSource::open(folder / "a.gif"), ImageDecodeError);
+}
+
 TEST(GIFDecoder, ReadsTimingAsStored) {
   const TemporaryFolder folder;
   for (const int loop : {-1, 0, 1, 65535}) {
