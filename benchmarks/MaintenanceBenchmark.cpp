@@ -77,15 +77,14 @@ double timed(const Work& work) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-void walk(const std::string& root) {
-  const std::string arguments[] = {"find", root, "-type", "f"};
-  char* pointers[5] = {};
-  for (int i = 0; i < 4; ++i) pointers[i] = const_cast<char*>(arguments[i].c_str());
+void walk(std::string root) {
+  char find[] = "find", type[] = "-type", file[] = "f";
+  char* arguments[] = {find, root.data(), type, file, nullptr};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   pid_t child = 0;
-  if (posix_spawnp(&child, "find", &actions, nullptr, pointers, environ) != 0)
+  if (posix_spawnp(&child, "find", &actions, nullptr, arguments, environ) != 0)
     throw std::runtime_error("find");
   posix_spawn_file_actions_destroy(&actions);
   int status = 0;
