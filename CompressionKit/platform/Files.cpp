@@ -93,7 +93,8 @@ ResourceValues resourceValues(const URL& url) {
           .modifiedAt = nanoseconds(info.st_mtim),
           .changedAt = nanoseconds(info.st_ctim),
           .device = info.st_dev,
-          .inode = info.st_ino};
+          .inode = info.st_ino,
+          .owner = info.st_uid};
 }
 
 bool isOpenForWriting(const URL& url) {

@@ -32,6 +32,7 @@ struct ResourceValues {
   std::int64_t modifiedAt = 0;  ///< nanoseconds since 1970
   std::int64_t changedAt = 0;   ///< the same; nobody can set it
   std::uint64_t device = 0, inode = 0;
+  uid_t owner = 0;
 
   bool operator==(const ResourceValues&) const = default;
 };

@@ -22,7 +22,7 @@ REPOSITORY = pathlib.Path(sys.argv.pop(1)).resolve()
 STAND_IN = """#!/bin/bash
 if [[ $1 == --version ]]; then echo '{answer}'; exit; fi
 while (($# > 1)); do
-  case $1 in -o) printf '{gif}' >"$2" ;; --out) printf '{png}' >"$2" ;; esac
+  case "$1 $2" in "-o "*.gif) printf '{gif}' >"$2" ;; "--out "*) printf '{png}' >"$2" ;; esac
   shift
 done
 """

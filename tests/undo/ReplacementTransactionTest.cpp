@@ -11,6 +11,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
+#include "support/Faults.h"
 #include "support/TemporaryFolder.h"
 
 namespace tidewell {
@@ -21,6 +22,9 @@ using Case = CompressionError::Case;
 /// A photo, its finished replacement and a store, on a file system with or without exchange.
 class Replacement : public testing::TestWithParam<bool> {
  protected:
+  Replacement() {
+    if (!GetParam()) faults.refuseExchange();
+  }
   ReplacementTransaction begin(bool beside = false) {
     candidate = folder.write("photos/working/candidate.jpg", "smaller");
     return {undo,
@@ -50,6 +54,7 @@ class Replacement : public testing::TestWithParam<bool> {
   std::size_t records() const { return undo.readRecords().size(); }
   URL backup() const { return undo.backupURL(undo.readRecords().at(0)); }
 
+  test::Faults faults;
   const test::TemporaryFolder folder;
   const URL photo = folder.write("photos/photo.jpg", "original");
   const URL png = folder / "photos/photo.png";
@@ -206,7 +211,7 @@ TEST_P(Replacement, SavesANewFileBesideTheOriginal) {
   EXPECT_EQ(photos(), "photo.jpg=original");
 }
 
-INSTANTIATE_TEST_SUITE_P(, Replacement, testing::Values(true),
+INSTANTIATE_TEST_SUITE_P(, Replacement, testing::Bool(),
                          [](const auto& test) { return test.param ? "Exchange" : "Rename"; });
 
 }  // namespace

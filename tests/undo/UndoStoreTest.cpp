@@ -15,6 +15,7 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/AtomicRename.h"
+#include "support/Faults.h"
 #include "support/PlantedRecord.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
@@ -302,7 +303,11 @@ TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
   for (const char* bad : {"", "[]", "null", "{\"id\":1}"}) EXPECT_FALSE(UndoRecord::parse(bad)) << bad;
 }
 
-TEST(AtomicRename, ReplacesOrRefuses) {
+class AtomicRename : public testing::TestWithParam<bool> {};
+
+TEST_P(AtomicRename, ReplacesOrRefuses) {
+  test::Faults faults;
+  if (!GetParam()) faults.refuseExclusive();
   const test::TemporaryFolder folder;
   const URL a = folder.write("a", "a"), b = folder.write("b", "b");
   EXPECT_FALSE(atomicRenameIfAbsent(a, b));
@@ -316,6 +321,9 @@ TEST(AtomicRename, ReplacesOrRefuses) {
   EXPECT_EQ(messageOf([&] { atomicRenameIfAbsent(c, folder / "no/d"); }),
             "保存 PNG 失败：No such file or directory");
 }
+
+INSTANTIATE_TEST_SUITE_P(, AtomicRename, testing::Bool(),
+                         [](const auto& test) { return test.param ? "Exclusive" : "Link"; });
 
 }  // namespace
 }  // namespace tidewell
