@@ -1,10 +1,10 @@
 #include "CompressionKit/platform/Leftovers.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <exception>
 
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/UUID.h"
 
@@ -17,14 +17,12 @@ constexpr std::string_view temporarySuffix = ".tmp";
 }  // namespace
 
 bool isUntouchedSince(Date moment, const URL& url, EntryKind kind) {
-  try {
-    const auto values = resourceValues(url);
-    return (kind == EntryKind::directory ? values.isDirectory : values.isRegularFile) &&
-           values.owner == geteuid() &&
-           Date::since1970(static_cast<double>(values.changedAt) * 1e-9) <= moment;
-  } catch (const FileError&) {
-    return false;
-  }
+  struct stat info {};
+  if (lstat(url.path().c_str(), &info) != 0 || info.st_uid != geteuid()) return false;
+  if (kind == EntryKind::directory ? !S_ISDIR(info.st_mode) : !S_ISREG(info.st_mode)) return false;
+  const auto changed =
+      static_cast<double>(info.st_ctim.tv_sec) + static_cast<double>(info.st_ctim.tv_nsec) * 1e-9;
+  return Date::since1970(changed) <= moment;
 }
 
 std::string temporaryName() {

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <exception>
 #include <numeric>
@@ -27,9 +28,11 @@ struct Entry {
   explicit Entry(const URL& url) {
     struct stat info {};
     isThere = lstat(url.path().c_str(), &info) == 0;
+    isAbsent = !isThere && errno == ENOENT;
     if (isThere && S_ISREG(info.st_mode)) bytes = info.st_size;
   }
   bool isThere;
+  bool isAbsent;  ///< for certain: neither is true when the entry cannot be asked for
   std::int64_t bytes = 0;
 };
 
@@ -38,7 +41,7 @@ bool remove(const UndoStore& store, const UndoRecord& record) {
   const URL backup = store.backupURL(record);
   if (!Entry(backup).isThere) return false;
   store.removeBackup(record);
-  return !Entry(backup).isThere;
+  return Entry(backup).isAbsent;
 }
 
 bool trimToSize(const UndoStore& store, const std::vector<UndoRecord>& oldestFirst, std::int64_t maxBytes) {
@@ -68,7 +71,7 @@ bool isLeftover(const StoreSurvey& survey, const StoreSurvey::Session& session, 
   if (survey.isNamed(session, name)) return false;
   if (isBackupName(name)) {
     // Asked once more: a record may have been written since the survey.
-    if (Entry(session.url.appending(name.substr(0, name.find('.')) + ".json")).isThere) return false;
+    if (!Entry(session.url.appending(name.substr(0, name.find('.')) + ".json")).isAbsent) return false;
   } else if (!files::isTemporaryName(name)) {
     return false;
   }
