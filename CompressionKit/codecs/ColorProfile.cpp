@@ -3,6 +3,7 @@
 #include <lcms2.h>
 #include <utf8proc.h>
 
+#include <cmath>
 #include <memory>
 #include <vector>
 
@@ -19,6 +20,10 @@ struct Close {
   void operator()(cmsMLU* text) const { cmsMLUfree(text); }
 };
 using Profile = std::unique_ptr<void, Close>;
+struct DeleteTransform {
+  void operator()(void* transform) const { cmsDeleteTransform(transform); }
+};
+using Transform = std::unique_ptr<void, DeleteTransform>;
 using Curve = std::unique_ptr<cmsToneCurve, Close>;
 using Text = std::unique_ptr<cmsMLU, Close>;
 
@@ -99,6 +104,36 @@ std::optional<std::string> profileDescription(std::string_view icc) {
 bool isRGBProfile(std::string_view icc) {
   const Profile profile = opened(icc);
   return profile && cmsGetColorSpace(profile.get()) == cmsSigRgbData;
+}
+
+bool isSRGB(std::string_view icc) {
+  const Profile profile = opened(icc), sRGB(cmsCreate_sRGBProfile());
+  if (!profile || !sRGB || cmsGetColorSpace(profile.get()) != cmsSigRgbData) return false;
+  // Colours tell the primaries, greys the white and the curves. The sRGB profiles that Debian packages have,
+  // some with curves of few points, are off by up to 1.4 steps of 8 bits; a power of 2.2 by 6, in shadows,
+  // and the nearest other gamuts by dozens.
+  constexpr float tolerance = 3.0F / 255;
+  std::vector<float> in;
+  constexpr int steps = 8;
+  for (int r = 0; r <= steps; ++r) {
+    for (int g = 0; g <= steps; ++g) {
+      for (int b = 0; b <= steps; ++b) {
+        for (const int value : {r, g, b}) in.push_back(static_cast<float>(value) / steps);
+      }
+    }
+  }
+  for (int grey = 0; grey < 64; ++grey) in.insert(in.end(), 3, static_cast<float>(grey) / 255);  // shadows
+  std::vector<float> out(in.size());
+  for (const cmsUInt32Number intent : {INTENT_PERCEPTUAL, INTENT_RELATIVE_COLORIMETRIC}) {
+    const Transform transform(cmsCreateTransform(profile.get(), TYPE_RGB_FLT, sRGB.get(), TYPE_RGB_FLT,
+                                                 intent, cmsFLAGS_NOCACHE | cmsFLAGS_NOOPTIMIZE));
+    if (!transform) return false;
+    cmsDoTransform(transform.get(), in.data(), out.data(), static_cast<cmsUInt32Number>(in.size() / 3));
+    for (std::size_t i = 0; i < in.size(); ++i) {
+      if (!(std::abs(out[i] - in[i]) <= tolerance)) return false;
+    }
+  }
+  return true;
 }
 
 std::string rewritten(std::string_view icc) {

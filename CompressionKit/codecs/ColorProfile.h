@@ -15,6 +15,9 @@ std::optional<std::string> profileDescription(std::string_view icc);
 /// The bytes are a profile of an RGB device.
 bool isRGBProfile(std::string_view icc);
 
+/// Colours of the RGB profile show as those of sRGB with the same numbers, to three steps of 8 bits.
+bool isSRGB(std::string_view icc);
+
 /// The same profile put together anew, with the flaws of its header and padding mended; empty for bytes that
 /// are no profile.
 std::string rewritten(std::string_view icc);

@@ -8,11 +8,13 @@ void ImageProperties::describeProfile(std::string icc) {
   const auto description = color::profileDescription(icc);
   if (!description) return;
   profileName = description;
+  isTagged = true;
   color = {};
   if (color::isRGBProfile(icc)) {
     color.icc = std::move(icc);
   } else {
     color.icc = color::rgbProfileOfGrey(icc);
+    hasGreyProfile = !color.icc.empty();
     color.srgb = color.icc.empty();
   }
 }

@@ -62,6 +62,9 @@ struct ImageProperties {
   /// How often the animation is repeated, as stored (0 is for ever); absent when the file does not say.
   std::optional<std::int64_t> loopCount;
   ColorTag color;
+  bool isTagged = false;        ///< a JPEG or PNG file says itself what its colours are
+  bool hasGreyProfile = false;  ///< the embedded profile is one of grey samples
+  std::string codePoints;       ///< the four bytes of a PNG cICP, which has the last word on the colours
 
   /// Puts an embedded profile into the properties: its name, and what a copy in RGB must carry. A profile
   /// that cannot be read counts as absent.

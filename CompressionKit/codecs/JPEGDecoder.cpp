@@ -202,6 +202,7 @@ class JPEGSource final : public ImageSource {
     if (header.exif.isAdobeRGB && !inks) {
       properties_.colorSpaceName = "Adobe RGB (1998)";
       properties_.color = {};
+      properties_.isTagged = true;
       properties_.color.icc =
           color::makeRGBProfile("Adobe RGB (1998)", color::adobeRGB, color::adobeRGBGamma);
     }

@@ -1,6 +1,7 @@
 #include "CompressionKit/codecs/PNGDecoder.h"
 
 #include <png.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cmath>
@@ -262,6 +263,7 @@ std::string codePoints(const Reader& reader) {
 
 void describeCodePoints(const std::string& points, ImageProperties& properties) {
   constexpr char bt709 = 1, displayP3 = 12, sRGBTransfer = 13;
+  properties.codePoints = points;
   properties.colorSpaceName = sRGBName;
   if (points[1] == sRGBTransfer && points[0] == bt709) return;
   properties.color.srgb = false;
@@ -276,37 +278,16 @@ void describeCodePoints(const std::string& points, ImageProperties& properties) 
     *properties.colorSpaceName += " " + std::to_string(static_cast<unsigned char>(value));
 }
 
-void describeColor(const Reader& reader, ImageProperties& properties) {
-  properties.colorSpaceName = untaggedName;
-  properties.color.srgb = true;
-  if (const std::string points = codePoints(reader); !points.empty()) {
-    describeCodePoints(points, properties);
-    return;
-  }
-  png_charp name = nullptr;
-  png_bytep profile = nullptr;
-  png_uint_32 size = 0;
-  int compression = 0;
-  if (png_get_iCCP(reader.png(), reader.info(), &name, &compression, &profile, &size) != 0) {
-    properties.describeProfile({reinterpret_cast<const char*>(profile), size});
-    return;
-  }
-  if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) != 0) {
-    properties.colorSpaceName = sRGBName;
-  } else {
-    describeCalibration(reader, properties);
-  }
-}
-
 /// The data of the first chunk of a type, if there is one of a size that we take. The eXIf chunk may stand
 /// behind the pixels, where libpng would read it only after all of them.
-std::optional<std::string> chunk(const ImageInput& input, std::string_view wanted, const StopToken& stop) {
+std::optional<std::string> chunk(const ImageInput& input, std::string_view wanted, const StopToken& stop,
+                                 std::string_view last = "IEND") {
   auto offset = static_cast<std::int64_t>(pngSignature.size());
   for (char header[8]; input.readAt(offset, header, sizeof header) == sizeof header;) {
     stop.throwIfStopped();
     const std::uint32_t length = bigEndian32(std::string_view(header, 8), 0);
     const std::string_view type(header + 4, 4);
-    if (type == "IEND") break;
+    if (type == last) break;
     if (type == wanted && length <= ImageLimits::maximumMetadataBytes) {
       std::string data(length, '\0');
       if (input.readAt(offset + 8, data.data(), length) != static_cast<ssize_t>(length)) break;
@@ -317,6 +298,49 @@ std::optional<std::string> chunk(const ImageInput& input, std::string_view wante
   return std::nullopt;
 }
 
+/// The profile of an iCCP chunk: name, zero, method, compressed bytes. libpng refuses profiles that others
+/// apply, for an odd length or rendering intent; empty for what cannot be read by anybody.
+std::string profileIn(std::string_view iCCP) {
+  const std::size_t name = iCCP.find('\0');
+  if (name == std::string_view::npos || name + 2 > iCCP.size() || iCCP[name + 1] != 0) return {};
+  iCCP.remove_prefix(name + 2);
+  z_stream stream{};
+  if (inflateInit(&stream) != Z_OK) throw std::bad_alloc();
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(iCCP.data()));
+  stream.avail_in = static_cast<uInt>(iCCP.size());
+  std::string profile;
+  int result = Z_OK;
+  while (result == Z_OK && std::ssize(profile) < ImageLimits::maximumMetadataBytes) {
+    constexpr std::size_t step = 1 << 16;
+    profile.resize(profile.size() + step);
+    stream.next_out = reinterpret_cast<Bytef*>(profile.data() + profile.size() - step);
+    stream.avail_out = step;
+    result = inflate(&stream, Z_NO_FLUSH);
+    profile.resize(profile.size() - stream.avail_out);
+  }
+  inflateEnd(&stream);
+  return result == Z_STREAM_END ? profile : std::string();
+}
+
+void describeColor(const Reader& reader, const ImageInput& input, const StopToken& stop,
+                   ImageProperties& properties) {
+  properties.colorSpaceName = untaggedName;
+  properties.color.srgb = true;
+  if (const std::string points = codePoints(reader); !points.empty()) {
+    describeCodePoints(points, properties);
+  } else {
+    const auto iCCP = chunk(input, "iCCP", stop, "IDAT");
+    if (iCCP) properties.describeProfile(profileIn(*iCCP));
+    if (properties.profileName) return;
+    if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) != 0) {
+      properties.colorSpaceName = sRGBName;
+    } else {
+      describeCalibration(reader, properties);
+    }
+  }
+  properties.isTagged = properties.colorSpaceName != untaggedName;
+}
+
 class PNGSource final : public ImageSource {
  public:
   PNGSource(const ImageInput& input, StopToken stop) : stop_(std::move(stop)), file_(input.stream()) {
@@ -325,7 +349,7 @@ class PNGSource final : public ImageSource {
     properties_.height = reader.height();
     properties_.hasAlpha = reader.hasAlpha();
     properties_.bitsPerSample = std::max<int>(8, png_get_bit_depth(reader.png(), reader.info()));
-    describeColor(reader, properties_);
+    describeColor(reader, input, stop_, properties_);
     if (const auto exif = chunk(input, "eXIf", stop_)) properties_.orientation = readExif(*exif).orientation;
   }
 

@@ -2,6 +2,7 @@
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/GIFQuality.h"
+#include "CompressionKit/image/ColorAgreement.h"
 #include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Digest.h"
 
@@ -19,12 +20,16 @@ class Validation {
     if (bytes_ < 1) return rejected("empty_output", std::nullopt);
     if (!rules_.acceptLarger && bytes_ >= fileSize(run_.url)) return rejected("not_smaller", bytes_);
     const ImageFacts facts = inspected();
-    if (!rules_.isLossy && !samePixels()) return rejected("pixels_changed", bytes_);
+    if (!colorsSurvive()) {
+      record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(facts));
+      return std::nullopt;
+    }
+    if (!rules_.isLossy && !samePixels(run_.url)) return rejected("pixels_changed", bytes_);
     if (!alphaSurvives(facts)) return rejected("alpha_mismatch", bytes_);
 
     std::optional<double> score;
     if (rules_.losslessCandidate) {
-      if (!ImageFacts::pixelsEqual(rules_.losslessCandidate->url, output_, stop_)) {
+      if (!samePixels(rules_.losslessCandidate->url)) {
         return rejected("pixels_changed", bytes_);
       }
       score = rules_.losslessCandidate->score;
@@ -43,16 +48,26 @@ class Validation {
   ImageFacts inspected() const {
     ImageFacts facts = ImageFacts::inspect(output_, stop_);
     if (!run_.original.compatible(facts, rules_.allowsSRGBConversion)) {
-      record("rejected", "metadata_mismatch", bytes_, std::nullopt,
-             run_.original.profileName.value_or("none") + " -> " + facts.profileName.value_or("none"));
+      record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(facts));
       throw CompressionError::fileOperation("压缩结果的尺寸、方向、帧信息或色彩配置与原图不一致");
     }
     return facts;
   }
 
-  bool samePixels() const {
-    if (run_.original.kind == ImageKind::gif) return ImageFacts::gifFramesEqual(run_.url, output_, stop_);
-    if (run_.original.kind == ImageKind::png) return ImageFacts::pixelsEqual(run_.url, output_, stop_);
+  std::string profiles(const ImageFacts& facts) const {
+    return run_.original.profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
+  }
+
+  /// A GIF says nothing of its colours.
+  bool colorsSurvive() const {
+    return run_.original.kind == ImageKind::gif ||
+           colorsAgree(run_.url, output_, rules_.allowsSRGBConversion, stop_);
+  }
+
+  /// For PNG at the depth of the files, which is more than what is shown.
+  bool samePixels(const URL& expected) const {
+    if (run_.original.kind == ImageKind::gif) return ImageFacts::gifFramesEqual(expected, output_, stop_);
+    if (run_.original.kind == ImageKind::png) return ImageFacts::samplesEqual(expected, output_, stop_);
     return true;
   }
 

@@ -40,6 +40,9 @@ struct ImageFacts {
   // throw nothing but `Interrupted`.
 
   static bool pixelsEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
+  /// The straight samples at 16 bits, 8-bit ones times 257; what lies under an alpha of 0 in both is no
+  /// matter.
+  static bool samplesEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
   /// Every alpha value differs by at most `tolerance`.
   static bool alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
                                    const StopToken& stop = {});

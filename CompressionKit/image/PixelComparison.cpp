@@ -19,24 +19,26 @@ constexpr std::int64_t bandPixels = 1'048'576;
 constexpr std::int64_t maximumBandPixels = 25'000'000;  // a single row can be that long
 
 using Band = std::span<const std::uint8_t>;
+using DeepBand = std::span<const std::uint16_t>;
 using Check = std::function<bool(Band original, Band candidate)>;
 
 /// Calls `check` with each band of both images from top to bottom; stops at the first false.
-bool walkBands(RowReader& original, RowReader& candidate, const Check& check) {
+template <typename Sample, typename Reader, typename Check>
+bool walkBands(Reader& original, Reader& candidate, const Check& check) {
   const std::int64_t width = original.width(), height = original.height();
   if (width != candidate.width() || height != candidate.height() || width < 1 || height < 1) return false;
   const std::int64_t rowsPerBand = std::max<std::int64_t>(1, std::min(bandPixels / width, height));
   if (width > maximumBandPixels / rowsPerBand) return false;
-  const auto rowBytes = static_cast<std::size_t>(width) * 4;
-  std::vector<std::uint8_t> first(rowBytes * static_cast<std::size_t>(rowsPerBand)), second(first.size());
+  const auto rowSize = static_cast<std::size_t>(width) * 4;
+  std::vector<Sample> first(rowSize * static_cast<std::size_t>(rowsPerBand)), second(first.size());
   for (std::int64_t y = 0; y < height; y += rowsPerBand) {
     const auto rows = static_cast<std::size_t>(std::min(rowsPerBand, height - y));
     for (std::size_t row = 0; row < rows; ++row) {
-      original.read(std::span(first).subspan(row * rowBytes, rowBytes));
-      candidate.read(std::span(second).subspan(row * rowBytes, rowBytes));
+      original.read(std::span(first).subspan(row * rowSize, rowSize));
+      candidate.read(std::span(second).subspan(row * rowSize, rowSize));
     }
-    if (!check(std::span(first).first(rows * rowBytes), std::span(second).first(rows * rowBytes)))
-      return false;
+    const std::span<const Sample> a(first), b(second);
+    if (!check(a.first(rows * rowSize), b.first(rows * rowSize))) return false;
   }
   return true;
 }
@@ -60,7 +62,7 @@ bool compareFirstImages(const URL& original, const URL& candidate, const StopTok
     const auto second = ImageSource::open(candidate, stop);
     const auto firstRows = first->rows(0);
     const auto secondRows = second->rows(0);
-    return walkBands(*firstRows, *secondRows, check);
+    return walkBands<std::uint8_t>(*firstRows, *secondRows, check);
   });
 }
 
@@ -121,6 +123,20 @@ bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate, const St
   return compareFirstImages(original, candidate, stop, bytesEqual);
 }
 
+bool ImageFacts::samplesEqual(const URL& original, const URL& candidate, const StopToken& stop) {
+  return holds([&] {
+    const auto first = ImageSource::open(original, stop), second = ImageSource::open(candidate, stop);
+    const auto firstRows = first->deepRows(0), secondRows = second->deepRows(0);
+    return walkBands<std::uint16_t>(*firstRows, *secondRows, [](DeepBand a, DeepBand b) {
+      for (std::size_t i = 0; i < a.size(); i += 4) {
+        const bool unseen = a[i + 3] == 0 && b[i + 3] == 0;
+        if (!unseen && !std::equal(&a[i], &a[i] + 4, &b[i])) return false;
+      }
+      return true;
+    });
+  });
+}
+
 bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
                                       const StopToken& stop) {
   if (areOpaque(original, candidate, stop)) return true;
@@ -147,7 +163,7 @@ bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate, const
     for (std::size_t i = 0; i < first->count(); ++i) {
       const auto firstRows = first->rows(i);
       const auto secondRows = second->rows(i);
-      if (!walkBands(*firstRows, *secondRows, bytesEqual)) return false;
+      if (!walkBands<std::uint8_t>(*firstRows, *secondRows, bytesEqual)) return false;
     }
     return true;
   });

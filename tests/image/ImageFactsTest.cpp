@@ -199,6 +199,32 @@ TEST_F(Comparison, LooksAtWhatShows) {
   EXPECT_FALSE(ImageFacts::quantizedAlphaWithin(folder_.write("x.png", "no image"), folder_ / "a.png"));
 }
 
+TEST_F(Comparison, ComparesSamplesAtTheDepthOfTheFile) {
+  constexpr int rgb = 2, grey = 0, rgba = 6;
+  const struct {
+    const char* what;
+    std::string original, candidate;
+    bool equal, looksEqual;
+  } cases[] = {
+      {"16 bits reduced to 8 that say the same", test::pngOfOneRow(1, 16, grey, "\x12\x12"),
+       test::pngOfOneRow(1, 8, rgb, "\x12\x12\x12"), true, true},
+      {"a low byte lost", test::pngOfOneRow(1, 16, grey, "\x12\x13"), test::pngOfOneRow(1, 8, grey, "\x12"),
+       false, true},
+      {"a colour under little alpha", test::pngOfOneRow(1, 8, rgba, "\x80\x80\x80\x01"),
+       test::pngOfOneRow(1, 8, rgba, "\x81\x80\x80\x01"), false, true},
+      {"a colour under no alpha", test::pngOfOneRow(1, 8, rgba, std::string("\x80\x80\x80\0", 4)),
+       test::pngOfOneRow(1, 8, rgba, std::string("\x81\x80\x80\0", 4)), true, true},
+      {"an alpha", test::pngOfOneRow(1, 8, rgba, std::string("\0\0\0\0", 4)),
+       test::pngOfOneRow(1, 8, rgba, std::string("\0\0\0\1", 4)), false, false},
+      {"a size", test::pngOfOneRow(1, 8, grey, "1"), test::pngOfOneRow(2, 8, grey, "11"), false, false},
+  };
+  for (const auto& c : cases) {
+    const URL original = folder_.write("a.png", c.original), candidate = folder_.write("b.png", c.candidate);
+    EXPECT_EQ(ImageFacts::samplesEqual(original, candidate), c.equal) << c.what;
+    EXPECT_EQ(ImageFacts::pixelsEqual(original, candidate), c.looksEqual) << c.what;
+  }
+}
+
 TEST_F(Comparison, BoundsQuantisedAlpha) {
   using Alpha = std::function<int(int)>;
   const auto all = [](int value) -> Alpha { return [=](int) { return value; }; };

@@ -1,0 +1,36 @@
+#include "CompressionKit/image/ColorAgreement.h"
+
+#include "CompressionKit/codecs/ColorProfile.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/PNGWriter.h"
+#include "CompressionKit/image/Decoding.h"
+
+namespace tidewell {
+namespace {
+
+/// Tools that convert read profiles by libpng, and know none of grey samples.
+bool canBeConverted(const ImageProperties& original) {
+  return !original.hasGreyProfile && isAllowedInPNG(original.color.icc);
+}
+
+bool agree(const ImageProperties& original, const ImageProperties& candidate, bool mayBeConverted) {
+  if (original.codePoints != candidate.codePoints) return false;
+  if (!original.codePoints.empty() || !original.profileName) return true;
+  const std::string& icc = original.color.icc;
+  if (candidate.profileName) {
+    return candidate.color.icc == icc ||
+           (color::isSRGB(candidate.color.icc) && (mayBeConverted || color::isSRGB(icc)));
+  }
+  return (candidate.isTagged && mayBeConverted && canBeConverted(original)) || color::isSRGB(icc);
+}
+
+}  // namespace
+
+bool colorsAgree(const URL& original, const URL& candidate, bool mayBeConverted, const StopToken& stop) {
+  return decoding([&] {
+    return agree(ImageSource::open(original, stop)->properties(0),
+                 ImageSource::open(candidate, stop)->properties(0), mayBeConverted);
+  });
+}
+
+}  // namespace tidewell
