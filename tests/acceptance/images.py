@@ -36,6 +36,49 @@ def photo(width, height, seed=1):
     return numpy.clip(result, 0, 255).astype("uint8")
 
 
+PATCHES = ((200, 60, 60), (60, 180, 60), (60, 60, 200), (200, 180, 40), (40, 160, 170), (170, 60, 160))
+
+
+def with_patches(rgb):
+    """The picture with a row of flat, saturated patches, 48 pixels wide: what another gamut would move most."""
+    result = rgb.copy()
+    for i, color in enumerate(PATCHES):
+        result[16:64, 16 + 48 * i : 64 + 48 * i] = color
+    return result
+
+
+def patches_of(rgb):
+    """The mean colours of the patches."""
+    return numpy.array([rgb[24:56, 24 + 48 * i : 56 + 48 * i].mean((0, 1)) for i in range(len(PATCHES))])
+
+
+def lab(rgb, matrix, curve):
+    """CIE Lab (D50) of values from 0 to 255, by the columns of primaries and the curve from values to light."""
+    xyz = curve(rgb / 255) @ numpy.array(matrix) / (0.9642, 1.0, 0.8249)
+    f = numpy.where(xyz > 216 / 24389, numpy.cbrt(xyz), (24389 / 27 * xyz + 16) / 116)
+    return numpy.stack([116 * f[:, 1] - 16, 500 * (f[:, 0] - f[:, 1]), 200 * (f[:, 1] - f[:, 2])], 1)
+
+
+def srgb_curve(values):
+    return numpy.where(values <= 0.04045, values / 12.92, ((values + 0.055) / 1.055) ** 2.4)
+
+
+SRGB_PRIMARIES = ((0.43607, 0.22249, 0.01392), (0.38515, 0.71687, 0.09708), (0.14307, 0.06061, 0.71410))
+P3_PRIMARIES = ((0.51512, 0.24120, -0.00105), (0.29198, 0.69225, 0.04189), (0.15710, 0.06657, 0.78407))
+
+
+def profile_colors(profile):
+    """Primaries and curve of a profile of `matrix_profile`."""
+    tags = {}
+    for i in range(struct.unpack(">I", profile[128:132])[0]):
+        name, offset, size = struct.unpack(">4sII", profile[132 + 12 * i : 144 + 12 * i])
+        tags[name] = profile[offset : offset + size]
+    kind, _, count, gamma = struct.unpack(">4sIIH", tags[b"rTRC"][:14])
+    assert (kind, count) == (b"curv", 1)
+    matrix = [[v / 65536 for v in struct.unpack(">3i", tags[t][8:20])] for t in (b"rXYZ", b"gXYZ", b"bXYZ")]
+    return matrix, lambda values: values ** (gamma / 256)
+
+
 def screenshot(width, height, seed=2):
     random = numpy.random.default_rng(seed)
     image = numpy.full((height, width, 3), 250, "uint8")
@@ -97,9 +140,9 @@ def matrix_profile(name, red, green, blue, gamma):
     return header + bytes(128 - len(header)) + table + data
 
 
-DISPLAY_P3 = matrix_profile(
-    "Display P3", (0.51512, 0.24120, -0.00105), (0.29198, 0.69225, 0.04189), (0.15710, 0.06657, 0.78407), 2.2
-)
+DISPLAY_P3 = matrix_profile("Display P3", *P3_PRIMARIES, 2.2)
+P3_UNDER_ANOTHER_NAME = matrix_profile("sRGB Transfer with DCI-P3 Gamut", *P3_PRIMARIES, 2.2)
+ODD_P3 = (len(DISPLAY_P3) + 1).to_bytes(4, "big") + DISPLAY_P3[4:] + b"\0"
 ADOBE_RGB = matrix_profile(
     "Adobe RGB (1998)", (0.60974, 0.31111, 0.01947), (0.20528, 0.62567, 0.06087), (0.14919, 0.06322, 0.74457), 2.2
 )

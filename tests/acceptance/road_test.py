@@ -49,6 +49,27 @@ def as_srgb(image):
     return numpy.asarray(Image.composite(colors, grey, alpha)).astype(float)
 
 
+def patch_colors(data, tagged=True):
+    """The patches as CIE Lab, by what the file says of its colours; judged by NumPy alone."""
+    image = Image.open(io.BytesIO(data))
+    chunks = dict(images.png_chunks(data)) if image.format == "PNG" else {}
+    matrix, curve = images.SRGB_PRIMARIES, images.srgb_curve
+    if not tagged:
+        pass
+    elif b"cICP" in chunks:
+        matrix = {1: images.SRGB_PRIMARIES, 12: images.P3_PRIMARIES}[chunks[b"cICP"][0]]
+    elif profile := image.info.get("icc_profile"):
+        matrix, curve = images.profile_colors(profile)
+    elif b"sRGB" not in chunks and (gamma := image.info.get("gamma")):
+        curve = lambda values: values ** (1 / gamma)  # noqa: E731
+    return images.lab(images.patches_of(numpy.asarray(image.convert("RGB")).astype(float)), matrix, curve)
+
+
+def distance(a, b):
+    """Of the two patches that differ most."""
+    return numpy.sqrt(((a - b) ** 2).sum(1)).max()
+
+
 def frames_of(path):
     """Every frame as displayed, with how long and the loop count."""
     with Image.open(path) as gif:
@@ -136,9 +157,16 @@ class Road(unittest.TestCase):
         return backup, self.check_explained(path, "replaced")
 
 
+    def check_colors(self, before, path, limit=5):
+        """The patches show as they did. Another gamut would move them three times as far."""
+        self.assertLess(distance(patch_colors(before), patch_colors(path.read_bytes())), limit)
+        if Image.open(io.BytesIO(before)).info.get("icc_profile"):
+            self.assertGreater(distance(patch_colors(before), patch_colors(before, tagged=False)), 3 * limit)
+
+
 class JPEG(Road):
     def test_kinds(self):
-        pixels = Image.fromarray(images.photo(900, 600))
+        pixels = Image.fromarray(images.with_patches(images.photo(900, 600)))
         exif = Image.Exif()
         exif[0x0112] = 6
         exif[0x010F] = "Camera"
@@ -146,6 +174,7 @@ class JPEG(Road):
             "plain.jpg": dict(quality=92),
             "turned.JPG": dict(quality=92, exif=exif),
             "p3.jpeg": dict(quality=92, icc_profile=images.DISPLAY_P3),
+            "named.jpg": dict(quality=92, icc_profile=images.P3_UNDER_ANOTHER_NAME),
             "progressive.jpg": dict(quality=95, progressive=True),
             "fine.jpg": dict(quality=99, subsampling=0),
             "grey.jpg": dict(quality=92),
@@ -169,6 +198,8 @@ class JPEG(Road):
                 self.assertEqual(new.getexif().get(0x0112, 1), old.getexif().get(0x0112, 1))
                 self.assertEqual(bool(new.info.get("icc_profile")), bool(old.info.get("icc_profile")))
                 self.assertLess(numpy.abs(as_srgb(old) - as_srgb(new)).mean(), 4)
+                if not name.startswith("grey"):
+                    self.check_colors(data, path)
                 # The metric, run by hand on backup and replacement, gives the score on record.
                 accepted = next(a for a in report["attempts"] if a["encoder"] == report["selectedEncoder"])
                 by_hand = subprocess.run([TOOLS / "ssimulacra2", backup, path], stdout=subprocess.PIPE, check=True)
@@ -179,7 +210,7 @@ class PNG(Road):
     def kinds(self):
         exif = Image.Exif()
         exif[0x0112] = 6
-        photo = Image.fromarray(images.photo(640, 480))
+        photo = Image.fromarray(images.with_patches(images.photo(640, 480)))
         saved = functools.partial(images.saved, kind="PNG", compress_level=1)
         grey16 = (images.photo(300, 200)[..., 0].astype("uint16") * 257) + numpy.arange(300, dtype="uint16")
         yield "photo.png", saved(photo)
@@ -190,6 +221,10 @@ class PNG(Road):
         yield "interlaced.png", images.interlaced_png(images.photo(320, 240))
         yield "turned.png", saved(photo, exif=exif)
         yield "p3.png", saved(photo, icc_profile=images.DISPLAY_P3)
+        yield "named.png", saved(photo, icc_profile=images.P3_UNDER_ANOTHER_NAME)
+        yield "odd.png", saved(photo, icc_profile=images.ODD_P3)
+        tagged = images.with_chunk(saved(photo), b"sRGB", b"\0")
+        yield "code-points.png", images.with_chunk(tagged, b"cICP", bytes((12, 13, 0, 1)))
         yield "adobe.png", saved(photo, icc_profile=images.ADOBE_RGB)
         yield "p3-few-colours.png", saved(Image.fromarray(images.screenshot(400, 300)), icc_profile=images.DISPLAY_P3)
         yield "srgb.png", images.with_chunk(saved(photo), b"sRGB", b"\0")
@@ -223,6 +258,8 @@ class PNG(Road):
                 if name == "p3-few-colours.png":  # the quantiser has a colour engine: the colours become those of sRGB
                     self.assertRegex(report["selectedEncoder"], "^pngquant")
                     self.assertEqual(("srgb" in new.info, "icc_profile" in new.info), (True, False))
+                if old.size == (640, 480) and old.mode == "RGB":
+                    self.check_colors(data, path)
                 if name == "icon.png":
                     alpha = [numpy.asarray(i.convert("RGBA"))[..., 3].astype(int) for i in (old, new)]
                     self.assertLess(numpy.abs(alpha[0] - alpha[1]).mean(), 2)
