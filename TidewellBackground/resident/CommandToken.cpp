@@ -54,6 +54,10 @@ std::string CommandToken::commandToken() {
   } catch (const std::exception&) {
     return {};
   }
+  return tokenIn(text);
+}
+
+std::string CommandToken::tokenIn(std::string_view text) {
   return valueInKeyFile(text, "Tidewell", "TidewellCommandToken");
 }
 

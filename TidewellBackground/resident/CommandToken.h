@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <string_view>
+
 #include "CompressionKit/platform/URL.h"
 #include "TidewellBackground/resident/Platform.h"
 
@@ -12,6 +15,8 @@ class CommandToken final : public TokenSource {
  public:
   /// The settings file of this user.
   static URL defaultFile();
+  /// In the text of such a file; empty when it has none.
+  static std::string tokenIn(std::string_view text);
 
   explicit CommandToken(URL file = defaultFile()) : file_(std::move(file)) {}
   std::string commandToken() override;

@@ -1,0 +1,12 @@
+#include "CompressionKit/codecs/GIFDecoder.h"
+
+#include "support/Images.h"
+
+using namespace tidewell;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::Input input(data, size);
+  if (!looksLikeGIF(fuzz::text(input))) return 0;
+  if (const auto source = fuzz::openSmall(input)) fuzz::decodeInEveryWay(*source);
+  return 0;
+}
