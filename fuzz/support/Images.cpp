@@ -81,6 +81,7 @@ std::unique_ptr<ImageSource> openSmall(Input input) {
     const bool isHEIF = heif::container(text(input).substr(0, heif::headBytes)).has_value();
     if (isHEIF && !isSmallHEIF(input)) throw ImageDecodeError("large");
     source = ImageSource::open(ImageInput(input));
+    if (source->count() < 1) throw ImageDecodeError("empty");
     for (std::size_t i = 0; i < std::min(source->count(), maximumImages); ++i) {
       const ImageProperties properties = source->properties(i);
       if (properties.width < 1 || properties.height > maximumPixels / properties.width)
