@@ -57,6 +57,7 @@ UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUI
     record.state = UndoRecord::State::prepared;
     record.convertedPath = convertedPath;
     writeRecord(record);  // flushes the directory, and with it the backup's entry
+    files::flush(root_);  // for its own name: another file of the batch may have made it, and not flushed yet
   } catch (...) {
     files::removeItemIfPossible(backup);
     files::removeItemIfPossible(recordURL(record));  // its name may stand although its flush failed
