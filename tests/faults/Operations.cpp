@@ -101,15 +101,22 @@ std::vector<Operation> makeOperations() {
   const auto badlyKept = [=](const World& world, bool swept) { return neglect->wrong(world, swept); };
   using Paths = std::vector<const URL World::*>;
   const Paths photo{&World::photo}, both{&World::photo, &World::png};
+  using enum Operation::Exchanges;
   return {
-      {"Replacement", nothing, inPlace, {old, ""}, {smaller, ""}, true, photo},
-      {"Conversion", nothing, beside, {old, ""}, {old, smaller}, true, both},
-      {"Restore", replaced, restore, {smaller, ""}, {old, ""}, true, photo},
-      {"RestoreOfDeleted", replacedAndDeleted, restore, {"", ""}, {old, ""}, false, photo},
-      {"RestoreOfConversion", converted, restore, {old, smaller}, {old, ""}, true, both},
-      {"RestoreOfDeletedConversion", convertedAndDeleted, restore, {"", smaller}, {old, ""}, true, both},
-      {"Deletion", finallyReplaced, remove, {smaller, ""}, {smaller, ""}, false},
-      {"Maintenance", neglected, maintain, {smaller, ""}, {smaller, ""}, false, {}, badlyKept},
+      {"Replacement", nothing, inPlace, {old, ""}, {smaller, ""}, always, photo},
+      {"Conversion", nothing, beside, {old, ""}, {old, smaller}, afterASave, both},
+      {"Restore", replaced, restore, {smaller, ""}, {old, ""}, always, photo},
+      {"RestoreOfDeleted", replacedAndDeleted, restore, {"", ""}, {old, ""}, never, photo},
+      {"RestoreOfConversion", converted, restore, {old, smaller}, {old, ""}, afterASave, both},
+      {"RestoreOfDeletedConversion",
+       convertedAndDeleted,
+       restore,
+       {"", smaller},
+       {old, ""},
+       afterASave,
+       both},
+      {"Deletion", finallyReplaced, remove, {smaller, ""}, {smaller, ""}, never},
+      {"Maintenance", neglected, maintain, {smaller, ""}, {smaller, ""}, never, {}, badlyKept},
   };
 }
 

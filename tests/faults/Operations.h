@@ -20,8 +20,8 @@ struct Operation {
   std::function<void(World&)> prepare;  ///< without faults
   std::function<void(World&)> run;
   Names before, after;
-  bool mayExchange;                            ///< files, where the file system can
-  std::vector<const URL World::*> saves = {};  ///< where other programs interfere
+  enum class Exchanges { never, afterASave, always } exchanges;  ///< files, where the file system can
+  std::vector<const URL World::*> saves = {};                    ///< where other programs interfere
   std::function<std::string(const World&, bool swept)> alsoWrong = {};
 };
 
