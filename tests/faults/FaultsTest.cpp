@@ -244,8 +244,11 @@ TEST_P(EveryPoint, MayBeTheLastAfterASave) {
         const std::string mode = "save before move " + std::to_string(move);
         goesOn = drive(mode + ", end", Kind::end,
                        [&](Faults& faults, World& world, int point) { arm(faults, world).end(point); });
-        drive(mode + ", broken disk", Kind::failing,
-              [&](Faults& faults, World& world, int point) { arm(faults, world).fail(point, EIO, true); });
+        for (const auto& [what, code] : {std::pair(", broken disk", EIO), {", full disk", ENOSPC}}) {
+          drive(mode + what, Kind::failing, [&, code = code](Faults& faults, World& world, int point) {
+            arm(faults, world).fail(point, code, true);
+          });
+        }
       }
     }
   });
