@@ -10,6 +10,7 @@
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
 #include "support/Failure.h"
+#include "support/Faults.h"
 #include "support/HEICSample.h"
 #include "support/TestImages.h"
 
@@ -149,6 +150,38 @@ TEST_F(HEICConversion, FailuresLeaveNothing) {
   EXPECT_EQ(failure(photo), "无法创建 PNG：同名文件过多");
   files::removeItem(pictures.appending("photo（潮汐井999）.png"));
   EXPECT_EQ(convert().url.lastPathComponent(), "photo（潮汐井999）.png");
+}
+
+/// Another program writes to the HEIC file, or to the finished PNG, at any moment at which a file is moved.
+TEST_F(HEICConversion, SavesOnlyWhatItHasJudged) {
+  const test::Raster wide(65, 96, [](int, int) { return test::Pixel{90, 90, 60, 255}; });
+  test::writePNGFile(folder / "wide.png", wide);
+  for (const bool changesPNG : {true, false}) {
+    for (int move = 1, happened = 1; happened != 0; ++move) {
+      files::writeAtomically(photo, before);
+      bool isSaved = false;
+      test::Faults faults;
+      faults.at(
+          move,
+          [&] {
+            isSaved = files::exists(png);
+            if (!changesPNG) return files::writeAtomically(photo, before + "more");
+            for (const auto& name : files::namesInDirectory(pictures)) {
+              const URL decoded = pictures.appending(name).appending("decoded.png");
+              if (files::exists(decoded)) files::writeAtomically(decoded, files::read(folder / "wide.png"));
+            }
+          },
+          test::FileCall::moves);
+      const bool isDone = test::textOf([&] { convert(); }) == "no error";
+      happened = faults.happened();
+      if (isDone) {
+        const bool isTheSwap = faults.where().ends_with(png.path());  // after the last look
+        EXPECT_TRUE(changesPNG || isSaved || isTheSwap || happened == 0) << move << " " << faults.where();
+        EXPECT_EQ(ImageFacts::inspect(png).width, 64) << move << " " << faults.where();
+      }
+      files::removeItemIfPossible(png);
+    }
+  }
 }
 
 TEST_F(HEICConversion, WithoutARecordThereIsNoPNG) {
