@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <exception>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/undo/FolderSweep.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
 #include "CompressionKit/undo/WorkingDirectory.h"
 #include "faults/Operations.h"
@@ -82,6 +84,34 @@ TEST(Interference, IsNeverCalledSuccess) {
         const bool isDone = world.at(world.photo).value_or("") == operation.after.photo &&
                             world.at(world.png).value_or("") == operation.after.png;
         EXPECT_TRUE(threw || isDone) << operation.name << " " << move << " " << faults.where();
+      }
+    }
+  }
+}
+
+/// And then one call fails, that which would tell whose bytes were displaced for example.
+TEST(Interference, SurvivesAnErrorRightAfterIt) {
+  for (const auto& operation : test::operations()) {
+    for (const URL World::*name : operation.saves) {
+      for (int move = 1, point = 0; point != 1; ++move) {
+        for (point = 1;; ++point) {
+          World world;
+          operation.prepare(world);
+          Faults faults;
+          faults.at(
+              move, [&] { world.save(world.*name, World::Save::rename); }, FileCall::moves);
+          faults.then().fail(point, EIO);
+          try {
+            operation.run(world);
+          } catch (const std::exception&) {
+          }
+          if (!faults.happened()) break;
+          sweepFolder(world.photos);
+          EXPECT_EQ(world.wrong({operation.before.photo, operation.after.photo},
+                                {operation.before.png, operation.after.png}, false),
+                    "")
+              << operation.name << " " << move << " " << point << " " << faults.where();
+        }
       }
     }
   }
