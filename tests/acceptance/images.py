@@ -40,16 +40,16 @@ PATCHES = ((200, 60, 60), (60, 180, 60), (60, 60, 200), (200, 180, 40), (40, 160
 
 
 def with_patches(rgb):
-    """The picture with a row of flat, saturated patches, 48 pixels wide: what another gamut would move most."""
+    """The picture with flat, saturated patches, which another gamut would move most: too small for the metric."""
     result = rgb.copy()
     for i, color in enumerate(PATCHES):
-        result[16:64, 16 + 48 * i : 64 + 48 * i] = color
+        result[16:32, 16 + 48 * i : 32 + 48 * i] = color
     return result
 
 
 def patches_of(rgb):
     """The mean colours of the patches."""
-    return numpy.array([rgb[24:56, 24 + 48 * i : 56 + 48 * i].mean((0, 1)) for i in range(len(PATCHES))])
+    return numpy.array([rgb[20:28, 20 + 48 * i : 28 + 48 * i].mean((0, 1)) for i in range(len(PATCHES))])
 
 
 def lab(rgb, matrix, curve):
