@@ -46,6 +46,7 @@ struct HEIFInput {
   std::int64_t windowSize = 0;
 
   bool readAt(std::int64_t offset, void* data, std::size_t bytes) {
+    if (offset < 0) return false;  // a position of the file's own making
     if (bytes > window.size()) return input.readAt(offset, data, bytes) == static_cast<ssize_t>(bytes);
     const auto wanted = static_cast<std::int64_t>(bytes);
     const auto isHeld = [&] { return offset >= windowStart && offset - windowStart <= windowSize - wanted; };
