@@ -1,3 +1,4 @@
+#include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/JPEGDecoder.h"
 #include "support/Images.h"
 
@@ -9,6 +10,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto source = fuzz::openSmall(input);
   if (!source) return 0;
   fuzz::decodeInEveryWay(*source);
+  if (const std::string icc = source->properties(0).color.icc; !icc.empty()) color::isSRGB(icc);
   // As large images are decoded.
   const auto sparse = openJPEG(ImageInput(input), {}, /*maximumPlainBytes=*/0);
   for (const std::int64_t side : {0, 1}) {
