@@ -30,11 +30,16 @@ void ReplacementTransaction::requireOriginal(const URL& url) const {
   if (hash(url) != request_.originalHash) throw CompressionError::changedDuringCompression();
 }
 
+void ReplacementTransaction::requireJudged(const URL& candidate) const {
+  if (!stands(candidate, record_.replacementHash)) throw CompressionError::validationFailed();
+}
+
 bool ReplacementTransaction::swap() {
   try {
     requireOriginal(undo_.backupURL(record_));
     if (request_.destination) {
       requireOriginal(request_.original);
+      requireJudged(request_.candidate);
       kept_ = atomicRenameIfAbsent(request_.candidate, *request_.destination);
       return kept_;
     }
@@ -65,7 +70,7 @@ void ReplacementTransaction::replace() {
   files::flush(request_.candidate);
   displaced_.emplace(request_.original, KnownContents{record_.replacementHash, request_.originalHash});
   displaced_->put(request_.candidate);
-  if (!stands(displaced_->place(), record_.replacementHash)) throw CompressionError::validationFailed();
+  requireJudged(displaced_->place());
   requireUntouchedSince(found);
   switch (displaced_->exchange()) {
     case Exchange::vanished:

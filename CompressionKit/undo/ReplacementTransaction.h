@@ -54,6 +54,7 @@ class ReplacementTransaction {
  private:
   const URL& target() const { return request_.destination ? *request_.destination : request_.original; }
   void requireOriginal(const URL& url) const;
+  void requireJudged(const URL& candidate) const;
   void requireUntouchedSince(const files::ResourceValues& found) const;
   void replace();
   void removeNewFile();

@@ -196,6 +196,13 @@ TEST_P(Replacement, SavesANewFileBesideTheOriginal) {
   files::removeItem(png);
 
   EXPECT_THROW(attempt([] {}, refuse), CompressionError);
+  EXPECT_THROW(
+      {
+        ReplacementTransaction transaction = begin(true);
+        files::writeAtomically(candidate, "sma11er", files::Durability::cached);
+        transaction.swap();
+      },
+      CompressionError);
   EXPECT_EQ(photos(), "photo.jpg=original");
   EXPECT_EQ(records(), 0U);
 
