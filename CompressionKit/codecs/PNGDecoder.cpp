@@ -1,17 +1,15 @@
 #include "CompressionKit/codecs/PNGDecoder.h"
 
 #include <png.h>
-#include <zlib.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/Exif.h"
 #include "CompressionKit/codecs/PNGBytes.h"
+#include "CompressionKit/codecs/PNGColor.h"
 #include "CompressionKit/codecs/Premultiply.h"
 
 namespace tidewell {
@@ -20,7 +18,6 @@ namespace {
 /// Chunks that say nothing about pixels or colours: text may be long and compressed, and for eXIf libpng
 /// allocates whatever length the chunk claims.
 constexpr char ignoredChunks[] = "tEXt\0zTXt\0iTXt\0sPLT\0hIST\0tIME\0pCAL\0sCAL\0oFFs\0eXIf";
-constexpr char codePointsChunk[] = "cICP";
 /// Two rows of the widest pixels at once, so that what a header claims costs a bounded amount.
 constexpr auto maximumWidth = static_cast<png_uint_32>(ImageLimits::maximumResidentBytes / 16);
 
@@ -208,139 +205,6 @@ class PNGDeepRowReader final : public DeepRowReader {
   std::vector<std::uint8_t> narrow_;
 };
 
-// --- Colour -----------------------------------------------------------------------------------------------
-
-constexpr double sRGBGamma = 0.45455;
-
-bool near(double a, double b, double tolerance) {
-  return std::abs(a - b) <= tolerance;
-}
-
-std::string decimal(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.4g", value);
-  return text;
-}
-
-/// gAMA and cHRM: the colour space of images whose maker did not embed a profile.
-void describeCalibration(const Reader& reader, ImageProperties& properties) {
-  double gamma = 0;
-  std::array<double, 8> xy{};
-  const bool hasGamma = png_get_gAMA(reader.png(), reader.info(), &gamma) != 0 && gamma > 0;
-  const bool hasPrimaries = png_get_cHRM(reader.png(), reader.info(), &xy[0], &xy[1], &xy[2], &xy[3], &xy[4],
-                                         &xy[5], &xy[6], &xy[7]) != 0;
-  const bool sRGBCurve = !hasGamma || near(gamma, sRGBGamma, 0.006);
-  const bool sRGBPrimaries = !hasPrimaries || std::ranges::equal(xy, color::bt709, [](double a, double b) {
-    return near(a, b, 0.003);
-  });
-  if (sRGBCurve && sRGBPrimaries) {
-    if (hasPrimaries) properties.colorSpaceName = sRGBName;
-    return;
-  }
-  // A name of its own for each, so that losing the calibration is a change of colours.
-  std::string name = sRGBCurve ? "RGB" : std::string(gammaNamePrefix) + decimal(1 / gamma);
-  if (!sRGBPrimaries) {
-    name = "Calibrated " + name + " primaries";
-    for (const double value : xy) name += " " + decimal(value);
-  }
-  properties.colorSpaceName = name;
-  properties.color.srgb = false;
-  if (hasGamma) properties.color.gamma = gamma;
-  if (hasPrimaries) properties.color.chromaticity = xy;
-}
-
-/// The code points (ITU-T H.273) of a cICP chunk: primaries, transfer, matrix, range.
-std::string codePoints(const Reader& reader) {
-  png_unknown_chunkp chunks = nullptr;
-  const int count = png_get_unknown_chunks(reader.png(), reader.info(), &chunks);
-  for (int i = 0; i < count; ++i) {
-    if (std::memcmp(chunks[i].name, codePointsChunk, 4) == 0 && chunks[i].size == 4) {
-      return {reinterpret_cast<const char*>(chunks[i].data), 4};
-    }
-  }
-  return {};
-}
-
-void describeCodePoints(const std::string& points, ImageProperties& properties) {
-  constexpr char bt709 = 1, displayP3 = 12, sRGBTransfer = 13;
-  properties.codePoints = points;
-  properties.colorSpaceName = sRGBName;
-  if (points[1] == sRGBTransfer && points[0] == bt709) return;
-  properties.color.srgb = false;
-  if (points[1] == sRGBTransfer && points[0] == displayP3) {
-    properties.colorSpaceName = "Display P3";
-    properties.color.icc = color::makeRGBProfile("Display P3", color::displayP3);
-    return;
-  }
-  properties.color.codePoints = points;
-  properties.colorSpaceName = "Code points";
-  for (const char value : points)
-    *properties.colorSpaceName += " " + std::to_string(static_cast<unsigned char>(value));
-}
-
-/// The data of the first chunk of a type, if there is one of a size that we take. The eXIf chunk may stand
-/// behind the pixels, where libpng would read it only after all of them.
-std::optional<std::string> chunk(const ImageInput& input, std::string_view wanted, const StopToken& stop,
-                                 std::string_view last = "IEND") {
-  auto offset = static_cast<std::int64_t>(pngSignature.size());
-  for (char header[8]; input.readAt(offset, header, sizeof header) == sizeof header;) {
-    stop.throwIfStopped();
-    const std::uint32_t length = bigEndian32(std::string_view(header, 8), 0);
-    const std::string_view type(header + 4, 4);
-    if (type == last) break;
-    if (type == wanted && length <= ImageLimits::maximumMetadataBytes) {
-      std::string data(length, '\0');
-      if (input.readAt(offset + 8, data.data(), length) != static_cast<ssize_t>(length)) break;
-      return data;
-    }
-    offset += static_cast<std::int64_t>(length + pngChunkOverhead);
-  }
-  return std::nullopt;
-}
-
-/// The profile of an iCCP chunk: name, zero, method, compressed bytes. libpng refuses profiles that others
-/// apply, for an odd length or rendering intent; empty for what cannot be read by anybody.
-std::string profileIn(std::string_view iCCP) {
-  const std::size_t name = iCCP.find('\0');
-  if (name == std::string_view::npos || name + 2 > iCCP.size() || iCCP[name + 1] != 0) return {};
-  iCCP.remove_prefix(name + 2);
-  z_stream stream{};
-  if (inflateInit(&stream) != Z_OK) throw std::bad_alloc();
-  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(iCCP.data()));
-  stream.avail_in = static_cast<uInt>(iCCP.size());
-  std::string profile;
-  int result = Z_OK;
-  while (result == Z_OK && std::ssize(profile) < ImageLimits::maximumMetadataBytes) {
-    constexpr std::size_t step = 1 << 16;
-    profile.resize(profile.size() + step);
-    stream.next_out = reinterpret_cast<Bytef*>(profile.data() + profile.size() - step);
-    stream.avail_out = step;
-    result = inflate(&stream, Z_NO_FLUSH);
-    profile.resize(profile.size() - stream.avail_out);
-  }
-  inflateEnd(&stream);
-  return result == Z_STREAM_END ? profile : std::string();
-}
-
-void describeColor(const Reader& reader, const ImageInput& input, const StopToken& stop,
-                   ImageProperties& properties) {
-  properties.colorSpaceName = untaggedName;
-  properties.color.srgb = true;
-  if (const std::string points = codePoints(reader); !points.empty()) {
-    describeCodePoints(points, properties);
-  } else {
-    const auto iCCP = chunk(input, "iCCP", stop, "IDAT");
-    if (iCCP) properties.describeProfile(profileIn(*iCCP));
-    if (properties.profileName) return;
-    if (png_get_valid(reader.png(), reader.info(), PNG_INFO_sRGB) != 0) {
-      properties.colorSpaceName = sRGBName;
-    } else {
-      describeCalibration(reader, properties);
-    }
-  }
-  properties.isTagged = properties.colorSpaceName != untaggedName;
-}
-
 class PNGSource final : public ImageSource {
  public:
   PNGSource(const ImageInput& input, StopToken stop) : stop_(std::move(stop)), file_(input.stream()) {
@@ -349,8 +213,9 @@ class PNGSource final : public ImageSource {
     properties_.height = reader.height();
     properties_.hasAlpha = reader.hasAlpha();
     properties_.bitsPerSample = std::max<int>(8, png_get_bit_depth(reader.png(), reader.info()));
-    describeColor(reader, input, stop_, properties_);
-    if (const auto exif = chunk(input, "eXIf", stop_)) properties_.orientation = readExif(*exif).orientation;
+    describePNGColor(reader.png(), reader.info(), input, stop_, properties_);
+    if (const auto exif = chunkData(input, "eXIf", stop_))
+      properties_.orientation = readExif(*exif).orientation;
   }
 
   Container container() const override { return Container::png; }
