@@ -36,9 +36,10 @@ using Context = std::unique_ptr<heif_context, Release>;
 using Handle = std::unique_ptr<const heif_image_handle, Release>;
 
 /// The file as libheif reads it, a few bytes at a time: positions beyond the end and failed reads are its
-/// errors, not ours.
+/// errors, not ours. Reads nothing more once a stop was requested.
 struct HEIFInput {
   ImageInput input;
+  StopToken stop;
   std::int64_t size = input.size();
   std::int64_t position = 0;
   std::array<char, 4096> window;
@@ -46,6 +47,7 @@ struct HEIFInput {
   std::int64_t windowSize = 0;
 
   bool readAt(std::int64_t offset, void* data, std::size_t bytes) {
+    if (stop.stopRequested()) return false;
     if (offset < 0) return false;  // a position of the file's own making
     if (bytes > window.size()) return input.readAt(offset, data, bytes) == static_cast<ssize_t>(bytes);
     const auto wanted = static_cast<std::int64_t>(bytes);
@@ -142,8 +144,8 @@ void limit(heif_context* context) {
 }  // namespace
 
 struct HEICSource::Impl {
-  Impl(const ImageInput& input, StopToken token)
-      : file{.input = input, .window = {}}, stop(std::move(token)) {
+  Impl(const ImageInput& input, const StopToken& token)
+      : file{.input = input, .stop = token, .window = {}}, stop(token) {
     // Once per process and never undone: codec plugins stay loaded while images may be decoded.
     static const heif_error initialised = [] {
       const heif_error error = heif_init(nullptr);
@@ -237,10 +239,12 @@ struct HEICSource::Impl {
              : (alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB);
     heif_image* raw = nullptr;
     stop.throwIfStopped();
-    check(heif_decode_image(image.handle.get(), &raw, heif_colorspace_RGB, chroma, options.get()));
-    stop.throwIfStopped();
+    const heif_error error =
+        heif_decode_image(image.handle.get(), &raw, heif_colorspace_RGB, chroma, options.get());
     heif::Pixels pixels;
     pixels.image.reset(raw);
+    stop.throwIfStopped();
+    check(error);
     if (!raw || heif_image_get_chroma_format(raw) != chroma ||
         heif_image_get_width(raw, heif_channel_interleaved) != image.width ||
         heif_image_get_height(raw, heif_channel_interleaved) != image.height) {
@@ -281,8 +285,14 @@ struct HEICSource::Impl {
   std::size_t decodedIndex = 0;
 };
 
-HEICSource::HEICSource(const ImageInput& input, const StopToken& stop)
-    : impl_(std::make_unique<Impl>(input, stop)) {}
+HEICSource::HEICSource(const ImageInput& input, const StopToken& stop) {
+  try {
+    impl_ = std::make_unique<Impl>(input, stop);
+  } catch (const ImageDecodeError&) {
+    stop.throwIfStopped();
+    throw;
+  }
+}
 HEICSource::~HEICSource() = default;
 
 Container HEICSource::container() const {
