@@ -153,7 +153,7 @@ void Seeds::addTexts() {
     return "tidewell-background://compress?token=abc&files=" + base64Encoded(list);
   };
   for (const std::string& url :
-       {command(R"(["/a/b.jpg","/\u00e4.png"])"), command("[]"), command(R"(["a\u0000b",1])"),
+       {command(R"(["/a/b.jpg","/\u00e4.png"])"), command("[]"), command(R"(["/a\u0000b","b"])"),
         std::string("tidewell-background://compress?token=a%62c&files=WyIvYSJd"),
         std::string("file://localhost/a%2Fb%20c/../d/")}) {
     add({"Command"}, file + '\0' + url);
