@@ -36,7 +36,8 @@ def photo(width, height, seed=1):
     return numpy.clip(result, 0, 255).astype("uint8")
 
 
-PATCHES = ((200, 60, 60), (60, 180, 60), (60, 60, 200), (200, 180, 40), (40, 160, 170), (170, 60, 160))
+# Saturated, but inside the gamut of sRGB also as Display P3 or Adobe RGB: a conversion need not clip them.
+PATCHES = ((200, 80, 70), (110, 180, 100), (90, 90, 190), (200, 180, 80), (95, 160, 170), (170, 80, 160))
 
 
 def with_patches(rgb):

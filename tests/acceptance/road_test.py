@@ -157,7 +157,7 @@ class Road(unittest.TestCase):
         return backup, self.check_explained(path, "replaced")
 
 
-    def check_colors(self, before, path, limit=5):
+    def check_colors(self, before, path, limit=4):
         """The patches show as they did. Another gamut would move them three times as far."""
         self.assertLess(distance(patch_colors(before), patch_colors(path.read_bytes())), limit)
         if Image.open(io.BytesIO(before)).info.get("icc_profile"):
