@@ -38,8 +38,8 @@ bool ReplacementTransaction::swap() {
   try {
     requireOriginal(undo_.backupURL(record_));
     if (request_.destination) {
-      requireOriginal(request_.original);
       requireJudged(request_.candidate);
+      requireOriginal(request_.original);
       kept_ = atomicRenameIfAbsent(request_.candidate, *request_.destination);
       return kept_;
     }
