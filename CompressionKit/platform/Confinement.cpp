@@ -122,7 +122,8 @@ Confinement::Means Confinement::available() {
   const long abi = syscall(SYS_landlock_create_ruleset, nullptr, 0, landlock::askForVersion);
   const std::uint32_t refusal = SECCOMP_RET_ERRNO;
   return {.landlockABI = static_cast<int>(std::max(abi, 0L)),
-          .seccomp = syscall(SYS_seccomp, SECCOMP_GET_ACTION_AVAIL, 0, &refusal) == 0};
+          .seccomp = syscall(SYS_seccomp, SECCOMP_GET_ACTION_AVAIL, 0, &refusal) == 0,
+          .limits = true};
 }
 
 ChildConfinement::ChildConfinement(const Confinement& confinement, const URL& executable) {
@@ -138,9 +139,26 @@ ChildConfinement::ChildConfinement(const Confinement& confinement, const URL& ex
     filter_ = SystemCallFilter::forTools().instructions;
     executionKey_ = SystemCallFilter::forTools().executionKey;
   }
+  if (confinement.means.limits) {
+    limit(RLIMIT_AS, confinement.maximumMemory);
+    limit(RLIMIT_FSIZE, confinement.maximumFileSize);
+  }
+}
+
+/// Never beyond what we may use ourselves, which nobody can pass on.
+void ChildConfinement::limit(int resource, std::optional<std::uint64_t> bytes) {
+  rlimit ours{};
+  if (!bytes) return;
+  if (getrlimit(static_cast<__rlimit_resource>(resource), &ours) != 0)
+    throw FileError("限制", "rlimit", errno);
+  const rlim_t value = std::min<rlim_t>(*bytes, ours.rlim_cur);
+  limits_.emplace_back(resource, rlimit{.rlim_cur = value, .rlim_max = value});
 }
 
 int ChildConfinement::apply() noexcept {
+  for (const auto& [resource, value] : limits_) {
+    if (setrlimit(static_cast<__rlimit_resource>(resource), &value) != 0) return errno;
+  }
   if (!ruleset_ && filter_.empty()) return 0;
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return errno;
   if (ruleset_) {

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <linux/filter.h>
+#include <sys/resource.h>
 
 #include <cstdint>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "CompressionKit/platform/Descriptor.h"
@@ -14,10 +17,11 @@ namespace tidewell {
 /// system's libraries, /dev/null and its like. It cannot reach other files, sockets or processes, start
 /// programs, or change a file's mode, owner, times or attributes; what it was given open stays usable.
 struct Confinement {
-  /// What holds it in: Landlock for files, a seccomp filter for everything else.
+  /// What holds it in: Landlock for files, a seccomp filter for everything else but size.
   struct Means {
     int landlockABI = 0;  ///< 0: not used
     bool seccomp = false;
+    bool limits = false;  ///< of the resources below
 
     bool operator==(const Means&) const = default;
   };
@@ -26,9 +30,12 @@ struct Confinement {
   static Means available();
 
   // Links are followed when the program is started. A path that does not exist by then stays out of reach.
-  std::vector<URL> readable;  ///< files, or directories with everything below
+  std::vector<URL> readable = {};  ///< files, or directories with everything below
   /// The same, but may be read as well; in a directory, files may also be made, renamed and removed.
-  std::vector<URL> writable;
+  std::vector<URL> writable = {};
+  // In bytes: the address space that it may use, and how far a file that it writes may grow.
+  std::optional<std::uint64_t> maximumMemory = std::nullopt;
+  std::optional<std::uint64_t> maximumFileSize = std::nullopt;
   /// The best the kernel has, unless told otherwise. Without any, the program runs unconfined.
   Means means = available();
 };
@@ -49,6 +56,9 @@ class ChildConfinement {
   void execute(const char* path, char* const* arguments, char* const* environment) const noexcept;
 
  private:
+  void limit(int resource, std::optional<std::uint64_t> bytes);
+
+  std::vector<std::pair<int, rlimit>> limits_;
   Descriptor ruleset_;
   std::vector<sock_filter> filter_;
   std::uint64_t executionKey_ = 0;

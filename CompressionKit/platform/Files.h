@@ -109,6 +109,8 @@ URL applicationSupportDirectory();
 URL configurationDirectory();
 /// The directory of the running program's real file.
 URL executableDirectory();
+/// Where the programs lie that the service starts, in the build tree as in an installed one.
+URL programsDirectory();
 
 /// Removes a directory tree at the end of a scope; failures are ignored.
 class TemporaryTree {

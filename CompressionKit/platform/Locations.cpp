@@ -56,4 +56,8 @@ URL executableDirectory() {
   return URL::file(path.native()).deletingLastPathComponent();
 }
 
+URL programsDirectory() {
+  return executableDirectory().appending("../lib/tidewell").standardized();
+}
+
 }  // namespace tidewell::files

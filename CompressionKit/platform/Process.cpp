@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <span>
 
 #include "CompressionKit/platform/Error.h"
 
@@ -24,9 +25,8 @@ struct ChildPlan {
   const char* path;
   char* const* arguments;
   char* const* environment;
-  int standardOutput;
-  int standardError;
-  int failureDescriptor;  ///< receives the errno of a failed start; closed by a successful one
+  std::span<int> descriptors;  ///< what becomes 0, 1, 2, ...; -1: stays as it is
+  int failureDescriptor;  ///< beyond those; receives the errno of a failed start; closed by a successful one
   ChildConfinement& confinement;
   pid_t parent;
 };
@@ -50,15 +50,22 @@ struct ChildPlan {
   if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) fail(plan, errno);
   if (getppid() != plan.parent) _exit(127);  // the parent ended before it could be watched
 
-  // Copies first: either of the two may stand where the other goes.
-  const int output = fcntl(plan.standardOutput, F_DUPFD_CLOEXEC, 3);
-  const int error = fcntl(plan.standardError, F_DUPFD_CLOEXEC, 3);
-  if (output < 0 || error < 0 || dup2(output, 1) < 0 || dup2(error, 2) < 0) fail(plan, errno);
+  // First, for its own descriptor may stand where one of the child's goes.
+  if (const int code = plan.confinement.apply(); code != 0) fail(plan, code);
+
+  // Copies first: each may stand where another goes.
+  const int count = static_cast<int>(plan.descriptors.size());
+  for (int& descriptor : plan.descriptors) {
+    if (descriptor >= 0 && (descriptor = fcntl(descriptor, F_DUPFD_CLOEXEC, count)) < 0) fail(plan, errno);
+  }
+  for (int target = 0; target < count; ++target) {
+    const int descriptor = plan.descriptors[static_cast<std::size_t>(target)];
+    if (descriptor >= 0 && dup2(descriptor, target) < 0) fail(plan, errno);
+  }
   // Descriptors that a library opened, or that we were started with, are nobody's business either. A kernel
   // that cannot do this (before 5.11) still closes all that we open ourselves.
-  syscall(SYS_close_range, 3U, ~0U, CLOSE_RANGE_CLOEXEC);
+  syscall(SYS_close_range, static_cast<unsigned>(count), ~0U, CLOSE_RANGE_CLOEXEC);
 
-  if (const int code = plan.confinement.apply(); code != 0) fail(plan, code);
   sigset_t none;
   sigemptyset(&none);
   sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -108,14 +115,18 @@ Process::Process(const Launch& launch) {
   if (pipe2(ends, O_CLOEXEC) != 0) throw failed(errno);
   const Descriptor failureReader(ends[0]);
   Descriptor failureWriter(ends[1]);
+  std::vector<int> descriptors = {launch.standardInput, launch.standardOutput, launch.standardError};
+  descriptors.insert(descriptors.end(), launch.descriptors.begin(), launch.descriptors.end());
+  failureWriter =
+      Descriptor(fcntl(failureWriter.get(), F_DUPFD_CLOEXEC, static_cast<int>(descriptors.size())));
+  if (!failureWriter) throw failed(errno);
 
   ChildConfinement confinement;
   if (launch.confinement) confinement = ChildConfinement(*launch.confinement, launch.executable);
   const ChildPlan plan{.path = launch.executable.path().c_str(),
                        .arguments = argumentPointers.data(),
                        .environment = environmentPointers.data(),
-                       .standardOutput = launch.standardOutput,
-                       .standardError = launch.standardError,
+                       .descriptors = descriptors,
                        .failureDescriptor = failureWriter.get(),
                        .confinement = confinement,
                        .parent = getpid()};

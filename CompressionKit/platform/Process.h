@@ -27,12 +27,14 @@ class Process {
     URL executable;
     std::vector<std::string> arguments;    ///< without the program's name
     std::vector<std::string> environment;  ///< "NAME=value"
+    int standardInput = -1;                ///< without one it is ours
     int standardOutput = 1;
     int standardError = 2;
+    std::vector<int> descriptors = {};                      ///< more that it gets, as 3, 4, ...
     std::optional<Confinement> confinement = std::nullopt;  ///< without one it may do what we may
   };
   /// Throws `FileError` when the program cannot be started. Signal mask and handlers are the defaults in
-  /// the child; its standard input is ours; every other descriptor of ours is closed on exec.
+  /// the child; every other descriptor of ours is closed on exec.
   explicit Process(const Launch& launch);
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;

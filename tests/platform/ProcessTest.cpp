@@ -12,6 +12,7 @@
 #include <limits>
 #include <thread>
 
+#include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/Failure.h"
 #include "support/Script.h"
@@ -74,6 +75,28 @@ TEST_F(ProcessTest, OutputsMayCross) {
   EXPECT_EQ(status, 0);
   EXPECT_EQ(text("out"), "to-error\n");
   EXPECT_EQ(text("err"), "to-output\n");
+}
+
+TEST_F(ProcessTest, GivesMoreDescriptors) {
+  // They, what follows them here and the failure pipe stand where others go.
+  auto plan = script("cat >&4; echo to-error >&3; test ! -e /proc/self/fd/5");
+  const Descriptor question = files::openForReading(folder.write("question", "what?"));
+  plan.standardInput = question.get();
+  plan.descriptors = {error.get(), output.get()};
+  EXPECT_EQ(statusOf(plan), 0);
+  EXPECT_EQ(text("out"), "what?");
+  EXPECT_EQ(text("err"), "to-error\n");
+}
+
+TEST_F(ProcessTest, BoundsWhatTheChildTakes) {
+  auto plan = script("ulimit -v; head -c 100000 /dev/zero > " + (folder / "large").path());
+  plan.confinement =
+      Confinement{.maximumMemory = 1 << 30, .maximumFileSize = 5000, .means = {.limits = true}};
+  EXPECT_NE(statusOf(plan), 0);
+  EXPECT_EQ(text("out"), "1048576\n");
+  EXPECT_EQ(fileSize(folder / "large"), 5000);
+  plan.confinement->means.limits = false;
+  EXPECT_EQ(statusOf(plan), 0);
 }
 
 TEST_F(ProcessTest, StartsWithACleanSlate) {
