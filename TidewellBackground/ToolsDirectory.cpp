@@ -5,7 +5,7 @@
 namespace tidewell {
 
 URL toolsDirectory() {
-  return files::executableDirectory().appending("../lib/tidewell/tools").standardized();
+  return files::programsDirectory().appending("tools");
 }
 
 }  // namespace tidewell

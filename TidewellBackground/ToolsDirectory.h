@@ -4,7 +4,7 @@
 
 namespace tidewell {
 
-/// Where the command-line tools lie: the one place that knows the layout of build tree and installed tree.
+/// Where the command-line tools lie.
 URL toolsDirectory();
 
 }  // namespace tidewell

@@ -8,8 +8,7 @@ file(STRINGS "${tools_manifest}" tools_names REGEX "^programs: ")
 list(TRANSFORM tools_names REPLACE "^programs: " "")
 string(REPLACE ";" " " tools_names "${tools_names}")
 
-# Relative to the prefix: the executable looks for ../lib/tidewell/tools, whatever the platform's library folder.
-set(tools_folder lib/tidewell/tools)
+set(tools_folder "${programs_folder}/tools")
 set(tools_directory "${CMAKE_BINARY_DIR}/${tools_folder}")
 file(MAKE_DIRECTORY "${tools_directory}")
 

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "CompressionKit/codecs/HEICColor.h"
@@ -385,7 +386,7 @@ std::unique_ptr<DeepRowReader> HEICSource::deepRows(std::size_t index) {
   return std::make_unique<HEICDeepRows>(impl_->decode(index), orientation, impl_->stop);
 }
 
-void HEICSource::writeUprightPNG(std::size_t index, const URL& png) {
+void HEICSource::writeUprightPNG(std::size_t index, Descriptor png) {
   const ImageProperties properties = impl_->image(index).properties;
   const heif::Pixels& pixels = impl_->decode(index);
   PNGWriter::Options options;
@@ -394,7 +395,7 @@ void HEICSource::writeUprightPNG(std::size_t index, const URL& png) {
   options.hasAlpha = properties.hasAlpha;
   options.bitsPerSample = properties.bitsPerSample;
   options.color = properties.color;
-  PNGWriter writer(png, options);
+  PNGWriter writer(std::move(png), options);
   heif::RowConverter converter(pixels);
   for (std::int64_t y = 0; y < pixels.height; ++y) {
     impl_->stop.throwIfStopped();

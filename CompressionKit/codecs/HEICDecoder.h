@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
@@ -16,6 +17,8 @@ namespace tidewell {
 /// image of HDR transfer function is delivered in standard range, and its colour tag says what was delivered.
 /// A decoded image stays in memory until the source goes or another image is decoded. An AVIF file is
 /// recognised, to be refused by its type, but nothing in it is decoded.
+///
+/// In a library of its own, which the service is not linked with: what it does there runs in `heic-decoder`.
 class HEICSource final : public ImageSource {
  public:
   /// Throws `FileError` when the file cannot be read, `ImageDecodeError` when its content is no HEIF file.
@@ -33,9 +36,10 @@ class HEICSource final : public ImageSource {
   std::unique_ptr<DeepRowReader> deepRows(std::size_t index) override;
   void verify(std::size_t index) override;
 
-  /// Writes the image, turned upright, as a PNG of 8 bits per sample, or 16 for a source of more than 8, with
-  /// its alpha and its colour tag. Throws `ImageDecodeError`, or `FileError` for the PNG.
-  void writeUprightPNG(std::size_t index, const URL& png);
+  /// Writes the image, turned upright, into an empty file as a PNG of 8 bits per sample, or 16 for a source
+  /// of more than 8, with its alpha and its colour tag. Throws `ImageDecodeError`, or `FileError` for the
+  /// PNG.
+  void writeUprightPNG(std::size_t index, Descriptor png);
 
  private:
   struct Impl;

@@ -24,6 +24,8 @@ class ImageInput {
   /// The bytes must outlive it and all that read it.
   explicit ImageInput(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
 
+  /// Of the file; -1 for bytes. Owned by this and its copies.
+  int descriptor() const { return descriptor_ ? descriptor_->get() : -1; }
   /// In bytes. Throws `FileError`.
   std::int64_t size() const;
   /// Up to `size` bytes at `offset`: fewer only at the end; -1, with errno, when they cannot be read.

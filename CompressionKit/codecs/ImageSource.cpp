@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "CompressionKit/codecs/GIFDecoder.h"
-#include "CompressionKit/codecs/HEICDecoder.h"
 #include "CompressionKit/codecs/HEIFBoxes.h"
 #include "CompressionKit/codecs/JPEGDecoder.h"
 #include "CompressionKit/codecs/PNGDecoder.h"
@@ -18,14 +17,28 @@ struct Format {
   std::unique_ptr<ImageSource> (*open)(const ImageInput& input, const StopToken& stop);
 };
 
+/// Says what the file is, and that somebody else decodes it.
+class HEIFFile final : public ImageSource {
+ public:
+  explicit HEIFFile(Container container) : container_(container) {}
+  Container container() const override { return container_; }
+  std::size_t count() override { return 1; }
+  ImageProperties properties(std::size_t) override { throw refusal(); }
+  std::unique_ptr<RowReader> rows(std::size_t, std::int64_t) override { throw refusal(); }
+
+ private:
+  static ImageDecodeError refusal() { return ImageDecodeError("a HEIF file"); }
+  Container container_;
+};
+
 /// A new format is a file beside this one and a line here.
 constexpr Format formats[] = {
     {looksLikeJPEG, [](const ImageInput& input, const StopToken& stop) { return openJPEG(input, stop); }},
     {looksLikePNG, openPNG},
     {looksLikeGIF, openGIF},
     {[](std::string_view head) { return heif::container(head).has_value(); },
-     [](const ImageInput& input, const StopToken& stop) -> std::unique_ptr<ImageSource> {
-       return std::make_unique<HEICSource>(input, stop);
+     [](const ImageInput& input, const StopToken&) -> std::unique_ptr<ImageSource> {
+       return std::make_unique<HEIFFile>(*heif::container(input.head(heif::headBytes)));
      }},
 };
 

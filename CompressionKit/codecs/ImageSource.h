@@ -44,8 +44,9 @@ class DeepRowReader {
 /// stop of the token that it was opened with ends every operation soon, with `Interrupted`.
 class ImageSource {
  public:
-  /// Detects the container from its content, not its name. Throws `FileError` when the file cannot be
-  /// opened or read, `ImageDecodeError` when it is no image that we know.
+  /// Detects the container from its content, not its name. A HEIF file (`heic`, `heif`, `avif`) is told by
+  /// its first bytes, and nothing in it can be decoded here: that is the work of `HEICSource`. Throws
+  /// `FileError` when the file cannot be opened or read, `ImageDecodeError` when it is no image that we know.
   static std::unique_ptr<ImageSource> open(const URL& url, const StopToken& stop = {});
   static std::unique_ptr<ImageSource> open(const ImageInput& input, const StopToken& stop = {});
 

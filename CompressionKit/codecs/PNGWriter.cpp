@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "CompressionKit/codecs/Premultiply.h"
@@ -19,13 +20,15 @@ namespace tidewell {
 /// Calls into libpng go through `guarded`: its errors come back by longjmp, so no object with a destructor
 /// may live in the calls in between. A failed write is kept and thrown as what it was.
 struct PNGWriter::Impl {
-  Impl(const URL& target, const Options& wanted) : url(target), options(wanted) {
+  /// Without a file, makes the one of that path.
+  Impl(Descriptor target, std::string path, const Options& wanted)
+      : name(std::move(path)), options(wanted), file(std::move(target)), isOurs(!file) {
     if (options.width < 1 || options.height < 1 || options.width > PNG_UINT_31_MAX ||
         options.height > PNG_UINT_31_MAX) {
       throw ImageDecodeError("PNG of impossible size");
     }
-    file = Descriptor(open(url.path().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!file) throw FileError("写入", url.path(), errno);
+    if (isOurs) file = Descriptor(open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (!file) throw FileError("写入", name, errno);
     png = png_create_write_struct(PNG_LIBPNG_VER_STRING, this, onError, [](png_structp, png_const_charp) {});
     if (png) info = png_create_info_struct(png);
     if (!info) {
@@ -37,13 +40,13 @@ struct PNGWriter::Impl {
   Impl& operator=(const Impl&) = delete;
   ~Impl() {
     png_destroy_write_struct(&png, &info);
-    if (!finished) unlink(url.path().c_str());
+    if (isOurs && !finished) unlink(name.c_str());
   }
 
   template <typename Call>
   void guarded(Call call) {
     if (setjmp(png_jmpbuf(png)) != 0) {
-      if (writeError != 0) throw FileError("写入", url.path(), writeError);
+      if (writeError != 0) throw FileError("写入", name, writeError);
       throw ImageDecodeError(message);
     }
     call();
@@ -124,9 +127,10 @@ struct PNGWriter::Impl {
     }
   }
 
-  URL url;
+  std::string name;
   Options options;
   Descriptor file;
+  bool isOurs;
   png_structp png = nullptr;
   png_infop info = nullptr;
   bool finished = false;
@@ -135,7 +139,13 @@ struct PNGWriter::Impl {
   std::vector<std::uint8_t> straight;
 };
 
-PNGWriter::PNGWriter(const URL& url, const Options& options) : impl_(std::make_unique<Impl>(url, options)) {
+PNGWriter::PNGWriter(const URL& url, const Options& options)
+    : impl_(std::make_unique<Impl>(Descriptor(), url.path(), options)) {
+  impl_->begin();
+}
+
+PNGWriter::PNGWriter(Descriptor file, const Options& options)
+    : impl_(std::make_unique<Impl>(std::move(file), "", options)) {
   impl_->begin();
 }
 
@@ -164,7 +174,7 @@ void PNGWriter::writeStraightRow(std::span<const std::uint8_t> samples) {
 
 void PNGWriter::finish() {
   impl_->guarded([&] { png_write_end(impl_->png, nullptr); });
-  if (close(impl_->file.release()) != 0) throw FileError("写入", impl_->url.path(), errno);
+  if (close(impl_->file.release()) != 0) throw FileError("写入", impl_->name, errno);
   impl_->finished = true;
 }
 

@@ -9,12 +9,14 @@
 
 #include "CompressionKit/codecs/Bitmap.h"
 #include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
 
-/// Writes one PNG file row by row, with the colour tag of its source. The file is made at once and removed
-/// again unless `finish()` was reached. Throws `FileError`; `ImageDecodeError` for impossible sizes.
+/// Writes one PNG file row by row, with the colour tag of its source. A file given by name is made at once
+/// and removed again unless `finish()` was reached. Throws `FileError`; `ImageDecodeError` for impossible
+/// sizes.
 class PNGWriter {
  public:
   struct Options {
@@ -28,6 +30,8 @@ class PNGWriter {
     bool stored = false;  ///< no compression at all, else little: the files live for seconds
   };
   PNGWriter(const URL& url, const Options& options);
+  /// Into an empty file that is open for writing.
+  PNGWriter(Descriptor file, const Options& options);
   PNGWriter(const PNGWriter&) = delete;
   PNGWriter& operator=(const PNGWriter&) = delete;
   ~PNGWriter();

@@ -1,6 +1,7 @@
 #include "CompressionKit/engine/CompressionEngine.h"
 
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
@@ -88,8 +89,12 @@ CompressionResult finish(CompressionRun& run) {
 
 }  // namespace
 
-CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Thresholds thresholds)
-    : tools_(std::move(tools)), undo_(std::move(undo)), thresholds_(thresholds) {}
+CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Thresholds thresholds,
+                                     HEICProgram heicProgram)
+    : tools_(std::move(tools)),
+      undo_(std::move(undo)),
+      thresholds_(thresholds),
+      heicProgram_(std::move(heicProgram)) {}
 
 CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID) const {
   if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");
@@ -97,7 +102,12 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   CompressionTrace& trace = saved.trace;
   tools_.stopToken().throwIfStopped();
   requireRegularFile(url);
-  const ImageFacts original = ImageFacts::inspect(url, tools_.stopToken());
+  // Decoded once: the conversion goes on with what the inspection made of it.
+  std::optional<HEICDecoding> heic;
+  if (ImageKind::from(url) == ImageKind::heic) {
+    heic.emplace(url, HEICDecoding::Purpose::convert, tools_.stopToken(), heicProgram_);
+  }
+  const ImageFacts original = heic ? heic->facts() : ImageFacts::inspect(url, tools_.stopToken());
   trace.profile = original.profileName;
   const std::int64_t originalBytes = fileSize(url);
   std::string originalHash = hash(url);
@@ -105,8 +115,8 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   const WorkingDirectory working(url.deletingLastPathComponent());
 
   CompressionResult result;
-  if (original.kind == ImageKind::heic) {
-    result = compressHEIC(*this, url, original, originalBytes, originalHash, sessionID, working.url());
+  if (heic) {
+    result = compressHEIC(*this, url, *heic, originalBytes, originalHash, sessionID, working.url());
     trace.selectedEncoder = result.encoder;
   } else {
     CompressionRun run{.engine = *this,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CompressionKit/engine/CompressionResult.h"
+#include "CompressionKit/image/HEICDecoding.h"
 #include "CompressionKit/platform/URL.h"
 #include "CompressionKit/platform/UUID.h"
 #include "CompressionKit/tools/ToolRunner.h"
@@ -19,7 +20,7 @@ class CompressionEngine {
     double gifQuality = 70.0;  ///< every frame of a lossy GIF candidate
   };
 
-  CompressionEngine(ToolRunner tools, UndoStore undo, Thresholds thresholds);
+  CompressionEngine(ToolRunner tools, UndoStore undo, Thresholds thresholds, HEICProgram heicProgram = {});
 
   const ToolRunner& tools() const { return tools_; }
   const UndoStore& undo() const { return undo_; }
@@ -34,6 +35,7 @@ class CompressionEngine {
   ToolRunner tools_;
   UndoStore undo_;
   Thresholds thresholds_;
+  HEICProgram heicProgram_;
 };
 
 }  // namespace tidewell

@@ -4,26 +4,12 @@
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/codecs/HEICDecoder.h"
-#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
 
 namespace tidewell {
 namespace {
-
-void decode(const URL& heic, const URL& png) {
-  try {
-    HEICSource source(heic);
-    source.writeUprightPNG(source.primaryIndex(), png);
-  } catch (const ImageDecodeError&) {
-    throw CompressionError::invalidImage();
-  } catch (const FileError&) {
-    throw CompressionError::invalidImage();
-  }
-}
 
 /// Whether the decoded PNG shows what the facts of the HEIC file promise.
 bool isUpright(const ImageFacts& png, const ImageFacts& original) {
@@ -51,12 +37,14 @@ std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL
 
 }  // namespace
 
-CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, const ImageFacts& original,
+CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, HEICDecoding& decoding,
                                std::int64_t originalBytes, const std::string& originalHash,
                                const UUID& sessionID, const URL& workingDirectory) {
+  const ImageFacts& original = decoding.facts();
   if (original.frameCount != 1) throw CompressionError::fileOperation("暂不支持包含多张图片的 HEIC 文件");
   const URL png = workingDirectory.appending("decoded.png");
-  decode(url, png);
+  decoding.savePNG(png);
+  if (decoding.hash() != originalHash) throw CompressionError::changedDuringCompression();
   const ImageFacts decoded = ImageFacts::inspect(png);
   if (!isUpright(decoded, original)) throw CompressionError::validationFailed();
   engine.tools().stopToken().throwIfStopped();

@@ -7,6 +7,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/Decoding.h"
+#include "CompressionKit/image/HEICDecoding.h"
 #include "CompressionKit/image/JPEGMetadata.h"
 #include "CompressionKit/image/PNGMetadata.h"
 
@@ -73,6 +74,7 @@ ImageFacts ImageFacts::inspect(const URL& url, const StopToken& stop) {
   const auto kind = ImageKind::from(url);
   if (kind == ImageKind::png) PNGMetadata::validateStatic(url, stop);
   if (!kind) throw CompressionError::invalidImage();
+  if (kind == ImageKind::heic) return HEICDecoding(url, HEICDecoding::Purpose::inspect, stop).facts();
   return decoding([&] { return inspectSource(*ImageSource::open(url, stop), *kind, url); });
 }
 

@@ -28,7 +28,7 @@ struct ImageFacts {
 
   /// Proves that the file decodes completely and that its content agrees with its extension. Throws
   /// `CompressionError` (`invalidImage`, `formatMismatch`), `Interrupted` and what
-  /// `PNGMetadata::validateStatic` throws.
+  /// `PNGMetadata::validateStatic` and, for a HEIC file, `HEICDecoding` throw.
   static ImageFacts inspect(const URL& url, const StopToken& stop = {});
 
   /// Called on the original's facts: whether the candidate keeps the original's observable properties.

@@ -1,20 +1,29 @@
 #include "CompressionKit/image/ImageRendering.h"
 
 #include <algorithm>
+#include <memory>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/codecs/Views.h"
 #include "CompressionKit/image/Decoding.h"
+#include "CompressionKit/image/HEICDecoding.h"
+#include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Digest.h"
 
 namespace tidewell::ImageRendering {
 namespace {
 
+std::unique_ptr<ImageSource> open(const URL& url) {
+  auto source = ImageSource::open(url);
+  if (!ImageKind(ImageKind::heic).accepts(source->container())) return source;
+  return ImageSource::open(HEICDecoding(url, HEICDecoding::Purpose::show).png());
+}
+
 /// Without a maximum at full size.
 Bitmap decode(const URL& url, std::optional<std::int64_t> maximumPixelSize) {
   return decoding([&] {
-    const auto source = ImageSource::open(url);
+    const auto source = open(url);
     if (source->count() < 1) throw CompressionError::invalidImage();
     const std::size_t index = source->primaryIndex();
     const ImageProperties properties = source->properties(index);

@@ -29,7 +29,8 @@ auto read(OperationQueue::Priority priority, Operation operation) {
 }
 
 /// The image at its full size. Throws `CompressionError`: `fileOperation` for a URL that is no local file,
-/// `invalidImage` for what cannot be decoded or would take more than `ImageLimits::maximumResidentBytes`.
+/// `invalidImage` for what cannot be decoded or would take more than `ImageLimits::maximumResidentBytes`; for
+/// a HEIC file also what `HEICDecoding` throws.
 Bitmap comparisonImage(const URL& url);
 
 /// The image with a longer side of at most `maximumPixelSize`. Throws `CompressionError::invalidImage`.

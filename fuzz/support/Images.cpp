@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "CompressionKit/codecs/HEICDecoder.h"
 #include "CompressionKit/codecs/HEIFBoxes.h"
 #include "CompressionKit/codecs/HEIFLimits.h"
 #include "CompressionKit/codecs/Premultiply.h"
@@ -83,7 +84,11 @@ std::unique_ptr<ImageSource> openSmall(Input input) {
   const bool isSmall = succeeds([&] {
     const bool isHEIF = heif::container(text(input).substr(0, heif::headBytes)).has_value();
     if (isHEIF && !isSmallHEIF(input)) throw ImageDecodeError("large");
-    source = ImageSource::open(ImageInput(input));
+    if (isHEIF) {
+      source = std::make_unique<HEICSource>(ImageInput(input));
+    } else {
+      source = ImageSource::open(ImageInput(input));
+    }
     if (source->count() < 1) throw ImageDecodeError("empty");
     for (std::size_t i = 0; i < std::min(source->count(), maximumImages); ++i) {
       const ImageProperties properties = source->properties(i);

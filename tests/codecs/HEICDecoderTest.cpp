@@ -1,5 +1,6 @@
 #include "CompressionKit/codecs/HEICDecoder.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <png.h>
 
@@ -60,13 +61,13 @@ class HEICDecoderTest : public testing::Test {
 
   std::unique_ptr<ImageSource> open(const HEIFFile& file) const {
     file.write(heic);
-    return ImageSource::open(heic);
+    return std::make_unique<HEICSource>(heic);
   }
   /// What a conversion writes of the primary image.
   std::unique_ptr<ImageSource> converted(const HEIFFile& file) const {
     file.write(heic);
     HEICSource source(heic);
-    source.writeUprightPNG(source.primaryIndex(), png);
+    source.writeUprightPNG(source.primaryIndex(), Descriptor(creat(png.path().c_str(), 0600)));
     return ImageSource::open(png);
   }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "CompressionKit/codecs/HEICDecoder.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/HEICSample.h"
@@ -32,6 +33,18 @@ std::vector<URL> samples(const test::TemporaryFolder& folder) {
   return urls;
 }
 
+/// A HEIC file, too, by what decodes it elsewhere.
+std::unique_ptr<ImageSource> open(const ImageInput& input, const StopToken& stop = {}) {
+  auto source = ImageSource::open(input, stop);
+  if (source->container() != Container::heic) return source;
+  EXPECT_THROW(source->verify(0), ImageDecodeError);
+  EXPECT_THROW(source->properties(0), ImageDecodeError);
+  return std::make_unique<HEICSource>(input, stop);
+}
+std::unique_ptr<ImageSource> open(const URL& url, const StopToken& stop = {}) {
+  return open(ImageInput(url), stop);
+}
+
 std::vector<std::uint8_t> rowsOf(ImageSource& source) {
   const auto rows = source.rows(0);
   const auto width = static_cast<std::size_t>(rows->width()) * 4;
@@ -47,11 +60,11 @@ TEST(ImageSource, OpensNamesDescriptorsAndBytes) {
     const std::string data = files::read(url);
     const std::span bytes(reinterpret_cast<const std::uint8_t*>(data.data()), data.size());
     const ImageInput file(files::openForReading(url));
-    const auto named = ImageSource::open(url);
+    const auto named = open(url);
     const auto expected = rowsOf(*named);
     // Two readers of one descriptor do not disturb each other.
-    const auto first = ImageSource::open(file), second = ImageSource::open(file);
-    const auto memory = ImageSource::open(ImageInput(bytes));
+    const auto first = open(file), second = open(file);
+    const auto memory = open(ImageInput(bytes));
     for (ImageSource* source : {first.get(), second.get(), memory.get()}) {
       EXPECT_EQ(source->container(), named->container());
       EXPECT_EQ(source->count(), named->count());
@@ -61,7 +74,7 @@ TEST(ImageSource, OpensNamesDescriptorsAndBytes) {
     }
     // Nothing is read beyond the end of the bytes.
     const auto cut = bytes.first(bytes.size() / 3);
-    EXPECT_THROW(ImageSource::open(ImageInput(cut))->verify(0), ImageDecodeError);
+    EXPECT_THROW(open(ImageInput(cut))->verify(0), ImageDecodeError);
   }
   EXPECT_THROW(ImageSource::open(ImageInput(std::span<const std::uint8_t>())), ImageDecodeError);
   EXPECT_THROW(ImageSource::open(ImageInput(folder.url())), FileError);
@@ -76,14 +89,14 @@ TEST(ImageSource, DeliversStraightSamplesAtTheDepthOfTheFile) {
   const std::vector<std::uint16_t> narrow = {0x1212, 0x3434, 0x5656, 0x0303};
   for (const auto& [url, expected] :
        {std::pair{deep, std::vector<std::uint16_t>{0x1234, 1, 0xFFFE, 3}}, std::pair{soft, narrow}}) {
-    const auto source = ImageSource::open(url);
+    const auto source = open(url);
     std::vector<std::uint16_t> samples(4);
     source->deepRows(0)->read(samples);
     EXPECT_EQ(samples, expected);
   }
   // Opaque images say the same at both depths.
   for (const URL& url : samples(folder)) {
-    const auto source = ImageSource::open(url);
+    const auto source = open(url);
     const auto expected = rowsOf(*source);
     const auto rows = source->deepRows(0);
     std::vector<std::uint16_t> row16(static_cast<std::size_t>(rows->width()) * 4);
@@ -97,13 +110,13 @@ TEST(ImageSource, EndsWhenAskedToStop) {
   for (const URL& url : samples(folder)) {
     SCOPED_TRACE(url.path());
     StopSource stop;
-    const auto source = ImageSource::open(url, stop.token());
+    const auto source = open(url, stop.token());
     const auto rows = source->rows(0);
     std::vector<std::uint8_t> row(static_cast<std::size_t>(rows->width()) * 4);
     rows->read(row);
     stop.requestStop();
     EXPECT_THROW(rows->read(row), Interrupted);
-    EXPECT_THROW(ImageSource::open(url, stop.token()), Interrupted);
+    EXPECT_THROW(open(url, stop.token()), Interrupted);
     if (source->container() == Container::heic) continue;  // has been decoded by then
     EXPECT_THROW(source->verify(0), Interrupted);
     EXPECT_THROW(source->rows(0)->read(row), Interrupted);

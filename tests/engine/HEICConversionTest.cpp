@@ -28,9 +28,14 @@ class HEICConversion : public testing::Test {
     test::writePNGFile(tools.answer("quant-0.png"), flat);
   }
   CompressionResult convert(const URL& url) const {
-    return CompressionEngine(ToolRunner(tools.directory()), undo, {}).compress(url, session);
+    return CompressionEngine(ToolRunner(tools.directory()), undo, {}, decoder).compress(url, session);
   }
   CompressionResult convert() const { return convert(photo); }
+  /// A stand-in for the decoder, for which "decode" is the real one.
+  void decodeBy(const std::string& commands) {
+    const std::string real = "decode() { '" + HEICProgram().url.path() + "' \"$@\"; }\n";
+    decoder.url = test::writeScript(folder, "heic-decoder", real + commands);
+  }
   /// The text of the error that a conversion ends with. Nothing may be left of it, and the names in the
   /// folder are those from before.
   std::string failure(const URL& url) const {
@@ -65,6 +70,7 @@ class HEICConversion : public testing::Test {
   /// 96 x 64, to be shown upright.
   test::HEIFFile file = test::encodeHEIC(test::slopes()).with(test::irot(3));
   std::string before;
+  HEICProgram decoder;
 };
 
 TEST_F(HEICConversion, SavesACompressedPNGThatUndoTakesBack) {
@@ -181,6 +187,34 @@ TEST_F(HEICConversion, SavesOnlyWhatItHasJudged) {
       }
       files::removeItemIfPossible(png);
     }
+  }
+}
+
+TEST_F(HEICConversion, DecodesOnce) {
+  decodeBy("echo \"$@\" >> '" + (folder / "runs").path() + "'; decode \"$@\"");
+  EXPECT_EQ(convert().outcome, CompressionOutcome::converted);
+  EXPECT_EQ(files::read(folder / "runs"), "convert\n");
+}
+
+TEST_F(HEICConversion, TakesNothingFromTheDecoderOnTrust) {
+  const URL other = folder / "other.png";
+  test::writePNGFile(other, test::Raster(96, 64, [](int, int) { return test::Pixel{90, 90, 60, 255}; }));
+  const std::string invalid = "图片无法解码";
+  const struct {
+    const char* commands;
+    std::string failure;
+  } cases[] = {{"decode \"$@\"; kill -SEGV $$", invalid},
+               {"decode \"$@\" 4>/dev/full", invalid},
+               {"echo '1 96 64 6 0 1' >&3", invalid},
+               {"echo '1 96 64 6 0 1' >&3; echo no picture >&4", invalid},
+               {"echo '1 96 64 6 0 1' >&3; cat other.png >&4", "压缩结果未通过验证"},
+               {"echo '2 96 64 1 0 0' >&3", "暂不支持包含多张图片的 HEIC 文件"},
+               {"decode \"$@\"; echo more >> pictures/photo.HEIC",
+                CompressionError::changedDuringCompression().what()}};
+  for (const auto& c : cases) {
+    decodeBy("cd '" + folder.url().path() + "'\n" + c.commands);
+    EXPECT_EQ(failure(photo), c.failure) << c.commands;
+    EXPECT_TRUE(tools.runs().empty()) << c.commands;
   }
 }
 

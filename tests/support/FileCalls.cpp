@@ -43,7 +43,7 @@ FileCall opening(int folder, const char* path, int flags) {
 }
 
 mode_t modeOf(int flags, va_list& arguments) {
-  return (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t) : 0;
 }
 
 }  // namespace
@@ -151,6 +151,9 @@ FILE_CALL(int, unlink, "unlink", changesNames, (const char* path), (path), AT_FD
 FILE_CALL(int, rename, "rename", movesFile, (const char* from, const char* to), (from, to), AT_FDCWD, from,
           to)
 FILE_CALL(int, link, "link", movesFile, (const char* from, const char* to), (from, to), AT_FDCWD, from, to)
+FILE_CALL(int, linkat, "link", movesFile,
+          (int folder, const char* from, int other, const char* to, int flags),
+          (folder, from, other, to, flags), folder, from, to)
 FILE_CALL(int, fchmod, "fchmod", asks, (int file, mode_t mode), (file, mode), file)
 FILE_CALL(int, fchown, "fchown", asks, (int file, uid_t user, gid_t group), (file, user, group), file)
 FILE_CALL(int, futimens, "futimens", asks, (int file, const timespec* times), (file, times), file)
