@@ -13,26 +13,31 @@ namespace tidewell {
 namespace {
 
 using test::decoded;
-using test::expectUndecodable;
-using test::Pixel;
+using test::JPEGColors;
+using test::JPEGFileOptions;
 using test::propertiesOf;
-using test::Raster;
-using test::TemporaryFolder;
 
-TEST(JPEGDecoder, SkippedRowsAgreeWithPlainOnes) {
-  const TemporaryFolder folder;
-  const Raster raster = test::photoRaster(65, 90);
+class JPEGDecoder : public testing::Test {
+ protected:
+  /// A photo; its bytes.
+  std::string write(const JPEGFileOptions& options, int width = 16, int height = 16) const {
+    test::writeJPEGFile(jpeg, test::photoRaster(width, height), options);
+    return files::read(jpeg);
+  }
+
+  const test::TemporaryFolder folder;
+  const URL jpeg = folder / "a.jpg";
+  const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
+};
+
+TEST_F(JPEGDecoder, SkippedRowsAgreeWithPlainOnes) {
   constexpr std::size_t bytes = 65 * 4;
   for (const auto& [across, down] : {std::pair{1, 1}, {2, 1}, {1, 2}, {2, 2}, {4, 1}, {4, 2}, {1, 4}}) {
     for (const bool progressive : {false, true}) {
       SCOPED_TRACE(testing::Message() << across << "x" << down << ", progressive " << progressive);
-      test::JPEGFileOptions options;
-      options.across = across;
-      options.down = down;
-      options.progressive = progressive;
-      test::writeJPEGFile(folder / "a.jpg", raster, options);
-      const auto whole = decoded(folder / "a.jpg");
-      const auto source = ImageSource::open(folder / "a.jpg");
+      write({.across = across, .down = down, .progressive = progressive}, 65, 90);
+      const auto whole = decoded(jpeg);
+      const auto source = ImageSource::open(jpeg);
       source->verify(0);
       std::vector<std::uint8_t> row(bytes);
       for (std::int64_t first = 1; first < 80; ++first) {
@@ -52,49 +57,36 @@ TEST(JPEGDecoder, SkippedRowsAgreeWithPlainOnes) {
   }
 }
 
-TEST(JPEGDecoder, ReducesAsFarAsAsked) {
-  const TemporaryFolder folder;
+TEST_F(JPEGDecoder, ReducesAsFarAsAsked) {
   for (const int shared : {1, 2}) {
-    test::JPEGFileOptions options;
-    options.across = options.down = shared;
-    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(331, 217), options);
-    const auto source = ImageSource::open(folder / "a.jpg");
-    const struct {
-      std::int64_t atLeast, width;
-    } sizes[] = {{0, 331}, {331, 331}, {330, 331}, {200, 331}, {100, 166}, {1, 42}};
-    for (const auto& size : sizes)
-      EXPECT_EQ(source->rows(0, size.atLeast)->width(), size.width) << size.atLeast;
+    write({.across = shared, .down = shared}, 331, 217);
+    const auto source = ImageSource::open(jpeg);
+    for (const auto& [atLeast, width] : {std::pair{0, 331}, {331, 331}, {330, 331}, {100, 166}, {1, 42}})
+      EXPECT_EQ(source->rows(0, atLeast)->width(), width) << atLeast;
   }
 }
 
-TEST(JPEGDecoder, ConvertsOtherColours) {
-  const TemporaryFolder folder;
+TEST_F(JPEGDecoder, ConvertsOtherColours) {
   const struct {
-    test::JPEGColors colors;
-    Pixel stored, expected;
+    JPEGColors colors;
+    test::Pixel stored, expected;
     const char* space;
-  } cases[] = {{test::JPEGColors::grey, {90, 0, 0, 0}, {90, 90, 90, 255}, "sRGB IEC61966-2.1"},
+  } cases[] = {{JPEGColors::grey, {90, 0, 0, 0}, {90, 90, 90, 255}, "sRGB IEC61966-2.1"},
                // Adobe's inks are stored inverted: 255 is no ink.
-               {test::JPEGColors::inks, {255, 128, 0, 255}, {255, 128, 0, 255}, "Generic CMYK"},
-               {test::JPEGColors::inks, {255, 255, 255, 100}, {100, 100, 100, 255}, "Generic CMYK"}};
+               {JPEGColors::inks, {255, 128, 0, 255}, {255, 128, 0, 255}, "Generic CMYK"},
+               {JPEGColors::inks, {255, 255, 255, 100}, {100, 100, 100, 255}, "Generic CMYK"}};
   for (const auto& c : cases) {
-    test::JPEGFileOptions options;
-    options.quality = 100;
-    options.colors = c.colors;
-    test::writeJPEGFile(folder / "a.jpg", Raster(16, 16, [&](int, int) { return c.stored; }), options);
-    const auto pixels = decoded(folder / "a.jpg");
+    const test::Raster raster(16, 16, [&](int, int) { return c.stored; });
+    test::writeJPEGFile(jpeg, raster, {.quality = 100, .colors = c.colors});
+    const auto pixels = decoded(jpeg);
     for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(pixels[i], c.expected[i], 2) << c.space << i;
-    EXPECT_EQ(propertiesOf(folder / "a.jpg").colorSpaceName, c.space);
+    EXPECT_EQ(propertiesOf(jpeg).colorSpaceName, c.space);
   }
-  test::JPEGFileOptions pair;
-  pair.colors = test::JPEGColors::pair;
-  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16), pair);
-  EXPECT_THROW(ImageSource::open(folder / "a.jpg"), ImageDecodeError);
+  write({.colors = JPEGColors::pair});
+  EXPECT_THROW(ImageSource::open(jpeg), ImageDecodeError);
 }
 
-TEST(JPEGDecoder, ReadsOrientationAndProfile) {
-  const TemporaryFolder folder;
-  const std::string icc = color::makeRGBProfile("Display P3", color::displayP3);
+TEST_F(JPEGDecoder, ReadsOrientationAndProfile) {
   const struct {
     std::string exif;
     std::optional<int> expected;
@@ -106,25 +98,20 @@ TEST(JPEGDecoder, ReadsOrientationAndProfile) {
                {test::exifWithOrientation(6).substr(0, 20), {}},
                {"Exif", {}}};
   for (const auto& c : cases) {
-    test::JPEGFileOptions options;
-    options.exif = c.exif;
-    options.icc = icc;
-    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16), options);
-    const auto properties = propertiesOf(folder / "a.jpg");
-    EXPECT_EQ(properties.orientation, c.expected);
-    EXPECT_EQ(properties.profileName, "Display P3");
-    EXPECT_EQ(properties.color.icc, icc);
+    const std::string plain = write({.exif = c.exif, .icc = p3});
     // Decoders pass over stray bytes between segments, so they must not hide what stands behind them.
-    std::string stray = files::read(folder / "a.jpg");
-    stray.insert(stray.find("\xFF\xE1") == std::string::npos ? 20 : stray.find("\xFF\xE1"), 3, '\x11');
-    const auto behind = propertiesOf(folder.write("stray.jpg", stray));
-    EXPECT_EQ(behind.orientation, c.expected);
-    EXPECT_EQ(behind.profileName, "Display P3");
+    std::string stray = plain;
+    stray.insert(c.exif.empty() ? 20 : stray.find("\xFF\xE1"), 3, '\x11');
+    for (const std::string& data : {plain, stray}) {
+      const auto properties = propertiesOf(folder.write("b.jpg", data));
+      EXPECT_EQ(properties.orientation, c.expected);
+      EXPECT_EQ(properties.profileName, "Display P3");
+      EXPECT_EQ(properties.color.icc, p3);
+    }
   }
 }
 
-TEST(JPEGDecoder, KnowsHowCamerasMarkAdobeRGB) {
-  const TemporaryFolder folder;
+TEST_F(JPEGDecoder, KnowsHowCamerasMarkAdobeRGB) {
   /// Three directories of one or two entries each: the first, the camera's, that of interoperability.
   const auto exif = [](const std::string& space, const std::string& index) {
     const std::string one("\1\0\0\0", 4);
@@ -133,7 +120,6 @@ TEST(JPEGDecoder, KnowsHowCamerasMarkAdobeRGB) {
            std::string("\0\0\5\xA0\4\0", 6) + one + std::string("\x38\0\0\0\0\0\0\0", 8) +
            std::string("\1\0\1\0\2\0\4\0\0\0", 10) + index + std::string(5, '\0');
   };
-  const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
   const struct {
     std::string exif, icc, name;
   } cases[] = {{exif("\xFF\xFF", "R03"), "", "Adobe RGB (1998)"},
@@ -143,48 +129,32 @@ TEST(JPEGDecoder, KnowsHowCamerasMarkAdobeRGB) {
                {exif("\xFF\xFF", "R03"), p3, "Display P3"},
                {exif("\xFF\xFF", "R03").substr(0, 60), "", "sRGB IEC61966-2.1"}};
   for (const auto& c : cases) {
-    test::JPEGFileOptions options;
-    options.exif = c.exif;
-    options.icc = c.icc;
-    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16), options);
-    const auto properties = propertiesOf(folder / "a.jpg");
+    write({.exif = c.exif, .icc = c.icc});
+    const auto properties = propertiesOf(jpeg);
     EXPECT_EQ(properties.profileName.value_or(*properties.colorSpaceName), c.name);
     EXPECT_EQ(color::profileDescription(properties.color.icc).value_or("sRGB IEC61966-2.1"), c.name);
   }
 }
 
-TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
-  const TemporaryFolder folder;
+TEST_F(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
   for (const bool progressive : {false, true}) {
-    test::JPEGFileOptions options;
-    options.progressive = progressive;
-    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(200, 150), options);
-    const std::string whole = files::read(folder / "a.jpg");
+    const std::string whole = write({.progressive = progressive}, 200, 150);
     for (const std::size_t keep : {whole.size() / 2, whole.size() * 9 / 10, whole.size() - 2}) {
       const URL cut = folder.write("cut.jpg", whole.substr(0, keep));
       EXPECT_THROW(ImageSource::open(cut)->verify(0), ImageDecodeError) << keep;
     }
     ImageSource::open(folder.write("trailer.jpg", whole + std::string(5000, 'x')))->verify(0);
+    // A header that claims far more than there is ends at once, whatever it claims.
+    std::string huge = whole;
+    huge.replace(huge.find(progressive ? "\xFF\xC2" : "\xFF\xC0") + 5, 4,
+                 "\xEA\x60\xEA\x60");  // 60000 × 60000
+    test::expectUndecodable(folder.write("huge.jpg", huge), "huge");
   }
-  test::JPEGFileOptions arithmetic;
-  arithmetic.arithmetic = true;
-  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(200, 150), arithmetic);
-  expectUndecodable(folder / "a.jpg", "arithmetic code");
-  expectUndecodable(folder.write("short.jpg", std::string("\xFF\xD8\xFF\xE0\0\1", 6)), "broken header");
-  // A header that claims far more than there is ends at once, whatever it claims.
-  test::JPEGFileOptions progressive;
-  progressive.progressive = true;
-  for (const bool coefficients : {false, true}) {
-    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(64, 64),
-                        coefficients ? progressive : test::JPEGFileOptions{});
-    std::string huge = files::read(folder / "a.jpg");
-    const auto frame = huge.find(coefficients ? "\xFF\xC2" : "\xFF\xC0");
-    ASSERT_NE(frame, std::string::npos);
-    huge.replace(frame + 5, 4, "\xEA\x60\xEA\x60");  // 60000 × 60000
-    expectUndecodable(folder.write("huge.jpg", huge), "huge");
-  }
+  write({.arithmetic = true});
+  test::expectUndecodable(jpeg, "arithmetic code");
+  test::expectUndecodable(folder.write("short.jpg", std::string("\xFF\xD8\xFF\xE0\0\1", 6)), "broken header");
   // Every scan, however short, is a pass over the whole image.
-  const std::string scans = files::read(folder / "a.jpg");
+  const std::string scans = write({.progressive = true}, 64, 64);
   const auto first = scans.find("\xFF\xDA"), end = scans.find("\xFF\xC4", first);
   const auto repeated = [&](int times) {
     std::string data = scans;
@@ -192,23 +162,21 @@ TEST(JPEGDecoder, RefusesWhatIsCutOffOrBroken) {
     return folder.write("scans.jpg", data);
   };
   ImageSource::open(repeated(30))->verify(0);
-  expectUndecodable(repeated(200), "too many scans");
+  test::expectUndecodable(repeated(200), "too many scans");
 }
 
-TEST(JPEGDecoder, SparseCoefficientsGiveTheSamePixels) {
-  const TemporaryFolder folder;
+TEST_F(JPEGDecoder, SparseCoefficientsGiveTheSamePixels) {
   const struct {
     int width, height, across, down;
-    test::JPEGColors colors;
-  } cases[] = {{1043, 131, 2, 2, test::JPEGColors::rgb}, {300, 97, 1, 1, test::JPEGColors::rgb},
-               {97, 300, 4, 1, test::JPEGColors::rgb},   {65, 77, 1, 2, test::JPEGColors::rgb},
-               {66, 130, 1, 4, test::JPEGColors::rgb},   {61, 47, 1, 1, test::JPEGColors::grey},
-               {130, 70, 1, 1, test::JPEGColors::inks},  {1, 1, 2, 2, test::JPEGColors::rgb}};
+    JPEGColors colors;
+  } cases[] = {{1043, 131, 2, 2, JPEGColors::rgb}, {300, 97, 1, 1, JPEGColors::rgb},
+               {97, 300, 4, 1, JPEGColors::rgb},   {65, 77, 1, 2, JPEGColors::rgb},
+               {66, 130, 1, 4, JPEGColors::rgb},   {61, 47, 1, 1, JPEGColors::grey},
+               {130, 70, 1, 1, JPEGColors::inks},  {1, 1, 2, 2, JPEGColors::rgb}};
   for (const auto& c : cases) {
-    test::JPEGFileOptions options{.quality = 97, .across = c.across, .down = c.down, .progressive = true};
-    options.colors = c.colors;
-    test::writeJPEGFile(folder / "a.jpg", test::photoRaster(c.width, c.height), options);
-    const std::string whole = files::read(folder / "a.jpg");
+    const std::string whole =
+        write({.quality = 97, .across = c.across, .down = c.down, .progressive = true, .colors = c.colors},
+              c.width, c.height);
     // Where finer scans are missing, libjpeg smooths with the rows above and below.
     const std::string coarse = whole.substr(0, whole.find("\xFF\xC4", whole.find("\xFF\xDA"))) + "\xFF\xD9";
     for (const std::string& data : {whole, coarse}) {
@@ -226,24 +194,20 @@ TEST(JPEGDecoder, SparseCoefficientsGiveTheSamePixels) {
         }
       }
     }
-    EXPECT_THROW(
-        openJPEG(ImageInput(folder.write("b.jpg", whole.substr(0, whole.size() - 9))), {}, 0)->verify(0),
-        ImageDecodeError);
+    const URL cut = folder.write("b.jpg", whole.substr(0, whole.size() - 9));
+    EXPECT_THROW(openJPEG(ImageInput(cut), {}, 0)->verify(0), ImageDecodeError);
   }
 }
 
-TEST(JPEGDecoder, ManyMetadataSegmentsCostNothing) {
-  const TemporaryFolder folder;
-  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(16, 16));
-  const std::string plain = files::read(folder / "a.jpg");
-  std::string bomb = plain.substr(0, 2);
+TEST_F(JPEGDecoder, ManyMetadataSegmentsCostNothing) {
+  std::string bomb = write({});
   const std::string segment =
       "\xFF\xE2\xFF\xFF" + std::string("ICC_PROFILE\0\x01\xFF", 14) + std::string(0xFFFD - 14, 'x');
-  for (int i = 0; i < 400; ++i) bomb += segment;
-  const URL url = folder.write("bomb.jpg", bomb + plain.substr(2));
-  EXPECT_FALSE(propertiesOf(url).profileName);
-  ImageSource::open(url)->verify(0);
-  std::string icc = color::makeRGBProfile("Display P3", color::displayP3);
+  for (int i = 0; i < 400; ++i) bomb.insert(2, segment);
+  const auto source = ImageSource::open(folder.write("bomb.jpg", bomb));
+  EXPECT_FALSE(source->properties(0).profileName);
+  source->verify(0);
+  std::string icc = p3;
   icc[icc.find("mluc") + 9] = '\1';  // claims 65,537 translations
   EXPECT_FALSE(color::profileDescription(icc));
 }

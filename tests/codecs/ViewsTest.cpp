@@ -9,6 +9,7 @@
 #include "CompressionKit/codecs/Views.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "support/Failure.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 
@@ -17,138 +18,121 @@ namespace {
 
 using test::Pixel;
 using test::Raster;
-using test::TemporaryFolder;
 
-TEST(Views, ThumbnailsHaveTheRightSize) {
-  const TemporaryFolder folder;
-  const std::int64_t cases[][5] = {{400, 300, 51, 51, 38}, {300, 400, 50, 38, 50}, {400, 1, 64, 64, 1}};
+class Views : public testing::Test {
+ protected:
+  std::unique_ptr<ImageSource> source(const Raster& raster, const test::PNGOptions& options = {}) const {
+    test::writePNGFile(png, raster, options);
+    return ImageSource::open(png);
+  }
+  /// The PNG that is made of a view of the whole image, and what it says of itself.
+  ImageProperties rewritten(const URL& image) const {
+    writePNG(views::thumbnail(*ImageSource::open(image), 0, 100, false), view);
+    return ImageSource::open(view)->properties(0);
+  }
+
+  const test::TemporaryFolder folder;
+  const URL png = folder / "a.png", view = folder / "view.png";
+  const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
+};
+
+TEST_F(Views, ThumbnailsHaveTheRightSize) {
+  const int cases[][5] = {{400, 300, 51, 51, 38}, {300, 400, 50, 38, 50}, {400, 1, 64, 64, 1}};
   for (const auto& [width, height, maximum, expectedWidth, expectedHeight] : cases) {
-    test::writePNGFile(folder / "a.png",
-                       test::photoRaster(static_cast<int>(width), static_cast<int>(height)));
-    const Bitmap view = views::thumbnail(*ImageSource::open(folder / "a.png"), 0, maximum, false);
-    EXPECT_EQ(std::pair(view.width, view.height), std::pair(expectedWidth, expectedHeight));
+    const Bitmap reduced = views::thumbnail(*source(test::photoRaster(width, height)), 0, maximum, false);
+    EXPECT_EQ(reduced.width, expectedWidth);
+    EXPECT_EQ(reduced.height, expectedHeight);
   }
 }
 
-TEST(Views, ThumbnailsAverageWhatTheyCover) {
-  const TemporaryFolder folder;
+TEST_F(Views, ThumbnailsAverageWhatTheyCover) {
   // 5 × 2 pixels to 2 × 1: the middle column belongs to both halves.
   const Raster raster(5, 2, [](int x, int y) {
     const auto value = static_cast<std::uint8_t>(x < 2 ? 100 : x == 2 ? 50 : y * 200);
     return Pixel{value, value, value, static_cast<std::uint8_t>(x == 0 ? 0 : 255)};
   });
-  test::writePNGFile(folder / "a.png", raster, {.alpha = true, .interlaced = false, .icc = {}, .gamma = {}});
-  const Bitmap view = views::thumbnail(*ImageSource::open(folder / "a.png"), 0, 2, false);
-  ASSERT_EQ(view.width, 2);
-  ASSERT_EQ(view.height, 1);
-  // Left: 0 (transparent), 100, and half of 50, over 2.5 columns; colours are premultiplied.
-  EXPECT_EQ(view.pixels[0], 50);
-  EXPECT_EQ(view.pixels[3], 153);
-  // Right: half of 50, then two columns of 0 and 200.
-  EXPECT_EQ(view.pixels[4], 90);
-  EXPECT_EQ(view.pixels[7], 255);
+  const Bitmap reduced = views::thumbnail(*source(raster, {.alpha = true}), 0, 2, false);
+  // Left: 0 (transparent), 100, and half of 50, over 2.5 columns; colours are premultiplied. Right: half of
+  // 50, then two columns of 0 and 200.
+  EXPECT_EQ(reduced.pixels, (std::vector<std::uint8_t>{50, 50, 50, 153, 90, 90, 90, 255}));
 }
 
-TEST(Views, CropsAtFullResolution) {
-  const TemporaryFolder folder;
+TEST_F(Views, CropsAtFullResolution) {
   const Raster raster = test::photoRaster(60, 50);
-  test::writePNGFile(folder / "a.png", raster);
-  const auto source = ImageSource::open(folder / "a.png");
-  const Bitmap view = views::crop(*source, 0, 11, 7, 20, 30);
+  const auto image = source(raster);
+  const Bitmap part = views::crop(*image, 0, 11, 7, 20, 30);
   for (int y = 0; y < 30; ++y) {
     for (int x = 0; x < 20; ++x) {
-      ASSERT_EQ(std::memcmp(&raster.at(x + 11, y + 7), view.row(y).data() + x * 4, 4), 0) << x << "," << y;
+      ASSERT_EQ(std::memcmp(&raster.at(x + 11, y + 7), part.row(y).data() + x * 4, 4), 0) << x << "," << y;
     }
   }
-  EXPECT_THROW(views::crop(*source, 0, 41, 0, 20, 20), ImageDecodeError);
+  EXPECT_THROW(views::crop(*image, 0, 41, 0, 20, 20), ImageDecodeError);
 }
 
-TEST(Views, TurnsUpright) {
+TEST_F(Views, TurnsUpright) {
   // The stored picture "ab / cd / ef" as each orientation shows it.
-  const char* expected[] = {"ab/cd/ef", "ba/dc/fe", "fe/dc/ba", "ef/cd/ab",
-                            "ace/bdf",  "eca/fdb",  "fdb/eca",  "bdf/ace"};
+  const char* expected[] = {"ab/cd/ef/", "ba/dc/fe/", "fe/dc/ba/", "ef/cd/ab/",
+                            "ace/bdf/",  "eca/fdb/",  "fdb/eca/",  "bdf/ace/"};
   for (int orientation = 1; orientation <= 8; ++orientation) {
-    Bitmap stored{.width = 2, .height = 3, .pixels = {}, .hasAlpha = false, .color = {}};
-    for (const char letter : std::string("abcdef")) {
-      stored.pixels.insert(stored.pixels.end(), {static_cast<std::uint8_t>(letter), 0, 0, 255});
-    }
-    const Bitmap shown = views::upright(stored, orientation);
+    Bitmap shown{.width = 2, .height = 3, .pixels = {}, .hasAlpha = false, .color = {}};
+    for (const std::uint8_t letter : {'a', 'b', 'c', 'd', 'e', 'f'})
+      shown.pixels.insert(shown.pixels.end(), {letter, 0, 0, 255});
+    shown = views::upright(shown, orientation);
     std::string text;
-    for (std::int64_t y = 0; y < shown.height; ++y) {
-      if (y > 0) text += '/';
-      for (std::int64_t x = 0; x < shown.width; ++x)
-        text += static_cast<char>(shown.row(y)[static_cast<std::size_t>(x) * 4]);
+    for (std::size_t i = 0; i < 6; ++i) {
+      text += static_cast<char>(shown.pixels[i * 4]);
+      if ((i + 1) % static_cast<std::size_t>(shown.width) == 0) text += '/';
     }
     EXPECT_EQ(text, expected[orientation - 1]) << orientation;
   }
 }
 
-TEST(PNGWriter, RoundTripsPixelsAndColours) {
-  const TemporaryFolder folder;
-  const std::string p3 = color::makeRGBProfile("Display P3", color::displayP3);
+TEST_F(Views, RoundTripPixelsAndColoursThroughPNG) {
   for (const bool alpha : {false, true}) {
     const Raster raster(33, 21, [&](int x, int y) {
       return Pixel{static_cast<std::uint8_t>(x * 7), static_cast<std::uint8_t>(y * 9), 77,
                    static_cast<std::uint8_t>(alpha ? (x * 31 + y) % 256 : 255)};
     });
-    test::writePNGFile(folder / "a.png", raster,
-                       {.alpha = alpha, .interlaced = false, .icc = p3, .gamma = {}});
-    writePNG(views::thumbnail(*ImageSource::open(folder / "a.png"), 0, 100, false), folder / "b.png");
-    EXPECT_EQ(test::decoded(folder / "b.png"), test::decoded(folder / "a.png"));
-    const auto properties = ImageSource::open(folder / "b.png")->properties(0);
+    test::writePNGFile(png, raster, {.alpha = alpha, .icc = p3});
+    const auto properties = rewritten(png);
+    EXPECT_EQ(test::decoded(view), test::decoded(png));
     EXPECT_EQ(properties.hasAlpha, alpha);
     EXPECT_EQ(properties.color.icc, p3);
   }
-  test::writePNGFile(folder / "a.png", test::photoRaster(8, 8),
-                     {.alpha = false, .interlaced = false, .icc = {}, .gamma = 1.0});
-  writePNG(views::thumbnail(*ImageSource::open(folder / "a.png"), 0, 100, false), folder / "b.png");
-  EXPECT_EQ(ImageSource::open(folder / "b.png")->properties(0).colorSpaceName, "RGB gamma 1");
+  test::writePNGFile(png, test::photoRaster(8, 8), {.gamma = 1.0});
+  EXPECT_EQ(rewritten(png).colorSpaceName, "RGB gamma 1");
   const std::string points("\x09\x10\0\x01", 4);
-  folder.write("c.png", test::withChunk(files::read(folder / "a.png"), "cICP", points));
-  writePNG(views::thumbnail(*ImageSource::open(folder / "c.png"), 0, 100, false), folder / "d.png");
-  EXPECT_EQ(ImageSource::open(folder / "d.png")->properties(0).color.codePoints, points);
-}
+  const URL coded = folder.write("b.png", test::withChunk(files::read(png), "cICP", points));
+  EXPECT_EQ(rewritten(coded).color.codePoints, points);
 
-TEST(PNGWriter, WritesViewsOfPhotosWhoseProfileNoPNGMayCarry) {
-  const TemporaryFolder folder;
-  test::JPEGFileOptions options;
-  options.icc = color::makeRGBProfile("Display P3", color::displayP3) + "x";  // longer than it says
-  test::writeJPEGFile(folder / "a.jpg", test::photoRaster(8, 8), options);
-  const Bitmap view = views::thumbnail(*ImageSource::open(folder / "a.jpg"), 0, 8, false);
-  ASSERT_EQ(view.color.icc, options.icc);
-  writePNG(view, folder / "a.png");
-  EXPECT_EQ(test::decoded(folder / "a.png"), view.pixels);
-  EXPECT_EQ(ImageSource::open(folder / "a.png")->properties(0).color.icc, "");
+  // A photo whose profile no PNG may carry: it is longer than it says.
+  const URL jpeg = folder / "a.jpg";
+  test::writeJPEGFile(jpeg, test::photoRaster(8, 8), {.icc = p3 + "x"});
+  EXPECT_EQ(ImageSource::open(jpeg)->properties(0).color.icc, p3 + "x");
+  EXPECT_EQ(rewritten(jpeg).color.icc, "");
+  EXPECT_EQ(test::decoded(view), test::decoded(jpeg));
 }
 
 TEST(PNGWriter, LeavesNothingUnfinished) {
-  const TemporaryFolder folder;
-  const PNGWriter::Options options{
-      .width = 4, .height = 4, .hasAlpha = false, .bitsPerSample = 8, .color = {}};
+  const test::TemporaryFolder folder;
+  const PNGWriter::Options options{.width = 4, .height = 4, .color = {}};
   { const PNGWriter writer(folder / "a.png", options); }
   EXPECT_FALSE(files::exists(folder / "a.png"));
   EXPECT_THROW(PNGWriter(folder / "no/a.png", options), FileError);
   // A file that may not grow any more, as on a full disk, is reported as what it is.
-  const Raster large(300, 300, [](int x, int y) {
-    return Pixel{static_cast<std::uint8_t>(x * x * y >> 3), static_cast<std::uint8_t>(y * y * x >> 5), 0,
-                 255};
-  });
-  test::writePNGFile(folder / "source.png", large);
-  const Bitmap view = views::thumbnail(*ImageSource::open(folder / "source.png"), 0, 300, false);
+  const Bitmap large{.width = 300,
+                     .height = 300,
+                     .pixels = std::vector<std::uint8_t>(360'000),
+                     .hasAlpha = true,
+                     .color = {}};
   const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
   rlimit previous{};
   getrlimit(RLIMIT_FSIZE, &previous);
   const rlimit small{.rlim_cur = 10'000, .rlim_max = previous.rlim_max};
   setrlimit(RLIMIT_FSIZE, &small);
-  int code = 0;
-  try {
-    writePNG(view, folder / "large.png");
-  } catch (const FileError& error) {
-    code = error.code();
-  }
+  EXPECT_EQ(test::errnoOf([&] { writePNG(large, folder / "large.png"); }), EFBIG);
   setrlimit(RLIMIT_FSIZE, &previous);
   std::signal(SIGXFSZ, ignored);
-  EXPECT_EQ(code, EFBIG);
   EXPECT_FALSE(files::exists(folder / "large.png"));
 }
 

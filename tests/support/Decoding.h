@@ -18,4 +18,15 @@ inline void expectUndecodable(const URL& url, const std::string& name) {
   EXPECT_THROW(decoded(url), ImageDecodeError) << name;
 }
 
+/// The decoder's own words for why the call fails; empty when it does not.
+template <typename Call>
+std::string reasonOf(Call&& call) {
+  try {
+    call();
+  } catch (const ImageDecodeError& error) {
+    return error.reason().empty() ? "unknown" : error.reason();
+  }
+  return "";
+}
+
 }  // namespace tidewell::test
