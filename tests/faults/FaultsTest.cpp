@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <tuple>
 
 #include "CompressionKit/undo/FolderSweep.h"
 #include "faults/Operations.h"
@@ -29,6 +30,7 @@ enum class Kind {
   error,    ///< of one call
   failing,  ///< of all calls from there on
   save,     ///< by another program
+  damage,   ///< to the backups
   end,      ///< of the process
   powerLoss,
 };
@@ -40,9 +42,11 @@ struct Attempt {
   bool threw = false;
   bool reached = false;
   std::string where = {};
+  std::string next = {};  ///< the first call afterwards that names the file somebody saved
 };
 
 std::size_t points = 0;
+constexpr int refused = 43;  ///< exit status of a child whose operation threw
 
 /// The sanitizers, which make everything slow, have seen all code after a few points.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -54,10 +58,19 @@ constexpr int stride = 1;
 /// What one error does to an operation: nothing, or all of it.
 std::string wrongOutcome(const Attempt& attempt, const World& world) {
   const Operation& operation = attempt.operation;
-  if (world.somebodySaved() || (attempt.kind != Kind::error && attempt.reached)) return "";
   const test::Names found{world.at(world.photo).value_or(""), world.at(world.png).value_or("")};
+  if (world.somebodySaved()) {
+    // Right before a file is moved no look helps: nothing is lost, and whoever asked must hear of it.
+    // But without an exchange nothing sees what is overwritten.
+    const std::string& next = attempt.next;
+    const bool isMoved = (next.ends_with(" onto") && next != "rename onto") || next.ends_with(" from");
+    return isMoved && !attempt.threw && found != operation.after ? "called success" : "";
+  }
+  if (attempt.kind != Kind::error && attempt.reached) return "";
   if (!attempt.threw) return found == operation.after ? "" : "said to be done";
-  if (world.record) return "";  // a restore may be asked again, also for the second of two files
+  // A restore may be asked again, also for the second of two files; where a roll-back fails, the record
+  // stays.
+  if (world.record || (operation.rollsBack && attempt.reached)) return "";
   if (found != operation.before) return "not rolled back";
   return world.restorable() ? "a record of nothing stays" : "";
 }
@@ -101,6 +114,10 @@ std::string wrongLater(const Attempt& attempt, const World& world) {
 
 std::string whatIsWrong(const Attempt& attempt, const World& world) {
   const Operation& operation = attempt.operation;
+  if (attempt.kind == Kind::damage) {
+    const auto photo = world.at(world.photo).value_or("");
+    return photo == operation.before.photo || photo == operation.after.photo ? "" : "photo is " + photo;
+  }
   const auto now = [&](bool worksMayHide) {
     std::string wrong = world.wrong({operation.before.photo, operation.after.photo},
                                     {operation.before.png, operation.after.png}, worksMayHide);
@@ -131,7 +148,12 @@ class EveryPoint : public testing::TestWithParam<Operation> {
       World world;
       attempt.operation.prepare(world);
       if (kind == Kind::end || kind == Kind::powerLoss) {
-        attempt.reached = Faults::runInChild([&] { run(attempt, world, arm); }) == Faults::ended;
+        const int status = Faults::runInChild([&] {
+          run(attempt, world, arm);
+          if (attempt.threw) _exit(refused);
+        });
+        attempt.reached = status == Faults::ended;
+        attempt.threw = status == refused;
         world.recall();
       } else {
         run(attempt, world, arm);
@@ -156,8 +178,9 @@ class EveryPoint : public testing::TestWithParam<Operation> {
     }
     attempt.reached = faults.happened();
     attempt.where = faults.where();
+    attempt.next = faults.firstAfterwards();
     // Without an exchange a save right after the last look cannot be seen any more.
-    if (!exchange_ && faults.firstAfterwards() == "rename") world.giveUpWorks();
+    if (!exchange_ && attempt.next == "rename onto") world.giveUpWorks();
   }
 
   using Exchanges = Operation::Exchanges;
@@ -226,7 +249,15 @@ TEST_P(EveryPoint, MayFollowAnotherProgramsSave) {
   });
 }
 
-/// The save that no last look can see, right before a file is moved, and then a crash or a broken disk.
+TEST_P(EveryPoint, MayFollowTheLossOfTheBackups) {
+  withAndWithoutExchange(Exchanges::always, [&] {
+    drive("damaged backups", Kind::damage, [](Faults& faults, World& world, int point) {
+      faults.at(point, [&world] { world.damageBackups(); });
+    });
+  });
+}
+
+/// The save that no last look can see, right before a file is moved, and then an error or a crash.
 TEST_P(EveryPoint, MayBeTheLastAfterASave) {
   withAndWithoutExchange(Exchanges::afterASave, [&] {
     for (const URL World::*name : GetParam().saves) {
@@ -244,10 +275,13 @@ TEST_P(EveryPoint, MayBeTheLastAfterASave) {
         const std::string mode = "save before move " + std::to_string(move);
         goesOn = drive(mode + ", end", Kind::end,
                        [&](Faults& faults, World& world, int point) { arm(faults, world).end(point); });
-        for (const auto& [what, code] : {std::pair(", broken disk", EIO), {", full disk", ENOSPC}}) {
-          drive(mode + what, Kind::failing, [&, code = code](Faults& faults, World& world, int point) {
-            arm(faults, world).fail(point, code, true);
-          });
+        for (const auto& [what, code, lasting] : {std::tuple(", error", EIO, false),
+                                                  {", broken disk", EIO, true},
+                                                  {", full disk", ENOSPC, true}}) {
+          const auto fail = [&, code = code, lasting = lasting](Faults& faults, World& world, int point) {
+            arm(faults, world).fail(point, code, lasting);
+          };
+          drive(mode + what, Kind::failing, fail);
         }
       }
     }

@@ -21,7 +21,12 @@ void inspect(const URL& url) {
   if (files::read(url) != smaller) throw CompressionError::validationFailed();
 }
 
-void transact(const World& world, const std::optional<URL>& destination) {
+void refuse(const URL&) {
+  throw CompressionError::validationFailed();
+}
+
+void transact(const World& world, const std::optional<URL>& destination,
+              const std::function<void(const URL&)>& judge = inspect) {
   const WorkingDirectory working(world.photos);
   const URL candidate = working.url().appending("candidate.jpg");
   world.write(candidate, smaller);
@@ -31,7 +36,7 @@ void transact(const World& world, const std::optional<URL>& destination) {
                                                    .sessionID = world.session,
                                                    .destination = destination});
   if (!transaction.swap()) throw CompressionError::changedDuringCompression();
-  transaction.verify(inspect);
+  transaction.verify(judge);
   transaction.commit();
 }
 
@@ -94,6 +99,7 @@ std::vector<Operation> makeOperations() {
   const auto convertedAndDeleted = [](World& world) { world.convert(), fs::remove(world.photo.path()); };
   const auto finallyReplaced = [](World& world) { world.replace(), world.isFinal = true; };
   const auto inPlace = [](World& world) { transact(world, std::nullopt); };
+  const auto refused = [](World& world) { transact(world, std::nullopt, refuse); };
   const auto beside = [](World& world) { transact(world, world.png); };
   const auto remove = [](World& world) { world.store.deleteRecord(*world.record); };
   const auto neglected = [=](World& world) { neglect->make(world); };
@@ -104,6 +110,7 @@ std::vector<Operation> makeOperations() {
   using enum Operation::Exchanges;
   return {
       {"Replacement", nothing, inPlace, {old, ""}, {smaller, ""}, always, photo},
+      {"RollBack", nothing, refused, {old, ""}, {smaller, ""}, always, photo, {}, true},
       {"Conversion", nothing, beside, {old, ""}, {old, smaller}, afterASave, both},
       {"Restore", replaced, restore, {smaller, ""}, {old, ""}, always, photo},
       {"RestoreOfDeleted", replacedAndDeleted, restore, {"", ""}, {old, ""}, never, photo},

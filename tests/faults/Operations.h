@@ -23,6 +23,7 @@ struct Operation {
   enum class Exchanges { never, afterASave, always } exchanges;  ///< files, where the file system can
   std::vector<const URL World::*> saves = {};                    ///< where other programs interfere
   std::function<std::string(const World&, bool swept)> alsoWrong = {};
+  bool rollsBack = false;  ///< without faults it ends as it began, with an error
 };
 
 const std::vector<Operation>& operations();

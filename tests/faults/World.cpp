@@ -58,6 +58,13 @@ void World::recall() {
   for (std::string work; std::getline(notes, work);) works_.insert(work);
 }
 
+void World::damageBackups() const {
+  for (const auto& known : store.records()) {
+    const URL backup = store.backupURL(known);
+    if (const auto bytes = at(backup)) write(backup, std::string(bytes->size(), 'x'));
+  }
+}
+
 void World::displace(const URL& url, const std::string& work) {
   fs::create_directories(url.deletingLastPathComponent().path());
   write(url, work);

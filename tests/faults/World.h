@@ -45,6 +45,8 @@ class World {
   void displace(const URL& url, const std::string& work);
   /// What other programs did in a child of this process.
   void recall();
+  /// The disk loses what the backups held.
+  void damageBackups() const;
 
   // --- What must hold ---
   std::optional<std::string> at(const URL& url) const;

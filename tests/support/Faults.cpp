@@ -123,8 +123,9 @@ int Faults::before(const FileCall& call) {
     if (const int result = step.act()) code = result;
   }
   if (!watched_.empty() && firstAfterwards_.empty() && happened() && call.path &&
-      call.paths().ends_with(watched_)) {
+      call.paths().find(watched_) != std::string::npos) {
     firstAfterwards_ = call.name;
+    if (call.second) firstAfterwards_ += call.second == watched_ ? " onto" : " from";
   }
   return code;
 }

@@ -51,8 +51,8 @@ class Faults {
   Faults& at(int point, std::function<void()> act, unsigned traits = 0);
   Faults& then();
 
-  /// Notes the first call that names this path once everything has happened: "lstat". The call at which the
-  /// last of it happened counts.
+  /// Notes the first call that names this path once everything has happened: "lstat", "rename from" it,
+  /// "exchange onto" it. The call at which the last of it happened counts.
   Faults& watch(std::string path);
   const std::string& firstAfterwards() const { return firstAfterwards_; }
 
