@@ -166,24 +166,19 @@ def with_chunk(png, kind, data):
     return png[:33] + chunk(kind, data) + png[33:]
 
 
-def interlaced_png(rgb):
-    """Adam7, eight bits per sample, no row filters."""
+def raw_png(rgb, interlaced=False):
+    """What Pillow does not write: an image of 16 bits per sample, or one interlaced by Adam7. No row filters."""
     height, width, _ = rgb.shape
-    raw = b""
-    for x0, y0, dx, dy in ((0, 0, 8, 8), (4, 0, 8, 8), (0, 4, 4, 8), (2, 0, 4, 4), (0, 2, 2, 4), (1, 0, 2, 2), (0, 1, 1, 2)):
-        part = rgb[y0::dy, x0::dx]
-        if part.size:
-            raw += b"".join(b"\0" + row.tobytes() for row in part)
-    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 1)
-    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(raw, 1)) + chunk(b"IEND", b"")
+    passes = ((0, 0, 8, 8), (4, 0, 8, 8), (0, 4, 4, 8), (2, 0, 4, 4), (0, 2, 2, 4), (1, 0, 2, 2), (0, 1, 1, 2))
+    parts = (rgb[y0::dy, x0::dx] for x0, y0, dx, dy in (passes if interlaced else ((0, 0, 1, 1),)))
+    rows = b"".join(b"\0" + row.tobytes() for part in parts for row in part)
+    header = struct.pack(">IIBBBBB", width, height, rgb.itemsize * 8, 2, 0, 0, interlaced)
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(rows, 1)) + chunk(b"IEND", b"")
 
 
-def save_gif(path, frames, durations, loop=None, disposal=2, transparency=None):
-    options = {} if loop is None else {"loop": loop}
-    if transparency is not None:
-        options["transparency"] = transparency
-    frames[0].save(path, save_all=len(frames) > 1, append_images=frames[1:], duration=durations, disposal=disposal,
-                   optimize=False, **options)
+def saved_gif(frames, disposal=2, **options):
+    return saved(frames[0], "GIF", save_all=len(frames) > 1, append_images=frames[1:], disposal=disposal,
+                 optimize=False, **options)
 
 
 def moving_dots(width, height, count, transparent=False, colors=64):
