@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <deque>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,26 +12,27 @@
 namespace tidewell {
 namespace {
 
-using test::ScopedEnvironment;
-using test::TemporaryFolder;
-using test::VirtualPlatform;
 using Maintenance = BackgroundCompressor::Maintenance;
-using Paths = std::vector<std::string>;
-
+using Strings = std::vector<std::string>;
 using Item = BackgroundBatchResult::Item;
 
-Maintenance waiting(Date deadline) {
-  return {.deadline = deadline};
-}
 const Maintenance removedTheLast{.deadline = {}, .changed = true};
 
-BackgroundBatchResult resultWith(std::vector<BackgroundBatchResult::Item> items) {
+BackgroundBatchResult resultWith(std::vector<Item> items) {
   return {.sessionID = UUID::random(), .finishedAt = Date{5}, .items = std::move(items)};
+}
+
+template <typename T>
+T takeFrom(std::deque<T>& prepared, const T& otherwise) {
+  if (prepared.empty()) return otherwise;
+  const T next = prepared.front();
+  prepared.pop_front();
+  return next;
 }
 
 class BackgroundApplicationTest : public testing::Test {
  protected:
-  void open(const std::vector<std::string>& texts) {
+  void open(const Strings& texts) {
     std::vector<URL> urls;
     for (const auto& text : texts) {
       if (auto url = URL::parse(text)) urls.push_back(*url);
@@ -41,29 +41,23 @@ class BackgroundApplicationTest : public testing::Test {
   }
   URL latest() const { return folder / "Tidewell/Background/latest.json"; }
 
-  TemporaryFolder folder;
-  ScopedEnvironment support{"XDG_DATA_HOME", folder.url().path().c_str()};
-  VirtualPlatform desktop;
-  std::vector<Paths> batches;                 ///< the files of each batch that ran
+  test::TemporaryFolder folder;
+  test::ScopedEnvironment support{"XDG_DATA_HOME", folder.url().path().c_str()};
+  test::VirtualPlatform desktop;
+  std::vector<Strings> batches;               ///< the files of each batch that ran
   std::deque<BackgroundBatchResult> results;  ///< of the next batches
   std::deque<Maintenance> outcomes;           ///< of the next maintenance passes
   int passes = 0;
   BackgroundApplication application{{.compress =
                                          [this](const std::vector<URL>& files) {
-                                           Paths& paths = batches.emplace_back();
+                                           Strings& paths = batches.emplace_back();
                                            for (const URL& file : files) paths.push_back(file.path());
-                                           if (results.empty()) return resultWith({});
-                                           auto result = results.front();
-                                           results.pop_front();
-                                           return result;
+                                           return takeFrom(results, resultWith({}));
                                          },
                                      .maintainBackups =
                                          [this] {
                                            ++passes;
-                                           if (outcomes.empty()) return Maintenance{};
-                                           const auto outcome = outcomes.front();
-                                           outcomes.pop_front();
-                                           return outcome;
+                                           return takeFrom(outcomes, {});
                                          }},
                                     desktop.platform()};
 };
@@ -75,81 +69,64 @@ const std::string start = "tidewell-background://compress?token=secret+token/%3D
 // ["/a.jpg","b.png","/c.png"]
 const std::string list = "WyIvYS5qcGciLCJiLnBuZyIsIi9jLnBuZyJd";
 
-struct OpenCase {
-  const char* name;
-  std::vector<std::string> urls;
-  Paths files;
-};
-
-class OpenTest : public BackgroundApplicationTest, public testing::WithParamInterface<OpenCase> {};
-
-TEST_P(OpenTest, startsAtMostOneBatch) {
-  open(GetParam().urls);
-  while (desktop.work()) {
+TEST_F(BackgroundApplicationTest, anEventStartsAtMostOneBatch) {
+  const std::string other = "tidewell-background://compress?", token = "token=secret+token/=";
+  const std::string files = "&files=" + list;
+  const struct {
+    const char* what;
+    Strings urls;
+    Strings files;
+  } cases[] = {
+      {"relative paths are dropped", {start + list}, {"/a.jpg", "/c.png"}},
+      {"escaped fill", {start + "WyIvYi5naWYiXQ%3D%3D"}, {"/b.gif"}},
+      {"plain fill", {start + "WyIvYi5naWYiXQ=="}, {"/b.gif"}},
+      {"items in any order", {other + "x" + files + "&" + token}, {"/a.jpg", "/c.png"}},
+      {"user, port and path do not matter",
+       {"tidewell-background://me@compress:1/x?" + token + files},
+       {"/a.jpg", "/c.png"}},
+      {"other URLs of the event still count",
+       {"file:///x.heic", "https://compress?" + token + files, start + "!", start + list, "file:///y.heif"},
+       {"/x.heic", "/a.jpg", "/c.png", "/y.heif"}},
+      {"scheme in other case", {"Tidewell-Background" + start.substr(19) + list}, {}},
+      {"host in other case", {"tidewell-background://Compress?" + token + files}, {}},
+      {"no query", {"tidewell-background://compress"}, {}},
+      {"no token", {other + "files=" + list}, {}},
+      {"token without value", {other + "token" + files}, {}},
+      {"wrong token", {other + "token=secret+tokem/=" + files}, {}},
+      {"longer token", {other + token + "1" + files}, {}},
+      {"a plus is no space", {other + "token=secret%20token/=" + files}, {}},
+      {"the first token counts", {other + "token=a&" + token + files}, {}},
+      {"the first files count", {start + files}, {}},
+      {"no files", {other + token}, {}},
+      {"no Base64", {start + "WyIvYi5naWYiXQ"}, {}},
+      {"Base64 with a line break", {start + "WyIvYi5naWYi%0AXQ=="}, {}},
+      {"no JSON", {start + "eyJh"}, {}},
+      {"no array", {start + "Ii9hLmpwZyI="}, {}},                       // "/a.jpg"
+      {"not only strings", {start + "WyIvYS5qcGciLDFd"}, {}},           // ["/a.jpg",1]
+      {"NUL in a path", {start + "WyIvYS5qcGdcdTAwMDAucG5nIl0="}, {}},  // ["/a.jpg\u0000.png"]
+      {"empty array", {start + "W10="}, {}},
+      {"nothing opened", {}, {}},
+      {"supported kinds only", {"file:///a.txt", "file:///b.JPG", "file:///c", "file:///d.webp"}, {"/b.JPG"}},
+      {"none of them", {"file:///a.txt"}, {}},
+      {"duplicates by standardised path, of which the first form stays",
+       {"file:///d/./a.png", "file:///d/a.png", "file:///d/e/../a.png", "file:///d/b.png"},
+       {"/d/./a.png", "/d/b.png"}},
+      {"a name that is not UTF-8", {"file:///%FF%E4.png"}, {"/\xFF\xE4.png"}},
+  };
+  for (const auto& c : cases) {
+    batches.clear();
+    open(c.urls);
+    while (desktop.work()) {
+    }
+    EXPECT_EQ(batches, c.files.empty() ? std::vector<Strings>{} : std::vector<Strings>{c.files}) << c.what;
   }
-  EXPECT_EQ(batches, GetParam().files.empty() ? std::vector<Paths>{} : std::vector<Paths>{GetParam().files});
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Commands, OpenTest,
-    testing::ValuesIn(std::vector<OpenCase>{
-        {"RelativePathsAreDropped", {start + list}, {"/a.jpg", "/c.png"}},
-        {"EscapedFill", {start + "WyIvYi5naWYiXQ%3D%3D"}, {"/b.gif"}},
-        {"PlainFill", {start + "WyIvYi5naWYiXQ=="}, {"/b.gif"}},
-        {"ItemsInAnyOrder",
-         {"tidewell-background://compress?x&files=" + list + "&token=secret+token/="},
-         {"/a.jpg", "/c.png"}},
-        {"UserPortAndPathDoNotMatter",
-         {"tidewell-background://me@compress:1/x?token=secret+token/=&files=" + list},
-         {"/a.jpg", "/c.png"}},
-        {"OtherURLsOfTheEventStillCount",
-         {"file:///x.heic", "https://compress?token=secret+token/=&files=" + list, start + "!", start + list,
-          "file:///y.heif"},
-         {"/x.heic", "/a.jpg", "/c.png", "/y.heif"}},
-        {"SchemeInOtherCase", {"Tidewell-Background" + start.substr(19) + list}, {}},
-        {"HostInOtherCase", {"tidewell-background://Compress?token=secret+token/=&files=" + list}, {}},
-        {"NoQuery", {"tidewell-background://compress"}, {}},
-        {"NoToken", {"tidewell-background://compress?files=" + list}, {}},
-        {"TokenWithoutValue", {"tidewell-background://compress?token&files=" + list}, {}},
-        {"WrongToken", {"tidewell-background://compress?token=secret+tokem/=&files=" + list}, {}},
-        {"LongerToken", {"tidewell-background://compress?token=secret+token/=1&files=" + list}, {}},
-        {"PlusIsNoSpace", {"tidewell-background://compress?token=secret%20token/=&files=" + list}, {}},
-        {"FirstTokenCounts",
-         {"tidewell-background://compress?token=a&token=secret+token/=&files=" + list},
-         {}},
-        {"FirstFilesCount", {start + "&files=" + list}, {}},
-        {"NoFiles", {"tidewell-background://compress?token=secret+token/="}, {}},
-        {"NoBase64", {start + "WyIvYi5naWYiXQ"}, {}},
-        {"Base64WithLineBreak", {start + "WyIvYi5naWYi%0AXQ=="}, {}},
-        {"NoJSON", {start + "eyJh"}, {}},
-        {"NoArray", {start + "Ii9hLmpwZyI="}, {}},                     // "/a.jpg"
-        {"NotOnlyStrings", {start + "WyIvYS5qcGciLDFd"}, {}},          // ["/a.jpg",1]
-        {"NULInAPath", {start + "WyIvYS5qcGdcdTAwMDAucG5nIl0="}, {}},  // ["/a.jpg\u0000.png"]
-        {"EmptyArray", {start + "W10="}, {}},
-        {"NothingOpened", {}, {}},
-    }),
-    [](const auto& test) { return test.param.name; });
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, OpenTest,
-    testing::ValuesIn(std::vector<OpenCase>{
-        {"OnlySupportedKinds", {"file:///a.txt", "file:///b.JPG", "file:///c", "file:///d.webp"}, {"/b.JPG"}},
-        {"OnlyUnsupported", {"file:///a.txt"}, {}},
-        {"DuplicatesByStandardisedPath",
-         {"file:///d/a.png", "file:///d/./a.png", "file:///d/e/../a.png", "file:///d/b.png"},
-         {"/d/a.png", "/d/b.png"}},
-        {"TheFirstFormStays", {"file:///d/./a.png", "file:///d/a.png"}, {"/d/./a.png"}},
-        {"NameThatIsNotUTF8", {"file:///%FF%E4.png"}, {"/\xFF\xE4.png"}},
-    }),
-    [](const auto& test) { return test.param.name; });
-
-TEST_F(BackgroundApplicationTest, tokenIsReadAnewAndAnEmptyOneRejectsAll) {
+  // The token is read anew, and an empty one rejects all.
   desktop.token = "";
-  open({"tidewell-background://compress?token=&files=" + list});
+  open({other + "token=" + files});
   desktop.token = "new";
   open({start + list});
   EXPECT_EQ(desktop.waitingWork(), 0u);
-  open({"tidewell-background://compress?token=new&files=" + list});
+  open({other + "token=new" + files});
   EXPECT_EQ(desktop.waitingWork(), 1u);
 }
 
@@ -186,26 +163,13 @@ TEST_F(BackgroundApplicationTest, twoBatchesAtOnce) {
   EXPECT_EQ(stored, expected);
 }
 
-TEST_F(BackgroundApplicationTest, titleTellsTheSaving) {
-  results = {resultWith({Item{"/a.jpg", "replaced", 1234567, 0, {}}}), resultWith({})};
-  open({"file:///a.jpg"});
-  desktop.work();
-  EXPECT_EQ(desktop.title, "潮汐井：节省 1.2 MB");
-  open({"file:///a.jpg"});
-  EXPECT_EQ(desktop.title, "潮汐井：压缩中…");
-  while (desktop.work()) {
-  }
-  EXPECT_EQ(desktop.title, "潮汐井：节省 零 KB");
-}
-
 TEST_F(BackgroundApplicationTest, whatAKilledServiceLeftBesideTheResultGoes) {
   const URL left = folder.write("Tidewell/Background/.tidewell-" + UUID::random().string() + ".tmp", "{");
   const Date written = Date::now();
   for (const double age : {14400.0 - 60, 14400.0 + 1}) {
     desktop.setClock(written.adding(age));
     open({"file:///a.jpg"});
-    while (desktop.work()) {
-    }
+    desktop.pass(0);
     EXPECT_EQ(files::exists(left), age < 14400);
   }
   EXPECT_TRUE(files::exists(latest()));
@@ -213,40 +177,39 @@ TEST_F(BackgroundApplicationTest, whatAKilledServiceLeftBesideTheResultGoes) {
 
 TEST_F(BackgroundApplicationTest, aResultThatCannotBeSavedIsLoggedOnce) {
   folder.write("Tidewell", "a file where the directory should be");
+  results = {resultWith({Item{"/a.jpg", "replaced", 1234567, 0, {}}})};
   open({"file:///a.jpg"});
   testing::internal::CaptureStderr();
   desktop.work();
   const std::string log = testing::internal::GetCapturedStderr();
   EXPECT_TRUE(log.starts_with("<3>Tidewell 后台结果保存失败：")) << log;
   EXPECT_EQ(log.find('\n'), log.size() - 1);
-  EXPECT_EQ(desktop.title, "潮汐井：节省 零 KB");
+  EXPECT_EQ(desktop.title, "潮汐井：节省 1.2 MB");
   EXPECT_EQ(desktop.historyChanges, 1);
 }
 
 // --- Idle ------------------------------------------------------------------------------------------------
 
 TEST_F(BackgroundApplicationTest, staysUntilTheLastBackupHasExpired) {
-  const Date deadline = desktop.now().adding(1800);
-  outcomes = {waiting(deadline), removedTheLast};
+  outcomes = {{.deadline = desktop.now().adding(1800)}, removedTheLast};
   application.applicationDidFinishLaunching();
   desktop.pass(1799);
   EXPECT_EQ(passes, 1);
-  desktop.pass(1);
+  desktop.pass(1 + 11);
   EXPECT_EQ(passes, 2);
   EXPECT_EQ(desktop.historyChanges, 1);
   EXPECT_FALSE(desktop.terminated);
-  desktop.pass(12);
+  desktop.pass(1);
   EXPECT_TRUE(desktop.terminated);
 }
 
 TEST_F(BackgroundApplicationTest, looksAgainEachHourAndAtMostOnceASecond) {
-  const Date far = desktop.now().adding(14400);
-  outcomes = {waiting(far), waiting(far), waiting(far)};
+  outcomes.assign(3, {.deadline = desktop.now().adding(14400)});
   application.applicationDidFinishLaunching();
   desktop.pass(7200);
   EXPECT_EQ(passes, 3);
 
-  outcomes.assign(100, waiting(Date{0}));  // past already
+  outcomes.assign(100, {.deadline = Date{0}});  // past already
   desktop.pass(3600 + 10);
   EXPECT_EQ(passes, 3 + 11);
 
@@ -258,8 +221,7 @@ TEST_F(BackgroundApplicationTest, looksAgainEachHourAndAtMostOnceASecond) {
 
 TEST_F(BackgroundApplicationTest, aBatchCancelsTheIdleActions) {
   open({"file:///a.jpg"});
-  while (desktop.work()) {
-  }
+  desktop.pass(0);
   desktop.pass(11.5);
   EXPECT_EQ(desktop.items, 1);
   open({"file:///a.jpg"});
@@ -274,7 +236,7 @@ TEST_F(BackgroundApplicationTest, aBatchCancelsTheIdleActions) {
 }
 
 TEST_F(BackgroundApplicationTest, theItemLeavesAndComesBack) {
-  outcomes.assign(9, waiting(desktop.now().adding(3000)));
+  outcomes.assign(9, {.deadline = desktop.now().adding(3000)});
   for (int i = 0; i < 2; ++i) {
     open({"file:///a.jpg"});
     EXPECT_EQ(desktop.items, 1);
@@ -285,7 +247,7 @@ TEST_F(BackgroundApplicationTest, theItemLeavesAndComesBack) {
 }
 
 TEST_F(BackgroundApplicationTest, anUndoChangeStartsAPassOnlyWhileIdleAWakeAlways) {
-  outcomes.assign(9, waiting(desktop.now().adding(3000)));
+  outcomes.assign(9, {.deadline = desktop.now().adding(3000)});
   application.applicationDidFinishLaunching();
   desktop.pass(100);
   application.undoDidChange();
@@ -302,7 +264,7 @@ TEST_F(BackgroundApplicationTest, anUndoChangeStartsAPassOnlyWhileIdleAWakeAlway
 }
 
 TEST_F(BackgroundApplicationTest, theOutcomeOfAPassIsDiscardedOnceSomethingHappened) {
-  outcomes = {removedTheLast, waiting(desktop.now().adding(3000))};
+  outcomes = {removedTheLast, {.deadline = desktop.now().adding(3000)}};
   application.applicationDidFinishLaunching();  // its pass has not run yet
   open({"file:///a.jpg"});
   desktop.work();  // the pass
