@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <iterator>
-#include <nlohmann/json.hpp>
 #include <sstream>
 
 #include "CompressionKit/diagnostics/CompressionTrace.h"
-#include "engine/FakeTools.h"
-#include "support/Failure.h"
+#include "engine/EngineTest.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -147,7 +143,8 @@ class EncoderPlans : public testing::Test {
     prepare(c.steps, tools);
     const test::TemporaryFolder folder;
     writeImage(folder / name, originalBytes, c.source);
-    const CompressionEngine engine(ToolRunner(tools.directory()), UndoStore(folder / "Undo"),
+    const UndoStore undo(folder / "Undo");
+    const CompressionEngine engine(ToolRunner(tools.directory()), undo,
                                    {.quality = 60, .pngQuality = 80, .gifQuality = 65});
     CompressionResult result;
     const std::string error = test::textOf([&] { result = engine.compress(folder / name, UUID::random()); });
@@ -156,8 +153,7 @@ class EncoderPlans : public testing::Test {
     Strings runs = tools.runs();
     std::erase_if(runs, [](const auto& run) { return run.starts_with("ssimulacra2"); });
     EXPECT_EQ(runs, runs_);
-    const auto reports = files::contentsOfDirectory(folder / "CompressionDiagnostics");
-    const auto report = nlohmann::json::parse(files::read(reports.at(0)));
+    const auto report = test::latestReport(undo);
     Strings judged;
     for (const auto& attempt : report.at("attempts").get<std::vector<CandidateDiagnostic>>()) {
       judged.push_back(attempt.encoder + " " + attempt.status + " " + attempt.reason);
