@@ -10,6 +10,7 @@
 #include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/HEICDecoder.h"
 #include "CompressionKit/image/HEICAnswer.h"
+#include "CompressionKit/platform/Confinement.h"
 #include "CompressionKit/platform/Digest.h"
 #include "support/Failure.h"
 #include "support/HEICSample.h"
@@ -117,6 +118,12 @@ TEST_F(HEICDecodingTest, BelievesOnlyWholeAnswersOfAProgramThatEndedWell) {
   }
   EXPECT_EQ(files::namesInDirectory(folder.url()).size(), 1U);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind";
+}
+
+/// A script needs its interpreter, which is none of the files that a confined decoder may start with.
+TEST_F(HEICDecodingTest, ConfinesTheDecoder) {
+  if (Confinement::available().landlockABI == 0) GTEST_SKIP() << "no Landlock";
+  EXPECT_THROW(HEICDecoding(photo, Purpose::inspect, {}, standIn("exit 0")), FileError);
 }
 
 TEST_F(HEICDecodingTest, EndsWhenAskedToStop) {
