@@ -6,6 +6,7 @@
 
 #include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/ImageSource.h"
+#include "support/HEIFFile.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 
@@ -34,25 +35,18 @@ std::string greyProfile(double gamma) {
 }
 
 TEST(ColorProfile, KnowsSRGBByItsNumbers) {
-  const struct {
-    const char* what;
-    std::string icc;
-    bool isSRGB;
-  } cases[] = {
-      {"sRGB under another name", color::makeRGBProfile("Camera", color::bt709), true},
-      {"P3 under its name", color::makeRGBProfile("sRGB Transfer with DCI-P3 Gamut", color::displayP3),
-       false},
-      {"a power of 2.2", color::makeRGBProfile("sRGB", color::bt709, 2.2), false},
-      {"linear", color::makeRGBProfile("sRGB", color::bt709, 1), false},
-      {"primaries of another standard",
-       color::makeRGBProfile("sRGB", {0.3127, 0.3290, 0.630, 0.340, 0.310, 0.595, 0.155, 0.070}), false},
-      {"a white of D50",
-       color::makeRGBProfile("sRGB", {0.3457, 0.3585, 0.640, 0.330, 0.300, 0.600, 0.150, 0.060}), false},
-      {"a grey one made RGB", color::rgbProfileOfGrey(greyProfile(1.8)), false},
-      {"a grey one", greyProfile(2.2), false},
-      {"nothing", "", false},
-  };
-  for (const auto& c : cases) EXPECT_EQ(color::isSRGB(c.icc), c.isSRGB) << c.what;
+  EXPECT_TRUE(color::isSRGB(color::makeRGBProfile("Camera", color::bt709)));
+  const color::Chromaticities other = {0.3127, 0.3290, 0.630, 0.340, 0.310, 0.595, 0.155, 0.070};  // SMPTE C
+  const color::Chromaticities warm = {0.3457, 0.3585, 0.640, 0.330, 0.300, 0.600, 0.150, 0.060};   // of D50
+  const std::string others[] = {color::makeRGBProfile("sRGB Transfer with DCI-P3 Gamut", color::displayP3),
+                                color::makeRGBProfile("sRGB", color::bt709, 2.2),
+                                color::makeRGBProfile("sRGB", color::bt709, 1),
+                                color::makeRGBProfile("sRGB", other),
+                                color::makeRGBProfile("sRGB", warm),
+                                color::rgbProfileOfGrey(greyProfile(1.8)),
+                                greyProfile(2.2),
+                                ""};
+  for (const std::string& icc : others) EXPECT_FALSE(color::isSRGB(icc)) << &icc - others;
 }
 
 TEST(ColorAgreement, KeepsColoursWhateverTheNamesSay) {
@@ -60,13 +54,13 @@ TEST(ColorAgreement, KeepsColoursWhateverTheNamesSay) {
   const std::string p3 = color::makeRGBProfile("sRGB Transfer with DCI-P3 Gamut", color::displayP3);
   const std::string sRGB = color::makeRGBProfile("sRGB", color::bt709);
   std::string odd = p3 + "x";  // libpng wants lengths of multiples of four
-  odd.replace(2, 2, {static_cast<char>(odd.size() >> 8), static_cast<char>(odd.size())});
+  odd.replace(0, 4, test::number(odd.size(), 4));
   std::string intent = p3;
   intent[67] = '\x09';  // nor such a rendering intent
   const std::string none, tag = test::pngChunk("sRGB", std::string(1, '\0'));
-  const std::string cICP = test::pngChunk("cICP", std::string("\x0C\x0D\0\x01", 4));
-  const std::string otherCICP = test::pngChunk("cICP", std::string("\x09\x10\0\x01", 4));
-  const std::string sRGBCICP = test::pngChunk("cICP", std::string("\x01\x0D\0\x01", 4));
+  const std::string cICP = test::pngChunk("cICP", test::number(0x0C0D0001, 4));
+  const std::string otherCICP = test::pngChunk("cICP", test::number(0x09100001, 4));
+  const std::string sRGBCICP = test::pngChunk("cICP", test::number(0x010D0001, 4));
   const std::string grey = profileChunk(greyProfile(1.8));
   const struct {
     const char* what;
@@ -106,16 +100,14 @@ TEST(ColorAgreement, KeepsColoursWhateverTheNamesSay) {
 
   // A JPEG says nothing without a profile.
   const auto jpeg = [&](const char* name, const std::string& icc) {
-    test::JPEGFileOptions options;
-    options.icc = icc;
-    test::writeJPEGFile(folder / name, test::photoRaster(16, 16), options);
+    test::writeJPEGFile(folder / name, test::photoRaster(16, 16), {.icc = icc});
     return folder / name;
   };
-  const URL plain = jpeg("plain.jpg", "");
+  const URL plain = jpeg("plain.jpg", ""), wide = jpeg("p3.jpg", p3);
   EXPECT_TRUE(colorsAgree(plain, plain, false));
-  EXPECT_TRUE(colorsAgree(jpeg("a.jpg", sRGB), plain, false));
-  EXPECT_FALSE(colorsAgree(jpeg("a.jpg", p3), plain, false));
-  EXPECT_TRUE(colorsAgree(jpeg("a.jpg", p3), jpeg("b.jpg", p3), false));
+  EXPECT_TRUE(colorsAgree(jpeg("sRGB.jpg", sRGB), plain, false));
+  EXPECT_FALSE(colorsAgree(wide, plain, false));
+  EXPECT_TRUE(colorsAgree(wide, wide, false));
 }
 
 }  // namespace
