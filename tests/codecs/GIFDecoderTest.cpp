@@ -35,16 +35,17 @@ class GIFDecoder : public testing::Test {
 TEST_F(GIFDecoder, ComposesFrames) {
   test::GIFFile file{.width = 3, .height = 2, .frames = {}};
   file.frames = {
-      {.width = 3, .height = 2, .indexes = {0}, .disposal = 1},        // all red, stays
-      {.left = 1, .height = 2, .indexes = {1}, .disposal = 2},         // a green column, cleared afterwards
-      {.width = 2, .indexes = {2}, .disposal = 3},                     // blue, taken back afterwards
-      {.left = 2, .top = 1, .width = 4, .height = 4, .indexes = {3}},  // mostly outside the screen
+      {.width = 3, .height = 2, .indexes = {0}, .disposal = 1},  // all red, stays
+      {.left = 1, .height = 2, .indexes = {1}, .disposal = 2},   // a green column, cleared afterwards
+      {.width = 2, .indexes = {2}, .disposal = 3},               // blue, taken back afterwards
+      {.left = 1, .top = 1, .width = 4, .height = 4, .indexes = {3}, .disposal = 3},  // also outside the
+                                                                                      // screen
       {.width = 3, .indexes = {0, 1, 2}, .transparent = 1},
       {.top = 1, .indexes = {1}, .palette = {{0, 0, 0, 255}, {255, 255, 255, 255}}}};
   test::writeGIFFile(gif, file);
-  const std::string expected[] = {"rrrrrr", "rgrrgr", "bbrr.r", "r.rr.w", "r.br.w", "r.bw.w"};
+  const std::string expected[] = {"rrrrrr", "rgrrgr", "bbrr.r", "r.rrww", "r.br.r", "r.bw.r"};
   const auto source = ImageSource::open(gif);
-  for (const std::size_t index : {0, 1, 2, 3, 4, 5, 2, 0, 5})  // forwards, then in any order
+  for (const std::size_t index : {0, 1, 2, 3, 4, 5, 4, 1, 1, 0, 5})  // forwards, then in any order
     EXPECT_EQ(canvas(*source, index), expected[index]) << index;
 
   file = {.width = 1, .height = 11, .frames = {{.height = 11, .indexes = {}, .interlaced = true}}};

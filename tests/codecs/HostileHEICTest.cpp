@@ -69,6 +69,7 @@ TEST_F(HostileHEIC, RefusesHostileFilesBeforeDecoding) {
       {test::grid({plain}, 256, 256, 4000, 4000), "too many tiles"},
       {test::grid(std::vector(512, large), 16, 32, 96, 64), "too much to decode"},
       {test::grid(std::vector(4, plain), 2, 2, 193, 64), "tiles too small for their grid"},
+      {test::grid(std::vector(4, plain), 2, 2, 192, 129), "tiles too small for their grid"},
       {test::grid({plain, large}, 2, 1, 96, 64), "unequal tiles"},
       {chained(plain, 1, 2), "images made of too many others"},
       {chained(plain, 3, 2), "images made of too many others"},

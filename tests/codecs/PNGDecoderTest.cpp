@@ -14,7 +14,6 @@ namespace tidewell {
 namespace {
 
 using test::decoded;
-using test::expectUndecodable;
 using test::number;
 using test::propertiesOf;
 
@@ -128,25 +127,12 @@ TEST_F(PNGDecoder, NamesTheColoursThatAFileClaims) {
   EXPECT_EQ(names.size(), 3U);
 }
 
-TEST_F(PNGDecoder, FindsTheOrientationWhereverItStands) {
-  const std::string plain = write(8), block = test::exifWithOrientation(6).substr(6);
-  EXPECT_FALSE(propertiesOf(png).orientation);
-  const std::string behind =
-      plain.substr(0, plain.size() - 12) + test::pngChunk("eXIf", block) + test::pngChunk("IEND", "");
-  for (const std::string& data : {test::withChunk(plain, "eXIf", block), behind})
-    EXPECT_EQ(propertiesOf(folder.write("b.png", data)).orientation, 6);
-}
-
-TEST_F(PNGDecoder, RefusesDamage) {
-  const std::string whole = write(64);
-  std::string broken = whole;
-  broken[whole.size() / 2] ^= 0x55;
+TEST_F(PNGDecoder, RefusesWhatItCannotHold) {
   // A million pixels each way, interlaced.
   const std::string header = number(1'000'000, 4) + number(1'000'000, 4) + std::string("\x08\x02\0\0\x01", 5);
+  const std::string whole = write(64);
   const std::string huge = whole.substr(0, 8) + test::pngChunk("IHDR", header) + whole.substr(33);
-  for (const std::string& data :
-       {whole.substr(0, whole.size() / 2), whole.substr(0, whole.size() - 20), broken, huge})
-    expectUndecodable(folder.write("b.png", data), "of " + std::to_string(data.size()) + " bytes");
+  test::expectUndecodable(folder.write("b.png", huge), "huge");
   EXPECT_THROW(ImageSource::open(folder.write("text.png", "no image")), ImageDecodeError);
   EXPECT_THROW(ImageSource::open(folder / "missing.png"), FileError);
 }

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <cstring>
 
 #include "CompressionKit/codecs/ColorProfile.h"
@@ -10,6 +8,7 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/Failure.h"
+#include "support/Faults.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
 
@@ -119,20 +118,12 @@ TEST(PNGWriter, LeavesNothingUnfinished) {
   { const PNGWriter writer(folder / "a.png", options); }
   EXPECT_FALSE(files::exists(folder / "a.png"));
   EXPECT_THROW(PNGWriter(folder / "no/a.png", options), FileError);
-  // A file that may not grow any more, as on a full disk, is reported as what it is.
-  const Bitmap large{.width = 300,
-                     .height = 300,
-                     .pixels = std::vector<std::uint8_t>(360'000),
-                     .hasAlpha = true,
-                     .color = {}};
-  const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit previous{};
-  getrlimit(RLIMIT_FSIZE, &previous);
-  const rlimit small{.rlim_cur = 10'000, .rlim_max = previous.rlim_max};
-  setrlimit(RLIMIT_FSIZE, &small);
-  EXPECT_EQ(test::errnoOf([&] { writePNG(large, folder / "large.png"); }), EFBIG);
-  setrlimit(RLIMIT_FSIZE, &previous);
-  std::signal(SIGXFSZ, ignored);
+  // A full disk is reported as what it is.
+  const std::vector<std::uint8_t> black(90'000 * 4);
+  const Bitmap large{.width = 300, .height = 300, .pixels = black, .hasAlpha = true, .color = {}};
+  test::Faults faults;
+  faults.fail(3, ENOSPC, /*lasting=*/true);
+  EXPECT_EQ(test::errnoOf([&] { writePNG(large, folder / "large.png"); }), ENOSPC);
   EXPECT_FALSE(files::exists(folder / "large.png"));
 }
 

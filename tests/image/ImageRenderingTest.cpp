@@ -61,9 +61,6 @@ TEST_F(ImageRenderingTest, ShowsThePrimaryImageOfHEICFiles) {
   file.write(folder / "two.heic");
   const Bitmap full = ImageRendering::comparisonImage(folder / "two.heic");
   EXPECT_EQ(std::pair(full.width, full.height), std::pair(std::int64_t{64}, std::int64_t{128}));
-  EXPECT_NEAR(full.row(0)[0], 255, 8);  // red grows to the right, which is now the top
-  EXPECT_NEAR(full.row(127)[0], 0, 8);
-  EXPECT_EQ(ImageRendering::thumbnail(folder / "two.heic", 32).height, 32);
 }
 
 TEST_F(ImageRenderingTest, RefusesWhatItCannotShow) {

@@ -62,6 +62,7 @@ TEST(PNGMetadata, WritesTheOrientation) {
   test::writePNGFile(url, test::photoRaster(9, 7));
   const std::string plain = files::read(url);
   const auto exif = [](int orientation) { return test::exifWithOrientation(orientation).substr(6); };
+  const std::string front = test::withChunk(plain, "eXIf", test::exifWithOrientation(6, true).substr(6));
   // An old block behind the pixels goes, and so does what follows the end.
   const std::string turned = plain.substr(0, plain.size() - 12) + pngChunk("eXIf", exif(3)) + end + "more";
   const struct {
@@ -71,6 +72,7 @@ TEST(PNGMetadata, WritesTheOrientation) {
   } cases[] = {{plain, 1, plain},
                {turned, 1, turned},  // never touches a file
                {turned, 3, turned},
+               {front, 6, front},
                {plain, 6, test::withChunk(plain, "eXIf", exif(6))},
                {turned, 8, test::withChunk(plain, "eXIf", exif(8))}};
   for (const auto& c : cases) {
