@@ -1,6 +1,5 @@
 #include "support/Faults.h"
 
-#include <stdio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,9 +45,6 @@ bool concerns(unsigned traits, const FileCall& call) {
 
 }  // namespace
 
-const unsigned Faults::refuseExchangeFlag = RENAME_EXCHANGE;
-const unsigned Faults::refuseExclusiveFlag = RENAME_NOREPLACE;
-
 std::string FileCall::paths() const {
   return pathOf(folder, path) + (second ? std::string(" -> ") + second : "");
 }
@@ -71,8 +67,11 @@ Faults& Faults::add(Step step) {
   return *this;
 }
 
-Faults& Faults::fail(int point, int code, bool lasting) {
-  return add({.point = point, .traits = traitFor(code), .act = [code] { return code; }, .lasting = lasting});
+Faults& Faults::fail(int point, int code, bool lasting, unsigned traits) {
+  return add({.point = point,
+              .traits = traits ? traits : traitFor(code),
+              .act = [code] { return code; },
+              .lasting = lasting});
 }
 
 Faults& Faults::end(int point) {
@@ -131,23 +130,13 @@ int Faults::before(const FileCall& call) {
 }
 
 void Faults::after(const FileCall& call) {
-  if (!disk_ || !(call.traits & (FileCall::changes | FileCall::flushes))) return;
+  if (!disk_) return;
   const Pause pause;
-  const std::string name = call.name;
-  const std::string path = pathOf(call.folder, call.path);
-  if (name == "fsync") {
-    disk_->flushed(call.folder);
-  } else if (name == "open" || name == "mkdir") {
-    disk_->added(path);
-  } else if (name == "link") {
-    disk_->added(call.second);
-  } else if (name == "unlink" || name == "rmdir") {
-    disk_->removed(path);
-  } else if (name == "exchange") {
-    disk_->exchanged(path, call.second);
-  } else if (name.ends_with("rename")) {
-    disk_->moved(path, call.second);
-  }
+  if ((call.traits & FileCall::flushes) != 0) disk_->flushed(call.folder);
+  if ((call.traits & FileCall::changes) == 0 || !call.path) return;
+  std::vector<std::string> names = {pathOf(call.folder, call.path)};
+  if (call.second) names.push_back(call.second);
+  disk_->changed(names);
 }
 
 int Faults::runInChild(const std::function<void()>& work) {

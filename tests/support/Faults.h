@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <stdio.h>
 
 #include <functional>
 #include <string>
@@ -41,8 +42,9 @@ class Faults {
   Faults& operator=(const Faults&) = delete;
   ~Faults();
 
-  /// `code` is EIO, ENOSPC or EINTR; with `lasting` from that point on, as of a disk that is full or broken.
-  Faults& fail(int point, int code, bool lasting = false);
+  /// `code` is EIO, ENOSPC or EINTR; with `lasting` from that point on, as of a disk that is full or broken;
+  /// with traits only of calls that have one of them.
+  Faults& fail(int point, int code, bool lasting = false, unsigned traits = 0);
   /// The process ends right before a call that would change something: only in a child (`runInChild`).
   Faults& end(int point);
   /// As `end`, and the disk below `root` becomes what it would be after a power loss.
@@ -57,8 +59,8 @@ class Faults {
   const std::string& firstAfterwards() const { return firstAfterwards_; }
 
   /// The file system has no RENAME_EXCHANGE, or no RENAME_NOREPLACE.
-  void refuseExchange() { refused_ |= refuseExchangeFlag; }
-  void refuseExclusive() { refused_ |= refuseExclusiveFlag; }
+  void refuseExchange() { refused_ |= RENAME_EXCHANGE; }
+  void refuseExclusive() { refused_ |= RENAME_NOREPLACE; }
 
   /// Everything that was asked for has happened.
   bool happened() const;
@@ -89,7 +91,6 @@ class Faults {
   };
   Faults& add(Step step);
 
-  static const unsigned refuseExchangeFlag, refuseExclusiveFlag;
   std::vector<Step> steps_;
   int stage_ = 0;
   unsigned refused_ = 0;

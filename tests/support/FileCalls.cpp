@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdarg>
 
 #include "support/Faults.h"
 
@@ -37,36 +36,13 @@ auto through(const FileCall& call, Real real) {
   return result;
 }
 
-FileCall opening(int folder, const char* path, int flags) {
-  const bool makes = (flags & O_CREAT) != 0;
-  return {"open", transfersData | (makes ? FileCall::allocates | FileCall::changes : 0U), folder, path};
-}
-
-mode_t modeOf(int flags, va_list& arguments) {
-  return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t) : 0;
+unsigned opens(int flags) {
+  return transfersData | ((flags & O_CREAT) != 0 ? FileCall::allocates | FileCall::changes : 0U);
 }
 
 }  // namespace
 
 extern "C" {
-
-int __real_open64(const char* path, int flags, ...);
-int __wrap_open64(const char* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = modeOf(flags, arguments);
-  va_end(arguments);
-  return through(opening(AT_FDCWD, path, flags), [&] { return __real_open64(path, flags, mode); });
-}
-
-int __real_openat64(int folder, const char* path, int flags, ...);
-int __wrap_openat64(int folder, const char* path, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = modeOf(flags, arguments);
-  va_end(arguments);
-  return through(opening(folder, path, flags), [&] { return __real_openat64(folder, path, flags, mode); });
-}
 
 /// Only a file that was written to has something to report; it is closed in any case.
 int __real_close(int file);
@@ -111,24 +87,20 @@ int __wrap_unlinkat(int folder, const char* path, int flags) {
   return through({name, changesNames, folder, path}, [&] { return __real_unlinkat(folder, path, flags); });
 }
 
-int __real_ioctl(int file, unsigned long request, ...);
-int __wrap_ioctl(int file, unsigned long request, ...) {
-  va_list arguments;
-  va_start(arguments, request);
-  void* argument = va_arg(arguments, void*);
-  va_end(arguments);
-  return through({"ioctl", FileCall::canFail | FileCall::allocates, file},
-                 [&] { return __real_ioctl(file, request, argument); });
-}
-
 // The others differ in their arguments only: result, name in the linker, name in messages, traits,
-// parameters, arguments, what they are about.
+// parameters, arguments, what they are about. (An optional argument arrives here as any other would.)
 #define FILE_CALL(Result, symbol, name, traits, parameters, arguments, ...)                 \
   Result __real_##symbol parameters;                                                        \
   Result __wrap_##symbol parameters {                                                       \
     return through({name, traits, __VA_ARGS__}, [&] { return __real_##symbol arguments; }); \
   }
 
+FILE_CALL(int, open64, "open", opens(flags), (const char* path, int flags, mode_t mode), (path, flags, mode),
+          AT_FDCWD, path)
+FILE_CALL(int, openat64, "open", opens(flags), (int folder, const char* path, int flags, mode_t mode),
+          (folder, path, flags, mode), folder, path)
+FILE_CALL(int, ioctl, "ioctl", asks | FileCall::allocates, (int file, unsigned long request, void* argument),
+          (file, request, argument), file)
 FILE_CALL(int, access, "access", asks, (const char* path, int mode), (path, mode), AT_FDCWD, path)
 FILE_CALL(int, stat64, "stat", asks, (const char* path, struct stat* info), (path, info), AT_FDCWD, path)
 FILE_CALL(int, lstat64, "lstat", asks, (const char* path, struct stat* info), (path, info), AT_FDCWD, path)

@@ -1,39 +1,13 @@
 #include "support/HEIFFile.h"
 
 #include <algorithm>
-#include <map>
 #include <stdexcept>
 
+#include "CompressionKit/codecs/HEIFItems.h"
 #include "CompressionKit/platform/Files.h"
 
 namespace tidewell::test {
 namespace {
-
-struct Reader {
-  std::string_view data;
-  std::size_t at = 0;
-
-  std::uint64_t number(int bytes) {
-    std::uint64_t value = 0;
-    for (; bytes > 0; --bytes) value = value << 8 | static_cast<unsigned char>(data.at(at++));
-    return value;
-  }
-  std::uint32_t u32() { return static_cast<std::uint32_t>(number(4)); }
-  std::uint32_t u16() { return static_cast<std::uint32_t>(number(2)); }
-  std::string text(std::size_t bytes) {
-    at += bytes;
-    return std::string(data.substr(at - bytes, bytes));
-  }
-  bool more() const { return at < data.size(); }
-  /// Type and payload of the next box; the whole box is the text before `at`.
-  std::pair<std::string, std::string_view> box() {
-    const std::size_t start = at;
-    const std::size_t size = u32();
-    const std::string type = text(4);
-    at = start + size;
-    return {type, data.substr(start + 8, size - 8)};
-  }
-};
 
 std::string fullBox(std::string_view type, int version, const std::string& payload) {
   return box(type, number(static_cast<std::uint64_t>(version), 1) + number(0, 3) + payload);
@@ -82,80 +56,35 @@ HEIFFile& HEIFFile::without(std::string_view type) {
 
 HEIFFile HEIFFile::read(const URL& url) {
   const std::string file = files::read(url);
-  HEIFFile result;
-  std::vector<std::string> all;  // properties of "ipco"
-  std::map<std::uint32_t, std::vector<std::size_t>> uses;
-  std::map<std::uint32_t, std::string> data;
-  std::string idat;
-  const auto readMeta = [&](auto& self, std::string_view boxes) -> void {
-    for (Reader reader{boxes}; reader.more();) {
-      const auto [type, payload] = reader.box();
-      Reader in{payload};
-      if (type == "iprp") self(self, payload);
-      if (type == "pitm") result.primary = (in.u32(), in.u16());
-      if (type == "iinf") {
-        for (Reader entries{payload, 6}; entries.more();) {
-          Reader infe{entries.box().second};
-          const std::uint32_t flags = infe.u32();
-          const std::uint32_t id = infe.u16();
-          infe.u16();
-          result.items.push_back({id, infe.text(4), (flags & 1) != 0, {}, {}});
-        }
-      }
-      if (type == "ipco") {
-        for (Reader properties{payload}; properties.more();) {
-          const std::size_t at = properties.at;
-          properties.box();
-          all.emplace_back(payload.substr(at, properties.at - at));
-        }
-      }
-      if (type == "ipma") {
-        const bool wide = (in.u32() & 1) != 0;
-        for (auto entries = in.u32(); entries > 0; --entries) {
-          const std::uint32_t id = in.u16();
-          for (auto count = in.number(1); count > 0; --count) {
-            uses[id].push_back(in.number(wide ? 2 : 1) & (wide ? 0x7fff : 0x7f));
-          }
-        }
-      }
-      if (type == "iref") {
-        for (Reader references{payload, 4}; references.more();) {
-          const auto [name, body] = references.box();
-          Reader one{body};
-          Reference reference{name, one.u16(), {}};
-          for (auto count = one.u16(); count > 0; --count) reference.to.push_back(one.u16());
-          result.references.push_back(reference);
-        }
-      }
-      if (type == "iloc") {
-        const auto version = in.u32() >> 24;
-        const auto sizes = in.u16();
-        for (auto count = in.u16(); count > 0; --count) {
-          const std::uint32_t id = in.u16();
-          const bool inside = version == 1 && (in.u16() & 15) == 1;  // the box "idat", not the file
-          in.u16();
-          const std::uint64_t base = in.number(sizes >> 4 & 15);
-          for (auto extents = in.u16(); extents > 0; --extents) {
-            const std::uint64_t offset = in.number(sizes >> 12);
-            const std::uint64_t length = in.number(sizes >> 8 & 15);
-            data[id] += inside ? idat.substr(base + offset, length) : file.substr(base + offset, length);
-          }
-        }
-      }
-    }
+  const auto meta = heif::payloadOf("meta", file).value().substr(4);
+  const heif::ReadAt readAt = [&](std::uint64_t offset, std::size_t bytes) {
+    return file.substr(offset, bytes);
   };
-  for (Reader reader{file}; reader.more();) {
-    const auto [type, payload] = reader.box();
-    if (type != "meta") continue;
-    for (Reader meta{payload, 4}; meta.more();) {
-      const auto [name, body] = meta.box();
-      if (name == "idat") idat = body;
-    }
-    readMeta(readMeta, payload.substr(4));
+  const auto locations = heif::itemLocations(meta, readAt);
+  HEIFFile result;
+  heif::Bytes pitm(heif::payloadOf("pitm", meta).value().substr(4));
+  result.primary = pitm.u16();
+  heif::Bytes iinf(heif::payloadOf("iinf", meta).value().substr(6));
+  while (const auto infe = heif::nextBox(iinf)) {
+    heif::Bytes in(infe->payload);
+    const bool isHidden = (heif::fullBox(in).flags & 1) != 0;
+    const std::uint32_t id = in.u16();
+    in.u16();
+    const auto location = locations.find(id);
+    result.items.push_back({id,
+                            std::string(in.take(4)),
+                            isHidden,
+                            {},
+                            location == locations.end() ? "" : location->second.read(0, file.size())});
   }
-  for (Item& item : result.items) {
-    for (const std::size_t index : uses[item.id]) item.properties.push_back(all.at(index - 1));
-    item.data = data[item.id];
+  heif::forEachProperty(meta, [&](std::uint32_t id, const heif::Box& property) {
+    result.item(id).properties.push_back(box(property.type, std::string(property.payload)));
+  });
+  heif::Bytes iref(heif::payloadOf("iref", meta).value_or(""));
+  for (iref.u32(); const auto reference = heif::nextBox(iref);) {
+    heif::Bytes in(reference->payload);
+    result.references.push_back({std::string(reference->type), in.u16(), {}});
+    for (auto count = in.u16(); count > 0; --count) result.references.back().to.push_back(in.u16());
   }
   return result;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdlib>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -25,7 +27,11 @@ class TemporaryFolder {
   }
 
  private:
-  static URL make();
+  static URL make() {
+    std::string pattern = files::temporaryDirectory().appending("tidewell-test-XXXXXX").path();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp");
+    return URL::file(pattern);
+  }
   files::TemporaryTree tree_;
 };
 
@@ -33,20 +39,16 @@ class TemporaryFolder {
 class ScopedEnvironment {
  public:
   ScopedEnvironment(std::string name, const char* value) : name_(std::move(name)) {
-    if (const char* old = std::getenv(name_.c_str())) {
-      old_ = old;
-      had_ = true;
-    }
+    if (const char* old = std::getenv(name_.c_str())) old_ = old;
     value ? setenv(name_.c_str(), value, 1) : unsetenv(name_.c_str());
   }
   ScopedEnvironment(const ScopedEnvironment&) = delete;
   ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
-  ~ScopedEnvironment() { had_ ? setenv(name_.c_str(), old_.c_str(), 1) : unsetenv(name_.c_str()); }
+  ~ScopedEnvironment() { old_ ? setenv(name_.c_str(), old_->c_str(), 1) : unsetenv(name_.c_str()); }
 
  private:
   std::string name_;
-  std::string old_;
-  bool had_ = false;
+  std::optional<std::string> old_;
 };
 
 }  // namespace tidewell::test

@@ -8,11 +8,13 @@
 #include <png.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <stdexcept>
 
 #include "CompressionKit/codecs/ImageSource.h"
+#include "support/HEIFFile.h"
 
 namespace tidewell::test {
 namespace {
@@ -23,14 +25,6 @@ File create(const URL& url) {
   File file(std::fopen(url.path().c_str(), "wb"), std::fclose);
   if (!file) throw std::runtime_error("cannot write " + url.path());
   return file;
-}
-
-std::string number(std::uint32_t value, int bytes, bool bigEndian) {
-  std::string text;
-  for (int i = 0; i < bytes; ++i) {
-    text.push_back(static_cast<char>(value >> 8 * (bigEndian ? bytes - 1 - i : i) & 0xFF));
-  }
-  return text;
 }
 
 ColorMapObject* colorMap(const std::vector<Pixel>& palette) {
@@ -76,18 +70,11 @@ void writePNGFile(const URL& url, const Raster& raster, const PNGOptions& option
                  static_cast<png_uint_32>(options.icc.size()));
   }
   if (options.gamma) png_set_gAMA(png, info, *options.gamma);
-  png_write_info(png, info);
-  std::vector<std::uint8_t> row;
-  const int passes = options.interlaced ? png_set_interlace_handling(png) : 1;
-  for (int i = 0; i < passes * raster.height; ++i) {
-    row.clear();
-    for (int x = 0; x < raster.width; ++x) {
-      const Pixel& pixel = raster.at(x, i % raster.height);
-      row.insert(row.end(), pixel.begin(), pixel.begin() + (options.alpha ? 4 : 3));
-    }
-    png_write_row(png, row.data());
-  }
-  png_write_end(png, nullptr);
+  std::vector<png_bytep> rows;
+  for (int y = 0; y < raster.height; ++y) rows.push_back(const_cast<png_bytep>(raster.at(0, y).data()));
+  png_set_rows(png, info, rows.data());
+  png_write_png(png, info, options.alpha ? PNG_TRANSFORM_IDENTITY : PNG_TRANSFORM_STRIP_FILLER_AFTER,
+                nullptr);
   png_destroy_write_struct(&png, &info);
 }
 
@@ -185,8 +172,7 @@ void writeGIFFile(const URL& url, const GIFFile& file) {
 std::string pngChunk(const std::string& type, const std::string& data) {
   const std::string typed = type + data;
   const auto sum = crc32(0, reinterpret_cast<const Bytef*>(typed.data()), static_cast<uInt>(typed.size()));
-  return number(static_cast<std::uint32_t>(data.size()), 4, true) + typed +
-         number(static_cast<std::uint32_t>(sum), 4, true);
+  return number(data.size(), 4) + typed + number(sum, 4);
 }
 
 std::string withChunk(const std::string& png, const std::string& type, const std::string& data) {
@@ -202,7 +188,7 @@ std::string pngOfOneRow(int width, int bitDepth, int colorType, const std::strin
   compress(reinterpret_cast<Bytef*>(pixels.data()), &size, reinterpret_cast<const Bytef*>(filtered.data()),
            filtered.size());
   pixels.resize(size);
-  const std::string header = number(static_cast<std::uint32_t>(width), 4, true) + number(1, 4, true) +
+  const std::string header = number(static_cast<std::uint64_t>(width), 4) + number(1, 4) +
                              static_cast<char>(bitDepth) + static_cast<char>(colorType) +
                              std::string(3, '\0');
   return "\x89PNG\r\n\x1A\n" + pngChunk("IHDR", header) + chunks + pngChunk("IDAT", pixels) +
@@ -210,10 +196,14 @@ std::string pngOfOneRow(int width, int bitDepth, int colorType, const std::strin
 }
 
 std::string exifWithOrientation(int orientation, bool bigEndian) {
-  const auto n = [&](std::uint32_t value, int bytes) { return number(value, bytes, bigEndian); };
-  const auto value = static_cast<std::uint32_t>(orientation);
-  return std::string("Exif\0\0", 6) + (bigEndian ? "MM" : "II") + n(42, 2) + n(8, 4) + n(1, 2) +
-         n(0x0112, 2) + n(3, 2) + n(1, 4) + n(value, 2) + n(0, 2) + n(0, 4);
+  std::string body = std::string("Exif\0\0", 6) + (bigEndian ? "MM" : "II");
+  for (const auto& [value, bytes] :
+       {std::pair(42, 2), {8, 4}, {1, 2}, {0x0112, 2}, {3, 2}, {1, 4}, {orientation, 2}, {0, 2}, {0, 4}}) {
+    std::string text = number(static_cast<std::uint64_t>(value), bytes);
+    if (!bigEndian) std::ranges::reverse(text);
+    body += text;
+  }
+  return body;
 }
 
 std::vector<std::uint8_t> decoded(const URL& url, std::size_t index) {

@@ -40,7 +40,7 @@ VolatileDisk::VolatileDisk(std::string root) : root_(std::move(root)) {
 /// What stands under a name now.
 VolatileDisk::Entry VolatileDisk::entry(const std::string& path, bool onDisk) {
   struct stat info {};
-  if (lstat(path.c_str(), &info) != 0) throw std::runtime_error("lost track of " + path);
+  if (lstat(path.c_str(), &info) != 0) return {};
   if (S_ISDIR(info.st_mode)) return {Entry::Kind::directory, info.st_ino};
   if (!files_.contains(info.st_ino)) {
     File file{Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), ""};
@@ -50,22 +50,12 @@ VolatileDisk::Entry VolatileDisk::entry(const std::string& path, bool onDisk) {
   return {Entry::Kind::file, info.st_ino};
 }
 
-void VolatileDisk::added(const std::string& path) {
-  journal_.push_back({{path, entry(path)}});
-}
-
-void VolatileDisk::removed(const std::string& path) {
-  journal_.push_back({{path, {}}});
-}
-
-void VolatileDisk::moved(const std::string& from, const std::string& to) {
-  const Entry moved = entry(to);
-  if (moved.kind != Entry::Kind::file) throw std::runtime_error("a directory was moved: " + to);
-  journal_.push_back({{from, {}}, {to, moved}});
-}
-
-void VolatileDisk::exchanged(const std::string& a, const std::string& b) {
-  journal_.push_back({{a, entry(a)}, {b, entry(b)}});
+void VolatileDisk::changed(const std::vector<std::string>& paths) {
+  Change change;
+  for (const auto& path : paths) change.emplace_back(path, entry(path));
+  const bool isDirectory = change.back().second.kind == Entry::Kind::directory;
+  if (change.size() > 1 && isDirectory) throw std::runtime_error("a directory was moved: " + paths.back());
+  journal_.push_back(std::move(change));
 }
 
 void VolatileDisk::flushed(int descriptor) {

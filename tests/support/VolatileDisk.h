@@ -21,11 +21,8 @@ class VolatileDisk {
 
   explicit VolatileDisk(std::string root);
 
-  // The name calls, after they happened; paths are absolute.
-  void added(const std::string& path);
-  void removed(const std::string& path);
-  void moved(const std::string& from, const std::string& to);
-  void exchanged(const std::string& a, const std::string& b);
+  /// After one call that changed what stands under these absolute paths.
+  void changed(const std::vector<std::string>& paths);
   void flushed(int descriptor);
 
   /// Makes the folder what it is after the next start.

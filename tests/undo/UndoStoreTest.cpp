@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <thread>
 #include <utility>
 
 #include "CompressionKit/platform/Digest.h"
@@ -72,21 +71,18 @@ TEST_F(UndoStoreTest, PreparesCommitsAndDeletes) {
 
 TEST_F(UndoStoreTest, PreparesWhileOthersMakeAndRemoveTheSessionDirectory) {
   const URL photo = folder_.write("photo.jpg", "x"), candidate = folder_.write("candidate", "y");
-  const UUID session = UUID::random();
-  const std::string directory = store_.root().appending(session.string()).path();
-  std::jthread others([&](const std::stop_token& stop) {
-    for (unsigned round = 0; !stop.stop_requested(); ++round) {
-      rmdir(directory.c_str());
-      mkdir(directory.c_str(), 0700);
-      usleep(round % 7 * 50);  // not in step with the other
+  for (const bool makeItAgain : {false, true}) {
+    for (int point = 1, happened = 1; happened != 0; ++point) {
+      const UUID session = UUID::random();
+      const std::string directory = store_.root().appending(session.string()).path();
+      test::Faults faults;
+      faults.at(point, [&] { rmdir(directory.c_str()); });
+      if (makeItAgain) faults.then().at(1, [&] { mkdir(directory.c_str(), 0700); });
+      EXPECT_TRUE(hasBackup(store_.prepare(photo, candidate, session, std::nullopt)));
+      happened = faults.happened();
     }
-  });
-  for (int round = 0; round < 30; ++round) {
-    const UndoRecord record = store_.prepare(photo, candidate, session, std::nullopt);
-    EXPECT_TRUE(hasBackup(record));
-    store_.deleteRecord(record);
   }
-  EXPECT_THROW(store_.prepare(folder_ / "missing.jpg", candidate, session, std::nullopt), FileError);
+  EXPECT_THROW(store_.prepare(folder_ / "missing.jpg", candidate, UUID::random(), std::nullopt), FileError);
 }
 
 TEST_F(UndoStoreTest, KeepsTheDiagnosticsBesideItsRoot) {
