@@ -139,9 +139,23 @@ class EveryPoint : public testing::TestWithParam<Operation> {
  protected:
   using Arm = std::function<void(Faults&, World&, int point)>;
 
-  /// Runs the operation with the fault at point 1, 2, … until it ends without meeting it. False when it did
-  /// so at the first.
-  bool drive(const std::string& mode, Kind kind, const Arm& arm) {
+  using Exchanges = Operation::Exchanges;
+
+  /// Goes through all points, with an exchange and where `enough` says so without. False when the operation
+  /// met none.
+  bool drive(const std::string& mode, Kind kind, const Arm& arm, Exchanges enough = Exchanges::always) {
+    const bool met = goThrough(mode, kind, arm);
+    if (GetParam().exchanges < enough) return met;
+    exchange_ = false;
+    const bool metWithout = goThrough(mode + ", without exchange", kind, arm);
+    exchange_ = true;
+    return met || metWithout;
+  }
+  bool hasExchange() const { return exchange_; }
+
+ private:
+  /// Runs the operation with the fault at point 1, 2, … until it ends without meeting it.
+  bool goThrough(const std::string& mode, Kind kind, const Arm& arm) const {
     int failures = 0;
     for (int point = 1;; point += stride) {
       Attempt attempt{.operation = GetParam(), .kind = kind, .point = point};
@@ -159,8 +173,8 @@ class EveryPoint : public testing::TestWithParam<Operation> {
         run(attempt, world, arm);
       }
       const std::string wrong = whatIsWrong(attempt, world);
-      EXPECT_EQ(wrong, "") << mode << (exchange_ ? "" : ", without exchange") << ", point " << point << " "
-                           << attempt.where << (attempt.threw ? ", refused" : "");
+      EXPECT_EQ(wrong, "") << mode << ", point " << point << " " << attempt.where
+                           << (attempt.threw ? ", refused" : "");
       if (!attempt.reached) return point > 1;
       ++points;
       if (!wrong.empty() && ++failures == 4) return false;
@@ -183,109 +197,87 @@ class EveryPoint : public testing::TestWithParam<Operation> {
     if (!exchange_ && attempt.next == "rename onto") world.giveUpWorks();
   }
 
-  using Exchanges = Operation::Exchanges;
-  template <typename Body>
-  void withAndWithoutExchange(Exchanges enough, Body body) {
-    body();
-    if (GetParam().exchanges < enough) return;
-    exchange_ = false;
-    body();
-  }
-
   bool exchange_ = true;
 };
 
 TEST_P(EveryPoint, MayFail) {
-  withAndWithoutExchange(Exchanges::always, [&] {
-    for (const auto& [name, code] : {std::pair("EIO", EIO), {"ENOSPC", ENOSPC}, {"EINTR", EINTR}}) {
-      drive(name, Kind::error,
-            [code = code](Faults& faults, World&, int point) { faults.fail(point, code); });
-    }
-    for (const auto& [name, code] : {std::pair("broken disk", EIO), {"full disk", ENOSPC}}) {
-      drive(name, Kind::failing,
-            [code = code](Faults& faults, World&, int point) { faults.fail(point, code, true); });
-    }
-  });
+  for (const auto& [name, code] : {std::pair("EIO", EIO), {"ENOSPC", ENOSPC}, {"EINTR", EINTR}}) {
+    drive(name, Kind::error, [code = code](Faults& faults, World&, int point) { faults.fail(point, code); });
+  }
+  for (const auto& [name, code] : {std::pair("broken disk", EIO), {"full disk", ENOSPC}}) {
+    drive(name, Kind::failing,
+          [code = code](Faults& faults, World&, int point) { faults.fail(point, code, true); });
+  }
 }
 
 TEST_P(EveryPoint, MayBeTheLast) {
-  withAndWithoutExchange(Exchanges::always, [&] {
-    drive("end of the process", Kind::end, [](Faults& faults, World&, int point) { faults.end(point); });
-  });
+  drive("end of the process", Kind::end, [](Faults& faults, World&, int point) { faults.end(point); });
 }
 
 TEST_P(EveryPoint, MayBeFollowedByAPowerLoss) {
   using Lost = VolatileDisk::Lost;
-  withAndWithoutExchange(Exchanges::always, [&] {
-    for (const auto& [name, lost] : {std::pair("all is lost", Lost::everything),
-                                     {"data is lost", Lost::data},
-                                     {"names are lost", Lost::names}}) {
-      std::unique_ptr<VolatileDisk> disk;
-      drive(name, Kind::powerLoss, [&, lost = lost](Faults& faults, World& world, int point) {
-        disk = std::make_unique<VolatileDisk>(world.folder.url().path());
-        faults.losePower(point, *disk, lost);
-      });
-    }
+  for (const auto& [name, lost] : {std::pair("all is lost", Lost::everything),
+                                   {"data is lost", Lost::data},
+                                   {"names are lost", Lost::names}}) {
+    std::unique_ptr<VolatileDisk> disk;
+    drive(name, Kind::powerLoss, [&, lost = lost](Faults& faults, World& world, int point) {
+      disk = std::make_unique<VolatileDisk>(world.folder.url().path());
+      faults.losePower(point, *disk, lost);
+    });
+  }
+}
+
+TEST_P(EveryPoint, MayFollowTheLossOfTheBackups) {
+  drive("damaged backups", Kind::damage, [](Faults& faults, World& world, int point) {
+    faults.at(point, [&world] { world.damageBackups(); });
   });
 }
 
 TEST_P(EveryPoint, MayFollowAnotherProgramsSave) {
   using Save = World::Save;
-  withAndWithoutExchange(Exchanges::afterASave, [&] {
-    for (const URL World::*name : GetParam().saves) {
-      for (const auto& [how, ways] : {std::pair("rename", std::vector{Save::rename}),
-                                      {"append", {Save::append}},
-                                      {"unlink", {Save::unlink}},
-                                      {"unlink, then write", {Save::unlink, Save::write}},
-                                      {"rename twice", {Save::rename, Save::rename}}}) {
-        drive(how, Kind::save, [&, ways = ways](Faults& faults, World& world, int point) {
-          faults.watch((world.*name).path());
-          faults.at(point, [&world, name, way = ways.front()] { world.save(world.*name, way); });
-          if (ways.size() > 1)
-            faults.then().at(1, [&world, name, way = ways[1]] { world.save(world.*name, way); });
-        });
-      }
+  for (const URL World::*name : GetParam().saves) {
+    for (const auto& [how, ways] : {std::pair("rename", std::vector{Save::rename}),
+                                    {"append", {Save::append}},
+                                    {"unlink", {Save::unlink}},
+                                    {"unlink, then write", {Save::unlink, Save::write}},
+                                    {"rename twice", {Save::rename, Save::rename}}}) {
+      const auto arm = [&, ways = ways](Faults& faults, World& world, int point) {
+        faults.watch((world.*name).path());
+        faults.at(point, [&world, name, way = ways.front()] { world.save(world.*name, way); });
+        if (ways.size() > 1)
+          faults.then().at(1, [&world, name, way = ways[1]] { world.save(world.*name, way); });
+      };
+      drive(how, Kind::save, arm, Exchanges::afterASave);
     }
-  });
-}
-
-TEST_P(EveryPoint, MayFollowTheLossOfTheBackups) {
-  withAndWithoutExchange(Exchanges::always, [&] {
-    drive("damaged backups", Kind::damage, [](Faults& faults, World& world, int point) {
-      faults.at(point, [&world] { world.damageBackups(); });
-    });
-  });
+  }
 }
 
 /// The save that no last look can see, right before a file is moved, and then an error or a crash.
 TEST_P(EveryPoint, MayBeTheLastAfterASave) {
-  withAndWithoutExchange(Exchanges::afterASave, [&] {
-    for (const URL World::*name : GetParam().saves) {
-      for (int move = 1, goesOn = 1; goesOn != 0; ++move) {
-        const auto arm = [&](Faults& faults, World& world) -> Faults& {
-          const auto save = [&, name] {
-            const URL& url = world.*name;
-            // Without an exchange nothing sees a save right before the file is overwritten.
-            const bool isUnseen = !exchange_ && faults.where().starts_with("rename ") &&
-                                  faults.where().ends_with(" -> " + url.path());
-            if (!isUnseen) world.save(url, World::Save::rename);
-          };
-          return faults.at(move, save, FileCall::moves).then();
+  for (const URL World::*name : GetParam().saves) {
+    for (int move = 1, goesOn = 1; goesOn != 0; ++move) {
+      const auto arm = [&](Faults& faults, World& world) -> Faults& {
+        const auto save = [&, name] {
+          const URL& url = world.*name;
+          // Without an exchange nothing sees a save right before the file is overwritten.
+          const bool isUnseen = !hasExchange() && faults.where().starts_with("rename ") &&
+                                faults.where().ends_with(" -> " + url.path());
+          if (!isUnseen) world.save(url, World::Save::rename);
         };
-        const std::string mode = "save before move " + std::to_string(move);
-        goesOn = drive(mode + ", end", Kind::end,
-                       [&](Faults& faults, World& world, int point) { arm(faults, world).end(point); });
-        for (const auto& [what, code, lasting] : {std::tuple(", error", EIO, false),
-                                                  {", broken disk", EIO, true},
-                                                  {", full disk", ENOSPC, true}}) {
-          const auto fail = [&, code = code, lasting = lasting](Faults& faults, World& world, int point) {
-            arm(faults, world).fail(point, code, lasting);
-          };
-          drive(mode + what, Kind::failing, fail);
-        }
+        return faults.at(move, save, FileCall::moves).then();
+      };
+      const std::string mode = "save before move " + std::to_string(move);
+      const auto end = [&](Faults& faults, World& world, int point) { arm(faults, world).end(point); };
+      goesOn = drive(mode + ", end", Kind::end, end, Exchanges::afterASave);
+      for (const auto& [what, code, lasting] :
+           {std::tuple(", error", EIO, false), {", broken disk", EIO, true}, {", full disk", ENOSPC, true}}) {
+        const auto fail = [&, code = code, lasting = lasting](Faults& faults, World& world, int point) {
+          arm(faults, world).fail(point, code, lasting);
+        };
+        drive(mode + what, Kind::failing, fail, Exchanges::afterASave);
       }
     }
-  });
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(, EveryPoint, testing::ValuesIn(test::operations()),

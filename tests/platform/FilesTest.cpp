@@ -8,7 +8,6 @@
 
 #include <cerrno>
 
-#include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/UUID.h"
 #include "support/Failure.h"
@@ -145,12 +144,6 @@ TEST(UUID, RoundTripsInUpperCase) {
                           "g1234567-89ab-cdef-0123-456789abcdef"}) {
     EXPECT_FALSE(UUID::parse(bad)) << bad;
   }
-}
-
-TEST(Date, CountsFromItsReference) {
-  EXPECT_EQ(Date::since1970(1740816930.75).iso8601(), "2025-03-01T08:15:30Z");
-  EXPECT_EQ(Date::since1970(978307200).sinceReferenceDate, 0);
-  EXPECT_NEAR(Date::now().since1970(), static_cast<double>(time(nullptr)), 5);
 }
 
 TEST(Errors, TellTheUserWhatAndWhy) {

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "support/TemporaryFolder.h"
-
 namespace tidewell {
 namespace {
 
@@ -30,16 +28,6 @@ TEST(URL, ResolvesRelativePathsAgainstTheCurrentDirectoryOnly) {
   EXPECT_EQ(URL::file("./a/../b.png").path(), std::string(current) + "/./a/../b.png");
   free(current);
   EXPECT_EQ(URL::file("/a/./b//../c.png").standardized().path(), "/a/c.png");
-}
-
-TEST(URL, FollowsLinksOfThePartsThatExist) {
-  const test::TemporaryFolder folder;
-  files::createDirectory(folder / "real");
-  folder.write("real/photo.jpg", "x");
-  ASSERT_EQ(symlink("real", (folder / "link").path().c_str()), 0);
-  const URL base = folder.url().resolvingSymlinks();
-  EXPECT_EQ((folder / "link/photo.jpg").resolvingSymlinks(), base.appending("real/photo.jpg"));
-  EXPECT_EQ((folder / "link/./missing/x.jpg").resolvingSymlinks(), base.appending("real/missing/x.jpg"));
 }
 
 TEST(URL, Parses) {

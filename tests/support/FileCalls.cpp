@@ -81,12 +81,6 @@ int __wrap_renameat2(int from, const char* source, int to, const char* destinati
                  [&] { return __real_renameat2(from, source, to, destination, flags); });
 }
 
-int __real_unlinkat(int folder, const char* path, int flags);
-int __wrap_unlinkat(int folder, const char* path, int flags) {
-  const char* name = (flags & AT_REMOVEDIR) != 0 ? "rmdir" : "unlink";
-  return through({name, changesNames, folder, path}, [&] { return __real_unlinkat(folder, path, flags); });
-}
-
 // The others differ in their arguments only: result, name in the linker, name in messages, traits,
 // parameters, arguments, what they are about. (An optional argument arrives here as any other would.)
 #define FILE_CALL(Result, symbol, name, traits, parameters, arguments, ...)                 \
@@ -99,6 +93,8 @@ FILE_CALL(int, open64, "open", opens(flags), (const char* path, int flags, mode_
           AT_FDCWD, path)
 FILE_CALL(int, openat64, "open", opens(flags), (int folder, const char* path, int flags, mode_t mode),
           (folder, path, flags, mode), folder, path)
+FILE_CALL(int, unlinkat, (flags & AT_REMOVEDIR) != 0 ? "rmdir" : "unlink", changesNames,
+          (int folder, const char* path, int flags), (folder, path, flags), folder, path)
 FILE_CALL(int, ioctl, "ioctl", asks | FileCall::allocates, (int file, unsigned long request, void* argument),
           (file, request, argument), file)
 FILE_CALL(int, access, "access", asks, (const char* path, int mode), (path, mode), AT_FDCWD, path)

@@ -35,10 +35,10 @@ std::string clap(std::uint32_t width, std::uint32_t height, std::int32_t right, 
                          number(static_cast<std::uint32_t>(down), 4) + number(2, 4));
 }
 
-std::string nclx(int primaries, int transfer, int matrix, bool fullRange) {
+std::string nclx(int primaries, int transfer, int matrix) {
   std::string payload = "nclx";
   for (const int code : {primaries, transfer, matrix}) payload += number(static_cast<std::uint64_t>(code), 2);
-  return box("colr", payload + number(fullRange ? 0x80 : 0, 1));
+  return box("colr", payload + number(0x80, 1));
 }
 
 HEIFFile::Item& HEIFFile::item(std::uint32_t id) {

@@ -56,7 +56,7 @@ inline std::string imir(int axis) {
 std::string ispe(std::uint32_t width, std::uint32_t height);
 /// The part of `width` x `height` pixels whose centre lies `right` and `down` half pixels from the image's.
 std::string clap(std::uint32_t width, std::uint32_t height, std::int32_t right, std::int32_t down);
-std::string nclx(int primaries, int transfer, int matrix, bool fullRange = true);
+std::string nclx(int primaries, int transfer, int matrix);
 inline std::string icc(const std::string& profile) {
   return box("colr", "prof" + profile);
 }

@@ -77,7 +77,7 @@ TEST_F(UndoStoreTest, PreparesWhileOthersMakeAndRemoveTheSessionDirectory) {
       const std::string directory = store_.root().appending(session.string()).path();
       test::Faults faults;
       faults.at(point, [&] { rmdir(directory.c_str()); });
-      if (makeItAgain) faults.then().at(1, [&] { mkdir(directory.c_str(), 0700); });
+      if (makeItAgain) faults.then().at(2, [&] { mkdir(directory.c_str(), 0700); });
       EXPECT_TRUE(hasBackup(store_.prepare(photo, candidate, session, std::nullopt)));
       happened = faults.happened();
     }
