@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -29,22 +30,25 @@ class CommandModeTest : public testing::Test {
     files::copyItem(URL::file(TIDEWELL_TEST_EXECUTABLE), folder / "bin/TidewellBackground");
     files::createDirectories(folder / "lib/tidewell");
     EXPECT_EQ(symlink(tools.directory().path().c_str(), (folder / "lib/tidewell/tools").path().c_str()), 0);
-    files::createDirectory(folder / "tmp");
-    files::createDirectory(folder / "pictures");
+    for (const char* name : {"tmp", "pictures"}) files::createDirectory(folder / name);
     test::writeJPEGFile(folder / "pictures/photo.jpg", test::photoRaster(80, 60), {.quality = 95});
   }
 
   /// Leaves its output in the files "out" and "err".
-  Process::Launch launch(const Strings& arguments, const std::string& command) const {
-    Strings all{"-c", "cd '" + folder.url().path() + "' && { " + command + "; } 2>err",
-                (folder / "bin/TidewellBackground").path()};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return {.executable = URL::file("/bin/sh"), .arguments = all, .environment = currentEnvironment()};
+  std::unique_ptr<Process> start(Strings arguments, const std::string& command) const {
+    arguments.insert(arguments.begin(),
+                     {"-c", "cd '" + folder.url().path() + "' && { " + command + "; } 2>err",
+                      (folder / "bin/TidewellBackground").path()});
+    return std::make_unique<Process>(Process::Launch{.executable = URL::file("/bin/sh"),
+                                                     .arguments = std::move(arguments),
+                                                     .environment = currentEnvironment()});
   }
-  int run(const Strings& arguments, const std::string& command = "exec \"$0\" \"$@\" >out") const {
-    Process process(launch(arguments, command));
+  static int end(Process& process) {
     process.waitUntil(deadlineAfter(100), {});
     return process.terminationStatus();
+  }
+  int run(const Strings& arguments, const std::string& command = "exec \"$0\" \"$@\" >out") const {
+    return end(*start(arguments, command));
   }
   std::string text(const char* name) const { return files::read(folder / name); }
   nlohmann::json items() const {
@@ -107,14 +111,12 @@ TEST_F(CommandModeTest, FailsWithAFileOrWithItsOutput) {
   EXPECT_EQ(run({"--compress", "pictures/photo.jpg", "pictures/none.jpg"}), 1);
   EXPECT_EQ(items()[0].at("outcome"), "replaced");
   EXPECT_EQ(items()[1].at("outcome"), "failed");
-  const struct {
-    const char* command;
-    int error;
-  } cases[] = {{"exec \"$0\" \"$@\" >&-", EBADF},
-               {"exec \"$0\" \"$@\" >/dev/full", ENOSPC},
-               {"mkfifo gone; { cat gone; \"$0\" \"$@\"; echo $? >status; } | { exec <&-; : >gone; }; exit "
-                "$(cat status)",
-                EPIPE}};
+  const std::pair<const char*, int> cases[] = {
+      {"exec \"$0\" \"$@\" >&-", EBADF},
+      {"exec \"$0\" \"$@\" >/dev/full", ENOSPC},
+      {"mkfifo gone; { cat gone; \"$0\" \"$@\"; echo $? >status; } | { exec <&-; : >gone; }; exit "
+       "$(cat status)",
+       EPIPE}};
   for (const auto& [command, error] : cases) {
     EXPECT_EQ(run({"--compress", "pictures/photo.jpg"}, command), 1) << command;
     EXPECT_NE(text("err").find("“标准输出”：" + describeErrno(error)), std::string::npos) << text("err");
@@ -137,15 +139,14 @@ TEST_F(CommandModeTest, EndsEarlyBySignal) {
   } cases[] = {{SIGINT, "''", 0}, {SIGTERM, "''", 0}, {SIGHUP, "''", 0}, {SIGTERM, "HUP", SIGHUP}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.signal);
-    Process process(launch(arguments, std::string("trap '' ") + c.ignored + "; exec \"$0\" \"$@\" >out"));
+    const auto process = start(arguments, std::string("trap '' ") + c.ignored + "; exec \"$0\" \"$@\" >out");
     // Of 51 files, only those at work have a thread.
     int tool = 0, threads = 0;
     ASSERT_EQ(sscanf(post.wait().c_str(), "%d %d", &tool, &threads), 2);
     EXPECT_LE(threads, CompressionQueue::recommendedConcurrentTasks() + 4);
-    if (c.sent != 0) kill(process.identifier(), c.sent);
-    kill(process.identifier(), c.signal);
-    process.waitUntil(deadlineAfter(100), {});
-    EXPECT_EQ(process.terminationStatus(), 128 + c.signal);
+    if (c.sent != 0) kill(process->identifier(), c.sent);
+    kill(process->identifier(), c.signal);
+    EXPECT_EQ(end(*process), 128 + c.signal);
     EXPECT_EQ(kill(tool, 0), -1);
     const auto list = items();
     ASSERT_EQ(list.size(), 51U);
