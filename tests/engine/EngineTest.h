@@ -1,7 +1,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -45,12 +44,6 @@ class EngineTest : public testing::Test {
     std::ranges::sort(names);
     return names;
   }
-  static mode_t mode(const URL& url) {
-    struct stat status {};
-    EXPECT_EQ(stat(url.path().c_str(), &status), 0);
-    return status.st_mode & 07777;
-  }
-
   const TemporaryFolder folder;
   const FakeTools tools;
   const URL pictures = folder / "pictures";

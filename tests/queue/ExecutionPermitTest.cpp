@@ -7,6 +7,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <future>
 #include <memory>
@@ -90,38 +92,28 @@ TEST_F(ExecutionPermitTest, HoldsAndFreesItsTwoLocks) {
   EXPECT_TRUE(isLocked("slot-0.lock"));
 }
 
-TEST_F(ExecutionPermitTest, WaitsForItsFileWithoutASlot) {
-  std::optional<ExecutionPermit> first;
+TEST_F(ExecutionPermitTest, WaitsForItsFileWithoutASlotAndTakesTheSlotThatWasFreed) {
+  std::optional<ExecutionPermit> first, second;
   first.emplace(locks, "a", 2);
   std::atomic<bool> freed = false;
-  auto second = std::async(std::launch::async, [&] {
-    const ExecutionPermit permit(locks, "a", 2);
-    return freed.load();
-  });
-  {
-    const ExecutionPermit other(locks, "b", 2);
-    EXPECT_TRUE(isLocked("slot-1.lock"));
-  }
-  freed = true;
-  first.reset();
-  EXPECT_TRUE(second.get());
-}
-
-TEST_F(ExecutionPermitTest, TakesTheSlotThatWasFreed) {
-  const ExecutionPermit first(locks, "a", 2);
-  std::optional<ExecutionPermit> second;
+  const auto wait = [&](const char* key) {
+    return std::async(std::launch::async, [&, key] {
+      auto permit = std::make_unique<ExecutionPermit>(locks, key, 2);
+      EXPECT_TRUE(freed);
+      return permit;
+    });
+  };
+  auto forFile = wait("a");
   second.emplace(locks, "b", 2);
-  std::atomic<bool> freed = false;
-  auto third = std::async(std::launch::async, [&] {
-    auto permit = std::make_unique<ExecutionPermit>(locks, "c", 2);
-    EXPECT_TRUE(freed);
-    return permit;
-  });
+  auto forSlot = wait("c");
   while (!isLocked(lockName("c"))) std::this_thread::yield();
   freed = true;
   second.reset();
-  const auto permit = third.get();
+  const auto third = forSlot.get();
   EXPECT_TRUE(isLocked("slot-1.lock"));
+  EXPECT_EQ(forFile.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  first.reset();
+  forFile.get();
 }
 
 TEST_F(ExecutionPermitTest, LeavesNothingHeldAfterAFailure) {
