@@ -298,7 +298,6 @@ class Batch(Road):
     def test_refusals_change_nothing(self):
         jpeg, png = (images.saved(images.photo(400, 300), kind) for kind in ("JPEG", "PNG"))
         sof = jpeg.index(b"\xff\xc0")
-        huge = jpeg[: sof + 5] + (60000).to_bytes(2, "big") * 2 + jpeg[sof + 9 :]
         gif = images.saved_gif(images.moving_dots(100, 80, 3), duration=100)
         (self.pictures / "real.jpg").write_bytes(jpeg)
         (self.pictures / "link.jpg").symlink_to("real.jpg")
@@ -306,20 +305,14 @@ class Batch(Road):
         undecodable, not_plain = "图片无法解码", "请选择普通图片文件"
         self.check_refused({
             "cut.jpg": (jpeg[: len(jpeg) // 2], undecodable),
-            "text.jpg": (b"not an image", undecodable),
-            "empty.jpg": (b"", undecodable),
             "png.jpg": (png, "文件格式与扩展名不一致"),
-            "huge.jpg": (huge, undecodable),
+            "huge.jpg": (jpeg[: sof + 5] + (60000).to_bytes(2, "big") * 2 + jpeg[sof + 9 :], undecodable),
             "link.jpg": (None, not_plain),
             "folder.jpg": (None, not_plain),
             "apng.png": (images.with_chunk(png, b"acTL", bytes((0, 0, 0, 2, 0, 0, 0, 0))), "暂不支持动态 PNG（APNG），已保留原图"),
             "cut.png": (png[:-20], undecodable),
-            "no-end.png": (png[:-12], undecodable),
-            "bad-first.png": (png[:8] + images.chunk(b"IDAT", b"") + png[8:], undecodable),
             "damaged.png": (png[:200] + bytes(40) + png[240:], undecodable),
-            "jpeg.png": (b"\xff\xd8\xff\xe0", undecodable),
             "cut.gif": (gif[: len(gif) // 4], undecodable),
-            "no-frames.gif": (gif[: 13 + 3 * (2 << (gif[10] & 7))] + b";", undecodable),
             "png.gif": (b"\x89PNG\r\n\x1a\n", undecodable),
         })
 
