@@ -5,7 +5,6 @@
 """
 
 import io
-import os
 import shutil
 import subprocess
 import unittest
@@ -20,10 +19,7 @@ from road_test import Road, sha256
 class HEIC(Road):
     def setUp(self):
         super().setUp()
-        if not shutil.which("heif-enc"):
-            if os.environ.get("TIDEWELL_REQUIRE_TOOLS"):
-                self.fail("no heif-enc")
-            self.skipTest("no heif-enc")
+        self.need(shutil.which("heif-enc"), "heif-enc")
 
     def encoded(self, *pictures, options=("-q", "92")):
         """What heif-enc makes of arrays or PNG bytes."""
@@ -35,31 +31,29 @@ class HEIC(Road):
         subprocess.run(["heif-enc", *options, *names, "-o", target], check=True, stdout=subprocess.DEVNULL)
         return target.read_bytes()
 
-    def kinds(self):
-        """Name, file, and the picture as it is to be seen."""
+    def test_kinds(self):
         photo, icon = images.photo(480, 360), images.icon(256)
-        yield "plain.heic", self.encoded(photo), Image.fromarray(photo)
         tagged = images.saved(photo, "PNG", icc_profile=images.DISPLAY_P3)
-        yield "p3.heif", self.encoded(tagged), Image.open(io.BytesIO(tagged))
         # Red grows to the right in more steps than eight bits have.
         samples = numpy.zeros((200, 600, 3), ">u2")
         samples[..., 0] = numpy.linspace(0, 65535, 600)
         samples[..., 1] = samples[:, ::-1, 0]
-        deep = self.encoded(images.raw_png(samples), options=("-q", "95", "-b", "10"))
-        yield "deep.heic", deep, Image.fromarray((samples >> 8).astype("uint8"))
-        yield "alpha.heic", self.encoded(icon), Image.fromarray(icon)
         # heif-enc turns nothing, so the box with the samples' depth becomes a turn.
         quarter = self.encoded(photo.swapaxes(0, 1)[:, ::-1])
         at = quarter.index(b"pixi")
-        yield "turned.HEIC", quarter[:at] + b"irot\1" + bytes(7) + quarter[at + 12 :], Image.fromarray(photo)
-
-    def test_kinds(self):
-        kinds = list(self.kinds())
+        kinds = {  # the file, and the picture as it is to be seen
+            "plain.heic": (self.encoded(photo), Image.fromarray(photo)),
+            "p3.heif": (self.encoded(tagged), Image.open(io.BytesIO(tagged))),
+            "deep.heic": (self.encoded(images.raw_png(samples), options=("-q", "95", "-b", "10")),
+                          Image.fromarray((samples >> 8).astype("uint8"))),
+            "alpha.heic": (self.encoded(icon), Image.fromarray(icon)),
+            "turned.HEIC": (quarter[:at] + b"irot\1" + bytes(7) + quarter[at + 12 :], Image.fromarray(photo)),
+        }
 
         def judge(name, before, after, report, backup, path):
             self.assertTrue(report["selectedEncoder"].startswith("HEIC → PNG · "), report)
 
-        files, shown = ({kind[0]: kind[part] for kind in kinds} for part in (1, 2))
+        files, shown = ({name: kind[part] for name, kind in kinds.items()} for part in (0, 1))
         self.check_kinds(files, 5, judge, shown)
 
     def test_refusals_leave_nothing(self):

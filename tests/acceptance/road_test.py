@@ -79,17 +79,17 @@ def frames_of(gif):
 
 class Road(unittest.TestCase):
     def setUp(self):
-        if not (TOOLS / "cjpegli").exists():
-            if os.environ.get("TIDEWELL_REQUIRE_TOOLS"):
-                self.fail(f"no tools in {TOOLS}")
-            self.skipTest(f"no tools in {TOOLS}")
+        self.need((TOOLS / "cjpegli").exists(), f"tools in {TOOLS}")
         holder = tempfile.TemporaryDirectory(prefix="tidewell-acceptance-")
         self.addCleanup(holder.cleanup)
         self.folder = pathlib.Path(holder.name)
         self.pictures = self.folder / "pictures"
-        self.pictures.mkdir()
-        for name in ("tmp", "data"):
+        for name in ("pictures", "tmp", "data"):
             (self.folder / name).mkdir()
+
+    def need(self, there, what):
+        if not there:
+            (self.fail if os.environ.get("TIDEWELL_REQUIRE_TOOLS") else self.skipTest)(f"no {what}")
 
     def compress(self, *paths, processes=1):
         """Runs one batch, in each of the processes at once; returns the items of each, or of the one. Nothing may be
