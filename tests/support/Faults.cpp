@@ -6,24 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <stdexcept>
-#include <utility>
 
 namespace tidewell::test {
 namespace {
 
 thread_local Faults* armed = nullptr;
-
-/// While a plan does something itself, its calls go straight through.
-class Pause {
- public:
-  Pause() : plan_(std::exchange(armed, nullptr)) {}
-  Pause(const Pause&) = delete;
-  Pause& operator=(const Pause&) = delete;
-  ~Pause() { armed = plan_; }
-
- private:
-  Faults* plan_;
-};
 
 std::string pathOf(int folder, const char* path) {
   if (path && path[0] == '/') return path;
@@ -110,7 +97,7 @@ bool Faults::happened() const {
 }
 
 int Faults::before(const FileCall& call) {
-  const Pause pause;
+  armed = nullptr;  // while a plan does something itself, its calls go straight through
   int code = 0;
   for (Step& step : steps_) {
     const bool waits = std::ranges::any_of(
@@ -126,17 +113,20 @@ int Faults::before(const FileCall& call) {
     firstAfterwards_ = call.name;
     if (call.second) firstAfterwards_ += call.second == watched_ ? " onto" : " from";
   }
+  armed = this;
   return code;
 }
 
 void Faults::after(const FileCall& call) {
   if (!disk_) return;
-  const Pause pause;
+  armed = nullptr;
   if ((call.traits & FileCall::flushes) != 0) disk_->flushed(call.folder);
-  if ((call.traits & FileCall::changes) == 0 || !call.path) return;
-  std::vector<std::string> names = {pathOf(call.folder, call.path)};
-  if (call.second) names.push_back(call.second);
-  disk_->changed(names);
+  if ((call.traits & FileCall::changes) != 0 && call.path) {
+    std::vector<std::string> names = {pathOf(call.folder, call.path)};
+    if (call.second) names.push_back(call.second);
+    disk_->changed(names);
+  }
+  armed = this;
 }
 
 int Faults::runInChild(const std::function<void()>& work) {

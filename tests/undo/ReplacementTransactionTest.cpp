@@ -53,10 +53,7 @@ struct Setting {
   }
 };
 
-/// On a file system with or without exchange.
-class Replacement : public testing::TestWithParam<bool> {};
-
-TEST_P(Replacement, LosesNothingThatHappensMeanwhile) {
+TEST(Replacement, LosesNothingThatHappensMeanwhile) {
   enum Moment { prepared, swapped, inspected };
   constexpr auto changed = Case::changedDuringCompression, invalid = Case::validationFailed;
   using S = Setting;
@@ -89,36 +86,35 @@ TEST_P(Replacement, LosesNothingThatHappensMeanwhile) {
       {"the new file is edited", swapped, [](S& s) { S::write(s.png, "edited"); }, invalid,
        "photo.jpg=original photo.png=edited", true, true},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    test::Faults faults;
-    if (!GetParam()) faults.refuseExchange();
-    Setting s;
-    const auto error = test::caseOf([&] {
-      ReplacementTransaction transaction(s.undo,
-                                         {.original = s.photo,
-                                          .originalHash = hash(s.photo),
-                                          .candidate = s.candidate,
-                                          .sessionID = UUID::random(),
-                                          .destination = c.beside ? std::optional(s.png) : std::nullopt});
-      if (c.moment == prepared) c.happens(s);
-      if (!transaction.swap()) return;
-      transaction.verify([&](const URL&) {
-        if (c.moment != prepared) c.happens(s);
-        if (c.moment == swapped) throw CompressionError::validationFailed();  // as any inspection would
-      });
-      transaction.commit();
+  const auto attempt = [](Setting& s, const auto& c) {
+    ReplacementTransaction transaction(s.undo,
+                                       {.original = s.photo,
+                                        .originalHash = hash(s.photo),
+                                        .candidate = s.candidate,
+                                        .sessionID = UUID::random(),
+                                        .destination = c.beside ? std::optional(s.png) : std::nullopt});
+    if (c.moment == prepared) c.happens(s);
+    if (!transaction.swap()) return;
+    transaction.verify([&](const URL&) {
+      if (c.moment != prepared) c.happens(s);
+      if (c.moment == swapped) throw CompressionError::validationFailed();  // as any inspection would
     });
-    EXPECT_EQ(error, c.error);
-    EXPECT_EQ(s.photos(), c.photos);
-    const auto records = s.undo.readRecords();
-    EXPECT_EQ(records.size(), c.recordStays ? 1U : 0U);
-    for (const auto& record : records) EXPECT_EQ(files::read(s.undo.backupURL(record)), "original");
+    transaction.commit();
+  };
+  for (const bool exchanges : {true, false}) {
+    for (const auto& c : cases) {
+      SCOPED_TRACE(std::string(c.what) + (exchanges ? "" : ", without exchange"));
+      test::Faults faults;
+      if (!exchanges) faults.refuseExchange();
+      Setting s;
+      EXPECT_EQ(test::caseOf([&] { attempt(s, c); }), c.error);
+      EXPECT_EQ(s.photos(), c.photos);
+      const auto records = s.undo.readRecords();
+      EXPECT_EQ(records.size(), c.recordStays ? 1U : 0U);
+      for (const auto& record : records) EXPECT_EQ(files::read(s.undo.backupURL(record)), "original");
+    }
   }
 }
-
-INSTANTIATE_TEST_SUITE_P(, Replacement, testing::Bool(),
-                         [](const auto& test) { return test.param ? "Exchange" : "Rename"; });
 
 }  // namespace
 }  // namespace tidewell

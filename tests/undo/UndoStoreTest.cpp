@@ -26,9 +26,9 @@ using test::textOf;
 class UndoStoreTest : public testing::Test {
  protected:
   /// What the engine does: back up, swap in, commit.
-  UndoRecord replace(const URL& photo, std::string_view replacement, const UUID& session = UUID::random()) {
+  UndoRecord replace(const URL& photo, std::string_view replacement) {
     const URL candidate = folder_.write("work/candidate", replacement);
-    const UndoRecord record = store_.prepare(photo, candidate, session, std::nullopt);
+    const UndoRecord record = store_.prepare(photo, candidate, UUID::random(), std::nullopt);
     atomicRename(candidate, photo);
     store_.commit(record);
     return record;
@@ -257,27 +257,25 @@ TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
   for (const char* bad : {"", "[]", "null", "{\"id\":1}"}) EXPECT_FALSE(UndoRecord::parse(bad)) << bad;
 }
 
-class AtomicRename : public testing::TestWithParam<bool> {};
-
-TEST_P(AtomicRename, ReplacesOrRefuses) {
-  test::Faults faults;
-  if (!GetParam()) faults.refuseExclusive();
-  const test::TemporaryFolder folder;
-  const URL a = folder.write("a", "a"), b = folder.write("b", "b");
-  EXPECT_FALSE(atomicRenameIfAbsent(a, b));
-  EXPECT_EQ(files::read(b), "b");
-  atomicRename(a, b);
-  EXPECT_EQ(files::read(b), "a");
-  EXPECT_TRUE(atomicRenameIfAbsent(b, folder / "c"));
-  EXPECT_FALSE(files::exists(b));
-  const URL c = folder / "c";
-  EXPECT_EQ(textOf([&] { atomicRename(c, folder / "no/d"); }), "替换文件失败：No such file or directory");
-  EXPECT_EQ(textOf([&] { atomicRenameIfAbsent(c, folder / "no/d"); }),
-            "保存 PNG 失败：No such file or directory");
+TEST(AtomicRename, ReplacesOrRefuses) {
+  for (const bool exclusive : {true, false}) {
+    SCOPED_TRACE(exclusive ? "exclusive rename" : "link");
+    test::Faults faults;
+    if (!exclusive) faults.refuseExclusive();
+    const test::TemporaryFolder folder;
+    const URL a = folder.write("a", "a"), b = folder.write("b", "b");
+    EXPECT_FALSE(atomicRenameIfAbsent(a, b));
+    EXPECT_EQ(files::read(b), "b");
+    atomicRename(a, b);
+    EXPECT_EQ(files::read(b), "a");
+    EXPECT_TRUE(atomicRenameIfAbsent(b, folder / "c"));
+    EXPECT_FALSE(files::exists(b));
+    const URL c = folder / "c";
+    EXPECT_EQ(textOf([&] { atomicRename(c, folder / "no/d"); }), "替换文件失败：No such file or directory");
+    EXPECT_EQ(textOf([&] { atomicRenameIfAbsent(c, folder / "no/d"); }),
+              "保存 PNG 失败：No such file or directory");
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(, AtomicRename, testing::Bool(),
-                         [](const auto& test) { return test.param ? "Exclusive" : "Link"; });
 
 }  // namespace
 }  // namespace tidewell
