@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 #include "CompressionKit/platform/Files.h"
 #include "support/Decoding.h"
@@ -123,6 +124,66 @@ TEST_F(GIFDecoder, BearsMissingTrailersAndRefusesMissingData) {
   huge = whole;
   huge.replace(huge.find(std::string("\x2C\0\0\0\0", 5)) + 5, 4, "\xFF\xFF\xFF\xFF");
   EXPECT_EQ(test::reasonOf([&] { decoded(folder.write("b.gif", huge)); }), "frame of impossible size");
+}
+
+/// The data of a frame of 16 colours, in blocks, as an encoder writes it that goes on with a full table for
+/// `deferred` codes before it clears it; 0 is for ever.
+std::string deferringLZW(const std::vector<std::uint8_t>& indexes, int deferred) {
+  constexpr unsigned clear = 16, end = 17, maximum = 4096;
+  std::string bytes;
+  unsigned pending = 0, bits = 0, width = 5, next = end + 1, prefix = indexes.at(0);
+  int beyond = 0;
+  std::map<std::pair<unsigned, unsigned>, unsigned> table;
+  const auto put = [&](unsigned code) {
+    pending |= code << bits;
+    for (bits += width; bits >= 8; bits -= 8, pending >>= 8) bytes += static_cast<char>(pending);
+  };
+  put(clear);
+  for (std::size_t i = 1; i < indexes.size(); ++i) {
+    if (const auto known = table.find({prefix, indexes[i]}); known != table.end()) {
+      prefix = known->second;
+      continue;
+    }
+    put(prefix);
+    if (next < maximum) {
+      table[{prefix, indexes[i]}] = next;
+      if (next++ == 1U << width) ++width;
+    } else if (++beyond == deferred) {
+      put(clear);
+      table.clear();
+      width = 5, next = end + 1, beyond = 0;
+    }
+    prefix = indexes[i];
+  }
+  put(prefix);
+  put(end);
+  bytes += static_cast<char>(pending);
+  std::string blocks(1, '\4');
+  for (std::size_t at = 0; at < bytes.size(); at += 255) {
+    const std::string block = bytes.substr(at, 255);
+    blocks += static_cast<char>(block.size()) + block;
+  }
+  return blocks + '\0';
+}
+
+TEST_F(GIFDecoder, ReadsFramesWhoseFullTableIsUsedOn) {
+  std::vector<std::uint8_t> noise;
+  for (unsigned i = 0, seed = 1; i < 300 * 200; ++i) {
+    seed = seed * 1103515245 + 12345;
+    noise.push_back(static_cast<std::uint8_t>(seed >> 28));
+  }
+  std::string colors;
+  for (int i = 0; i < 16; ++i) colors += std::string{static_cast<char>(i), '\0', '\x01'};
+  for (const int deferred : {0, 1, 1000}) {
+    const std::string frame = std::string("\x2C\0\0\0\0\x2C\x01\xC8\0\0", 10) + deferringLZW(noise, deferred);
+    const URL url =
+        folder.write("a.gif", std::string("GIF89a\x2C\x01\xC8\0\xB3\0\0", 13) + colors + frame + frame + ";");
+    for (const std::size_t index : {0U, 1U}) {
+      const auto pixels = decoded(url, index);
+      ASSERT_EQ(pixels.size(), noise.size() * 4);
+      for (std::size_t i = 0; i < noise.size(); ++i) ASSERT_EQ(pixels[i * 4], noise[i]) << i;
+    }
+  }
 }
 
 }  // namespace
