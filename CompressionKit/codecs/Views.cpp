@@ -128,6 +128,17 @@ Bitmap crop(ImageSource& source, std::size_t index, std::int64_t x, std::int64_t
   return result;
 }
 
+Pair overviewAndDetail(ImageSource& source, std::size_t index, std::int64_t overviewSide,
+                       std::int64_t detailSide) {
+  source.verify(index);
+  const ImageProperties properties = source.properties(index);
+  const std::int64_t side = std::min({properties.width, properties.height, detailSide});
+  Bitmap overview = thumbnail(source, index, overviewSide, false);
+  return {.overview = std::move(overview),
+          .detail =
+              crop(source, index, (properties.width - side) / 2, (properties.height - side) / 2, side, side)};
+}
+
 Bitmap upright(Bitmap bitmap, int orientation) {
   if (orientation < 2 || orientation > 8) return bitmap;
   const bool turned = orientation >= 5;

@@ -18,6 +18,17 @@ Bitmap thumbnail(ImageSource& source, std::size_t index, std::int64_t maximumPix
 Bitmap crop(ImageSource& source, std::size_t index, std::int64_t x, std::int64_t y, std::int64_t width,
             std::int64_t height);
 
+/// What a large image is judged by.
+struct Pair {
+  Bitmap overview;  ///< the whole, reduced
+  Bitmap detail;    ///< its centre square at full resolution
+};
+
+/// The image reduced as by `thumbnail`, and the square in its middle, of `detailSide` or as far as the image
+/// goes; both in stored orientation. Proves the image as `ImageSource::verify` does, and throws as that.
+Pair overviewAndDetail(ImageSource& source, std::size_t index, std::int64_t overviewSide,
+                       std::int64_t detailSide);
+
 /// `bitmap` turned upright from a stored orientation of 1 to 8.
 Bitmap upright(Bitmap bitmap, int orientation);
 
