@@ -69,7 +69,7 @@ class ImageSource {
   virtual std::unique_ptr<DeepRowReader> deepRows(std::size_t index);
 
   /// Decodes the image completely and throws `ImageDecodeError` unless all of it is there and sound. Costs
-  /// less than reading the rows where the format allows.
+  /// less than reading the rows where the format allows, and nothing where all rows have been read before.
   virtual void verify(std::size_t index);
 };
 

@@ -127,9 +127,10 @@ bool isInks(J_COLOR_SPACE space) {
 
 class JPEGRowReader final : public RowReader {
  public:
+  /// `isProven` becomes true when all of the image has been seen to be sound.
   JPEGRowReader(std::FILE* file, const StopToken& stop, std::int64_t minimumLongSide,
-                std::int64_t maximumPlainBytes)
-      : decompressor_(file, stop, maximumPlainBytes) {
+                std::int64_t maximumPlainBytes, bool& isProven)
+      : isProven_(isProven), decompressor_(file, stop, maximumPlainBytes) {
     auto& jpeg = decompressor_.jpeg();
     const bool inks = isInks(jpeg.jpeg_color_space);
     jpeg.out_color_space = inks ? JCS_CMYK : JCS_EXT_RGBA;
@@ -142,6 +143,7 @@ class JPEGRowReader final : public RowReader {
         jpeg.scale_num /= 2;
     }
     decompressor_.guarded([&] { jpeg_start_decompress(&jpeg); });
+    if (jpeg_has_multiple_scans(&jpeg)) isProven_ = true;  // all of them have just been read
     if (inks) inks_.resize(static_cast<std::size_t>(jpeg.output_width) * 4);
   }
 
@@ -155,18 +157,29 @@ class JPEGRowReader final : public RowReader {
     JSAMPROW target = inks_.empty() ? row.data() : inks_.data();
     decompressor_.guarded([&] { jpeg_read_scanlines(&jpeg, &target, 1); });
     if (!inks_.empty()) convertInks(row);
+    if (jpeg.output_scanline == jpeg.output_height && !hasSkipped_ && !isProven_) finish();
   }
 
   void skip(std::int64_t count) override {
     auto& jpeg = decompressor_.jpeg();
     const std::int64_t left = static_cast<std::int64_t>(jpeg.output_height) - jpeg.output_scanline;
     if (count > left) throw ImageDecodeError("read past the last row");
+    hasSkipped_ = true;
     // libjpeg-turbo 2.1 delivers wrong rows after a skip where chroma has a quarter of the rows.
     if (jpeg.max_v_samp_factor > 2) return RowReader::skip(count);
     decompressor_.guarded([&] { jpeg_skip_scanlines(&jpeg, static_cast<JDIMENSION>(count)); });
   }
 
  private:
+  /// What stands behind the last row is no matter to whoever reads rows: `verify` will say what is wrong.
+  void finish() {
+    try {
+      decompressor_.guarded([&] { jpeg_finish_decompress(&decompressor_.jpeg()); });
+      isProven_ = true;
+    } catch (const ImageDecodeError&) {
+    }
+  }
+
   /// Adobe's files, which are nearly all of this kind, hold the inks inverted; viewers take all others so
   /// too.
   void convertInks(std::span<std::uint8_t> row) {
@@ -179,6 +192,8 @@ class JPEGRowReader final : public RowReader {
     }
   }
 
+  bool& isProven_;
+  bool hasSkipped_ = false;
   mutable Decompressor decompressor_;
   std::vector<std::uint8_t> inks_;
 };
@@ -213,12 +228,21 @@ class JPEGSource final : public ImageSource {
   std::size_t count() override { return 1; }
   ImageProperties properties(std::size_t) override { return properties_; }
   std::unique_ptr<RowReader> rows(std::size_t, std::int64_t minimumLongSide) override {
-    return std::make_unique<JPEGRowReader>(file_.get(), stop_, minimumLongSide, maximumPlainBytes_);
+    return std::make_unique<JPEGRowReader>(file_.get(), stop_, minimumLongSide, maximumPlainBytes_,
+                                           isProven_);
   }
 
   /// All entropy-coded data is read, but only one sample of each block is computed: what is missing or broken
   /// shows in the former.
   void verify(std::size_t) override {
+    stop_.throwIfStopped();
+    if (isProven_) return;
+    readAll();
+    isProven_ = true;
+  }
+
+ private:
+  void readAll() {
     Decompressor decompressor(file_.get(), stop_, maximumPlainBytes_);
     auto& jpeg = decompressor.jpeg();
     jpeg.scale_num = 1;
@@ -238,10 +262,10 @@ class JPEGSource final : public ImageSource {
     decompressor.guarded([&] { jpeg_finish_decompress(&jpeg); });
   }
 
- private:
   StopToken stop_;
   ImageInput::Stream file_;
   std::int64_t maximumPlainBytes_;
+  bool isProven_ = false;
   ImageProperties properties_;
 };
 

@@ -106,8 +106,10 @@ class Pixels {
  public:
   enum class Depth { eight, ofFile };
 
-  Pixels(std::FILE* file, const StopToken& stop, Depth depth)
-      : reader_(file, stop),
+  /// `isProven` becomes true when all of the image has been seen to be sound.
+  Pixels(std::FILE* file, const StopToken& stop, Depth depth, bool& isProven)
+      : isProven_(isProven),
+        reader_(file, stop),
         hasAlpha_(reader_.hasAlpha()),
         isWide_(depth == Depth::ofFile && png_get_bit_depth(reader_.png(), reader_.info()) > 8),
         rowBytes_(reader_.width() * (isWide_ ? 8 : 4)) {
@@ -141,6 +143,7 @@ class Pixels {
     advance(1);
     if (whole_.empty()) {
       reader_.readRow(static_cast<png_bytep>(row));
+      if (next_ == height()) finish();
     } else {
       std::memcpy(row, whole_.data() + (next_ - 1) * rowBytes_, static_cast<std::size_t>(rowBytes_));
     }
@@ -149,6 +152,7 @@ class Pixels {
   void skip(std::int64_t count) {
     advance(count);
     for (; whole_.empty() && count > 0; --count) reader_.readRow(nullptr);
+    if (whole_.empty() && next_ == height()) finish();
   }
 
  private:
@@ -163,8 +167,20 @@ class Pixels {
     for (; passes > 0; --passes) {
       for (std::int64_t y = 0; y < height(); ++y) reader_.readRow(whole_.data() + y * rowBytes_);
     }
+    finish();
   }
 
+  /// What stands behind the last row is no matter to whoever reads rows: `verify` will say what is wrong.
+  void finish() {
+    if (isProven_) return;
+    try {
+      reader_.guarded([&] { png_read_end(reader_.png(), nullptr); });
+      isProven_ = true;
+    } catch (const ImageDecodeError&) {
+    }
+  }
+
+  bool& isProven_;
   Reader reader_;
   bool hasAlpha_;
   bool isWide_;
@@ -175,7 +191,8 @@ class Pixels {
 
 class PNGRowReader final : public RowReader {
  public:
-  PNGRowReader(std::FILE* file, const StopToken& stop) : pixels_(file, stop, Pixels::Depth::eight) {}
+  PNGRowReader(std::FILE* file, const StopToken& stop, bool& isProven)
+      : pixels_(file, stop, Pixels::Depth::eight, isProven) {}
   std::int64_t width() const override { return pixels_.width(); }
   std::int64_t height() const override { return pixels_.height(); }
   void read(std::span<std::uint8_t> row) override {
@@ -190,7 +207,8 @@ class PNGRowReader final : public RowReader {
 
 class PNGDeepRowReader final : public DeepRowReader {
  public:
-  PNGDeepRowReader(std::FILE* file, const StopToken& stop) : pixels_(file, stop, Pixels::Depth::ofFile) {}
+  PNGDeepRowReader(std::FILE* file, const StopToken& stop, bool& isProven)
+      : pixels_(file, stop, Pixels::Depth::ofFile, isProven) {}
   std::int64_t width() const override { return pixels_.width(); }
   std::int64_t height() const override { return pixels_.height(); }
   void read(std::span<std::uint16_t> row) override {
@@ -222,14 +240,16 @@ class PNGSource final : public ImageSource {
   std::size_t count() override { return 1; }
   ImageProperties properties(std::size_t) override { return properties_; }
   std::unique_ptr<RowReader> rows(std::size_t, std::int64_t) override {
-    return std::make_unique<PNGRowReader>(file_.get(), stop_);
+    return std::make_unique<PNGRowReader>(file_.get(), stop_, isProven_);
   }
   std::unique_ptr<DeepRowReader> deepRows(std::size_t) override {
-    return std::make_unique<PNGDeepRowReader>(file_.get(), stop_);
+    return std::make_unique<PNGDeepRowReader>(file_.get(), stop_, isProven_);
   }
 
   /// Inflates and unfilters all rows, checks all sums, keeps nothing.
   void verify(std::size_t) override {
+    stop_.throwIfStopped();
+    if (isProven_) return;
     Reader reader(file_.get(), stop_);
     int passes = 1;
     reader.guarded([&] {
@@ -238,11 +258,13 @@ class PNGSource final : public ImageSource {
     });
     for (std::int64_t rows = reader.height() * passes; rows > 0; --rows) reader.readRow(nullptr);
     reader.guarded([&] { png_read_end(reader.png(), nullptr); });
+    isProven_ = true;
   }
 
  private:
   StopToken stop_;
   ImageInput::Stream file_;
+  bool isProven_ = false;
   ImageProperties properties_;
 };
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <functional>
 
 namespace tidewell::views {
 namespace {
@@ -76,7 +77,10 @@ class AreaAverage {
   std::vector<float> sum_;
 };
 
-void average(RowReader& rows, Bitmap& result) {
+/// Looks at each row that is read, in order.
+using RowObserver = std::function<void(std::int64_t y, std::span<const std::uint8_t> row)>;
+
+void average(RowReader& rows, Bitmap& result, const RowObserver& observe) {
   AreaAverage average(rows.width(), result.width);
   const double scale = static_cast<double>(rows.height()) / static_cast<double>(result.height);
   std::vector<std::uint8_t> row(static_cast<std::size_t>(rows.width()) * 4);
@@ -84,10 +88,33 @@ void average(RowReader& rows, Bitmap& result) {
   for (std::int64_t y = 0; y < result.height; ++y) {
     const Span line(y, scale, rows.height());
     for (std::int64_t source = line.first; source <= line.last; ++source) {
-      for (; read <= source; ++read) rows.read(row);
+      for (; read <= source; ++read) {
+        rows.read(row);
+        observe(read, row);
+      }
       average.add(row, line.at(source));
     }
     average.finishRow(result.row(y));
+  }
+}
+
+/// An image of the size that a thumbnail has, without pixels.
+Bitmap emptyThumbnail(const ImageProperties& properties, std::int64_t maximumPixelSize) {
+  const std::int64_t longSide = std::max(properties.width, properties.height);
+  if (longSide < 1 || maximumPixelSize < 1) throw ImageDecodeError("view of impossible size");
+  const double scale = std::min(1.0, static_cast<double>(maximumPixelSize) / static_cast<double>(longSide));
+  const auto reduced = [scale](std::int64_t side) {
+    return std::max<std::int64_t>(1, std::llround(scale * static_cast<double>(side)));
+  };
+  return emptyBitmap(reduced(properties.width), reduced(properties.height), properties);
+}
+
+/// Reads all of `rows`.
+void reduce(RowReader& rows, Bitmap& result, const RowObserver& observe) {
+  if (rows.width() != result.width || rows.height() != result.height) return average(rows, result, observe);
+  for (std::int64_t y = 0; y < result.height; ++y) {
+    rows.read(result.row(y));
+    observe(y, result.row(y));
   }
 }
 
@@ -96,19 +123,9 @@ void average(RowReader& rows, Bitmap& result) {
 Bitmap thumbnail(ImageSource& source, std::size_t index, std::int64_t maximumPixelSize,
                  bool applyOrientation) {
   const ImageProperties properties = source.properties(index);
-  const std::int64_t longSide = std::max(properties.width, properties.height);
-  if (longSide < 1 || maximumPixelSize < 1) throw ImageDecodeError("view of impossible size");
-  const double scale = std::min(1.0, static_cast<double>(maximumPixelSize) / static_cast<double>(longSide));
-  const auto reduced = [scale](std::int64_t side) {
-    return std::max<std::int64_t>(1, std::llround(scale * static_cast<double>(side)));
-  };
-  Bitmap result = emptyBitmap(reduced(properties.width), reduced(properties.height), properties);
+  Bitmap result = emptyThumbnail(properties, maximumPixelSize);
   const auto rows = source.rows(index, std::max(result.width, result.height));
-  if (rows->width() == result.width && rows->height() == result.height) {
-    for (std::int64_t y = 0; y < result.height; ++y) rows->read(result.row(y));
-  } else {
-    average(*rows, result);
-  }
+  reduce(*rows, result, [](std::int64_t, std::span<const std::uint8_t>) {});
   return applyOrientation ? upright(std::move(result), properties.orientation.value_or(1)) : result;
 }
 
@@ -130,13 +147,23 @@ Bitmap crop(ImageSource& source, std::size_t index, std::int64_t x, std::int64_t
 
 Pair overviewAndDetail(ImageSource& source, std::size_t index, std::int64_t overviewSide,
                        std::int64_t detailSide) {
-  source.verify(index);
   const ImageProperties properties = source.properties(index);
   const std::int64_t side = std::min({properties.width, properties.height, detailSide});
-  Bitmap overview = thumbnail(source, index, overviewSide, false);
-  return {.overview = std::move(overview),
-          .detail =
-              crop(source, index, (properties.width - side) / 2, (properties.height - side) / 2, side, side)};
+  const std::int64_t left = (properties.width - side) / 2, top = (properties.height - side) / 2;
+  Pair result{.overview = emptyThumbnail(properties, overviewSide), .detail = {}};
+  auto rows = source.rows(index, std::max(result.overview.width, result.overview.height));
+  // Rows that come at full size serve both.
+  const bool serveBoth = rows->width() == properties.width && rows->height() == properties.height;
+  if (serveBoth) result.detail = emptyBitmap(side, side, properties);
+  reduce(*rows, result.overview, [&](std::int64_t y, std::span<const std::uint8_t> row) {
+    if (!serveBoth || y < top || y >= top + side) return;
+    const std::span<std::uint8_t> to = result.detail.row(y - top);
+    std::memcpy(to.data(), row.data() + left * 4, to.size());
+  });
+  rows.reset();
+  source.verify(index);
+  if (!serveBoth) result.detail = crop(source, index, left, top, side, side);
+  return result;
 }
 
 Bitmap upright(Bitmap bitmap, int orientation) {

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <tuple>
 
 #include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/PNGWriter.h"
@@ -66,6 +68,53 @@ TEST_F(Views, CropsAtFullResolution) {
     }
   }
   EXPECT_THROW(views::crop(*image, 0, 41, 0, 20, 20), ImageDecodeError);
+}
+
+TEST_F(Views, OverviewAndDetailAreThoseOfAFreshSource) {
+  const auto check = [&](const URL& image, const std::string& name) {
+    SCOPED_TRACE(name);
+    const auto properties = ImageSource::open(image)->properties(0);
+    for (const std::int64_t overviewSide : {40, 130, 1000}) {
+      const std::int64_t side = std::min({properties.width, properties.height, std::int64_t{48}});
+      const Bitmap overview = views::thumbnail(*ImageSource::open(image), 0, overviewSide, false);
+      const Bitmap detail = views::crop(*ImageSource::open(image), 0, (properties.width - side) / 2,
+                                        (properties.height - side) / 2, side, side);
+      const auto source = ImageSource::open(image);
+      for (int time = 0; time < 2; ++time) {
+        const views::Pair pair = views::overviewAndDetail(*source, 0, overviewSide, 48);
+        EXPECT_EQ(pair.overview.pixels, overview.pixels);
+        EXPECT_EQ(pair.detail.pixels, detail.pixels);
+        EXPECT_EQ(views::thumbnail(*source, 0, overviewSide, false).pixels, overview.pixels);
+      }
+    }
+    // What lacks its end is refused, also by a source that has delivered all rows before.
+    const std::string data = files::read(image);
+    const URL cut = folder.write("cut", data.substr(0, data.size() - 2));
+    EXPECT_THROW(views::overviewAndDetail(*ImageSource::open(cut), 0, 40, 48), ImageDecodeError);
+    EXPECT_THROW(views::overviewAndDetail(*ImageSource::open(cut), 0, 1000, 48), ImageDecodeError);
+  };
+  const URL jpeg = folder / "a.jpg";
+  using test::JPEGColors;
+  for (const auto& [width, height] : {std::pair{331, 217}, {97, 300}, {400, 30}, {1, 1}}) {
+    const Raster raster = test::photoRaster(width, height);
+    for (const bool progressive : {false, true}) {
+      for (const auto& [across, down, colors] : {std::tuple{2, 2, JPEGColors::rgb},
+                                                 {1, 1, JPEGColors::rgb},
+                                                 {2, 1, JPEGColors::rgb},
+                                                 {1, 4, JPEGColors::rgb},
+                                                 {1, 1, JPEGColors::grey},
+                                                 {1, 1, JPEGColors::inks}}) {
+        test::writeJPEGFile(jpeg, raster,
+                            {.across = across, .down = down, .progressive = progressive, .colors = colors});
+        check(jpeg, std::to_string(width) + (progressive ? " progressive " : " ") +
+                        std::to_string(across * 10 + down));
+      }
+    }
+    for (const bool alpha : {false, true}) {
+      test::writePNGFile(png, raster, {.alpha = alpha});
+      check(png, "png");
+    }
+  }
 }
 
 TEST_F(Views, TurnsUpright) {
