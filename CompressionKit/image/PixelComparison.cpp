@@ -126,6 +126,13 @@ bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate, const St
 bool ImageFacts::samplesEqual(const URL& original, const URL& candidate, const StopToken& stop) {
   return holds([&] {
     const auto first = ImageSource::open(original, stop), second = ImageSource::open(candidate, stop);
+    const auto isPlain = [](const ImageProperties& image) {
+      return image.bitsPerSample <= 8 && !image.hasAlpha;
+    };
+    if (isPlain(first->properties(0)) && isPlain(second->properties(0))) {
+      const auto firstRows = first->rows(0), secondRows = second->rows(0);  // all that a file holds
+      return walkBands<std::uint8_t>(*firstRows, *secondRows, bytesEqual);
+    }
     const auto firstRows = first->deepRows(0), secondRows = second->deepRows(0);
     return walkBands<std::uint16_t>(*firstRows, *secondRows, [](DeepBand a, DeepBand b) {
       for (std::size_t i = 0; i < a.size(); i += 4) {
