@@ -1,9 +1,10 @@
 #include "CompressionKit/engine/CandidateValidation.h"
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/engine/GIFQuality.h"
+#include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/ColorAgreement.h"
-#include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Digest.h"
 
 namespace tidewell {
@@ -12,75 +13,78 @@ namespace {
 /// Judges one output; keeps what the checks share.
 class Validation {
  public:
-  Validation(const CompressionRun& run, const URL& output, const std::string& encoder,
-             const ValidationRules& rules)
-      : run_(run), output_(output), encoder_(encoder), rules_(rules), bytes_(fileSize(output)) {}
+  Validation(const CompressionRun& run, const URL& output, const std::string& encoder, const Proof& proof)
+      : run_(run), output_(output), encoder_(encoder), proof_(proof), bytes_(fileSize(output)) {}
 
   std::optional<Candidate> candidate() {
     if (bytes_ < 1) return rejected("empty_output", std::nullopt);
-    if (!rules_.acceptLarger && bytes_ >= fileSize(run_.url)) return rejected("not_smaller", bytes_);
-    const ImageFacts facts = inspected();
-    if (!colorsSurvive()) {
-      record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(facts));
+    if (!policy_.judgesLargerOutputs && bytes_ >= fileSize(run_.url)) return rejected("not_smaller", bytes_);
+    // Before anything else reads it, so that the bytes with this hash are the ones that are judged.
+    const std::string outputHash = hash(output_);
+    const ImageFacts::Inspection found = inspected();
+    if (policy_.saysItsColors && !colorsAgree(run_.url, output_, mayBeConverted(), stop_)) {
+      record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       return std::nullopt;
     }
-    if (!rules_.isLossy && !samePixels(run_.url)) return rejected("pixels_changed", bytes_);
-    if (!alphaSurvives(facts)) return rejected("alpha_mismatch", bytes_);
+    if (isLossless() && !samePixels(run_.url)) return rejected("pixels_changed", bytes_);
+    if (!alphaSurvives(found.facts)) return rejected("alpha_mismatch", bytes_);
 
     std::optional<double> score;
-    if (rules_.losslessCandidate) {
-      if (!samePixels(rules_.losslessCandidate->url)) {
-        return rejected("pixels_changed", bytes_);
+    if (const auto* same = std::get_if<SamePixelsAs>(&proof_)) {
+      if (!samePixels(same->candidate.url)) return rejected("pixels_changed", bytes_);
+      score = same->candidate.score;
+    } else if (const auto* least = std::get_if<ScoreAtLeast>(&proof_)) {
+      if (policy_.isScoredByFrame) {
+        score = gifQualityScore(run_, output_);
+        if (!score) return rejected("gif_frame_quality_or_alpha", bytes_);
+      } else {
+        score = measured(found);
+        if (*score < least->minimum.value_or(run_.engine.thresholds().*policy_.threshold)) {
+          return rejected("quality_below_threshold", bytes_, score);
+        }
       }
-      score = rules_.losslessCandidate->score;
-    } else if (rules_.isLossy && run_.original.kind == ImageKind::gif) {
-      score = gifQualityScore(run_, output_);
-      if (!score) return rejected("gif_frame_quality_or_alpha", bytes_);
-    } else if (rules_.isLossy) {
-      score = QualityAssessment::score(run_.url, output_, run_.original, run_.tools());
-      if (*score < minimumScore()) return rejected("quality_below_threshold", bytes_, score);
     }
     record("accepted", "validated", bytes_, score);
-    return Candidate{output_, encoder_, score, bytes_, rules_.allowsSRGBConversion};
+    return Candidate{output_, encoder_, score, bytes_, outputHash, mayBeConverted()};
   }
 
  private:
-  ImageFacts inspected() const {
-    ImageFacts facts = ImageFacts::inspect(output_, stop_);
-    if (!run_.original.compatible(facts, rules_.allowsSRGBConversion)) {
-      record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(facts));
+  bool isLossless() const { return std::holds_alternative<SamePixels>(proof_); }
+  bool mayBeConverted() const { return policy_.mayBeConvertedToSRGB && !isLossless(); }
+
+  ImageFacts::Inspection inspected() const {
+    ImageFacts::Inspection found{.facts = {}};
+    if (run_.originalViews && std::holds_alternative<ScoreAtLeast>(proof_)) {
+      found = ImageFacts::inspectWithViews(output_, stop_);
+    } else {
+      found.facts = ImageFacts::inspect(output_, stop_);
+    }
+    if (!run_.original.compatible(found.facts, mayBeConverted())) {
+      record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       throw CompressionError::fileOperation("压缩结果的尺寸、方向、帧信息或色彩配置与原图不一致");
     }
-    return facts;
+    return found;
   }
 
   std::string profiles(const ImageFacts& facts) const {
     return run_.original.profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
   }
 
-  /// A GIF says nothing of its colours.
-  bool colorsSurvive() const {
-    return run_.original.kind == ImageKind::gif ||
-           colorsAgree(run_.url, output_, rules_.allowsSRGBConversion, stop_);
-  }
-
-  /// For PNG at the depth of the files, which is more than what is shown.
+  /// A kind that no plan recompresses without loss can prove nothing of the sort.
   bool samePixels(const URL& expected) const {
-    if (run_.original.kind == ImageKind::gif) return ImageFacts::gifFramesEqual(expected, output_, stop_);
-    if (run_.original.kind == ImageKind::png) return ImageFacts::samplesEqual(expected, output_, stop_);
-    return true;
+    return policy_.samePixels && policy_.samePixels(expected, output_, stop_);
   }
 
+  /// Where all pixels are the same, so is their alpha.
   bool alphaSurvives(const ImageFacts& facts) const {
-    if (run_.original.kind != ImageKind::png || !(run_.original.hasAlpha || facts.hasAlpha)) return true;
-    return rules_.isLossy ? ImageFacts::quantizedAlphaWithin(run_.url, output_, stop_)
-                          : ImageFacts::alphaDeviationWithin(run_.url, output_, 0, stop_);
+    if (isLossless() || !policy_.alphaSurvives || !(run_.original.hasAlpha || facts.hasAlpha)) return true;
+    return policy_.alphaSurvives(run_.url, output_, stop_);
   }
 
-  double minimumScore() const {
-    const auto& thresholds = run_.engine.thresholds();
-    return rules_.minimumScore.value_or(run_.original.kind == ImageKind::png ? thresholds.pngQuality
-                                                                             : thresholds.quality);
+  /// Both have views or neither: they are of one size.
+  double measured(const ImageFacts::Inspection& found) const {
+    if (!found.views) return QualityAssessment::measure(run_.url, output_, run_.tools());
+    return QualityAssessment::score(*run_.originalViews, *found.views, run_.workingDirectory, run_.tools());
   }
 
   std::optional<Candidate> rejected(const char* reason, std::optional<std::int64_t> bytes,
@@ -97,16 +101,23 @@ class Validation {
   const CompressionRun& run_;
   const URL& output_;
   const std::string& encoder_;
-  const ValidationRules& rules_;
+  const Proof& proof_;
   const std::int64_t bytes_;
+  const FormatPolicy& policy_ = formatPolicy(run_.original.kind);
   const StopToken stop_ = run_.tools().stopToken();
 };
 
 }  // namespace
 
 std::optional<Candidate> validated(const CompressionRun& run, const URL& output, const std::string& encoder,
-                                   const ValidationRules& rules) {
-  return Validation(run, output, encoder, rules).candidate();
+                                   const Proof& proof) {
+  return Validation(run, output, encoder, proof).candidate();
+}
+
+bool CompressionRun::consider(const URL& output, const std::string& encoder, const Proof& proof) {
+  auto candidate = validated(*this, output, encoder, proof);
+  if (candidate) candidates.push_back(*std::move(candidate));
+  return candidate.has_value();
 }
 
 }  // namespace tidewell

@@ -7,7 +7,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/diagnostics/CompressionTrace.h"
 #include "CompressionKit/engine/CompressionRun.h"
-#include "CompressionKit/engine/EncoderPlans.h"
+#include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/engine/HEICConversion.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Digest.h"
@@ -39,19 +39,6 @@ void requireRegularFile(const URL& url) {
   }
 }
 
-void runPlan(CompressionRun& run) {
-  switch (run.original.kind) {
-    case ImageKind::jpeg:
-      return runJPEGPlan(run);
-    case ImageKind::png:
-      return runPNGPlan(run);
-    case ImageKind::gif:
-      return runGIFPlan(run);
-    case ImageKind::heic:
-      break;  // converted, not recompressed
-  }
-}
-
 UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice) {
   if (hash(run.url) != run.originalHash) throw CompressionError::changedDuringCompression();
   run.trace.selectedEncoder = choice.encoder;
@@ -60,13 +47,19 @@ UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice) {
                                                          .candidate = choice.url,
                                                          .sessionID = run.sessionID});
   replacement.swap();
-  replacement.verify([&](const URL& replaced) {
+  replacement.verify(choice.hash, [&](const URL& replaced) {
     if (!run.original.compatible(ImageFacts::inspect(replaced), choice.allowsSRGBConversion)) {
       throw CompressionError::validationFailed();
     }
   });
   replacement.commit();
   return replacement.record();
+}
+
+std::optional<QualityAssessment::ViewFiles> writtenViews(const ImageFacts::Inspection& inspection,
+                                                         const URL& directory) {
+  if (!inspection.views) return std::nullopt;
+  return QualityAssessment::writeViews(*inspection.views, directory, "0");
 }
 
 CompressionResult finish(CompressionRun& run) {
@@ -107,7 +100,9 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   if (ImageKind::from(url) == ImageKind::heic) {
     heic.emplace(url, HEICDecoding::Purpose::convert, tools_.stopToken(), heicProgram_);
   }
-  const ImageFacts original = heic ? heic->facts() : ImageFacts::inspect(url, tools_.stopToken());
+  const ImageFacts::Inspection inspection = heic ? ImageFacts::Inspection{.facts = heic->facts()}
+                                                 : ImageFacts::inspectWithViews(url, tools_.stopToken());
+  const ImageFacts& original = inspection.facts;
   trace.profile = original.profileName;
   const std::int64_t originalBytes = fileSize(url);
   std::string originalHash = hash(url);
@@ -127,9 +122,10 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
                        .originalBytes = originalBytes,
                        .originalHash = std::move(originalHash),
                        .workingDirectory = working.url(),
+                       .originalViews = writtenViews(inspection, working.url()),
                        .candidates = {},
                        .lastError = nullptr};
-    runPlan(run);
+    formatPolicy(original.kind).plan(run);
     result = finish(run);
   }
   trace.outcome = result.outcome.rawValue();

@@ -5,10 +5,12 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "CompressionKit/diagnostics/CompressionTrace.h"
 #include "CompressionKit/engine/CompressionEngine.h"
+#include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/URL.h"
@@ -25,8 +27,22 @@ struct Candidate {
   std::string encoder;  ///< label of the step that made it
   std::optional<double> score;
   std::int64_t bytes = 0;
+  std::string hash;                   ///< of the bytes that were judged
   bool allowsSRGBConversion = false;  ///< its profile may be a conversion of the original's to sRGB
 };
+
+/// The output shows the original's pixels, every one.
+struct SamePixels {};
+/// The output shows the pixels of a candidate that has passed, and so has its score, if any.
+struct SamePixelsAs {
+  const Candidate& candidate;
+};
+/// The output may look different, by so much.
+struct ScoreAtLeast {
+  std::optional<double> minimum = std::nullopt;  ///< else the engine's threshold for the kind
+};
+/// What a step of a plan promises of its output, and what is asked of it.
+using Proof = std::variant<ScoreAtLeast, SamePixels, SamePixelsAs>;
 
 /// One file on its way through the engine: what was found at the start, and what the plan has made of it so
 /// far. Belongs to one thread.
@@ -39,6 +55,7 @@ struct CompressionRun {
   const std::int64_t originalBytes;
   const std::string originalHash;
   const URL workingDirectory;
+  const std::optional<QualityAssessment::ViewFiles> originalViews;  ///< of one too large to be measured whole
 
   std::vector<Candidate> candidates;  ///< in the order they were found
   std::exception_ptr lastError;       ///< of the last attempt that threw
@@ -71,6 +88,9 @@ struct CompressionRun {
       return false;
     }
   }
+
+  /// Lets the gate judge an output and, where it passes, adds it to the candidates. Throws as `validated`.
+  bool consider(const URL& output, const std::string& encoder, const Proof& proof);
 
   /// The candidate with the fewest bytes, the first of several; null when there is none.
   const Candidate* smallest() const;

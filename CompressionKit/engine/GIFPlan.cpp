@@ -1,8 +1,9 @@
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/engine/CandidateValidation.h"
+#include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
 #include "CompressionKit/engine/GIFQuality.h"
 #include "CompressionKit/image/GIFPalette.h"
@@ -16,9 +17,7 @@ void optimise(CompressionRun& run) {
     const URL output = run.workingFile("optimized.gif");
     run.runTool("gifsicle",
                 {"-O2", "-Okeep-empty", "--no-ignore-errors", run.url.path(), "-o", output.path()});
-    if (auto candidate = validated(run, output, "Gifsicle -O2", {.isLossy = false})) {
-      run.candidates.push_back(*std::move(candidate));
-    }
+    run.consider(output, "Gifsicle -O2", SamePixels{});
   });
 }
 
@@ -32,18 +31,16 @@ void tryLossyLevels(CompressionRun& run, std::int64_t budget) {
                                std::string("--lossy=") + level, run.url.path(), "-o", output.path()});
       if (fileSize(output) >= budget) {
         ended = true;
-      } else if (auto candidate = validated(run, output, std::string("Gifsicle lossy") + level, {})) {
-        run.candidates.push_back(*std::move(candidate));
-        ended = true;
+      } else {
+        ended = run.consider(output, std::string("Gifsicle lossy") + level, ScoreAtLeast{});
       }
     });
     if (ended) return;
   }
 }
 
-/// The animation with all frames brought to one palette of `colours`; nothing when it was rejected.
-std::optional<Candidate> withSharedPalette(const CompressionRun& run, const URL& sample,
-                                           const std::string& colours) {
+/// Tries the animation with all frames brought to one palette of `colours`; false when it was rejected.
+bool trySharedPalette(CompressionRun& run, const URL& sample, const std::string& colours) {
   const URL palette = run.workingFile("gif-palette-" + colours + ".png");
   const URL map = run.workingFile("gif-palette-" + colours + ".txt");
   const URL output = run.workingFile("shared-" + colours + ".gif");
@@ -52,7 +49,7 @@ std::optional<Candidate> withSharedPalette(const CompressionRun& run, const URL&
   GIFPalette::colourMap(palette, map);
   run.runTool("gifsicle", {"-O3", "-Okeep-empty", "--no-ignore-errors", "--gamma=1", "--use-colormap",
                            map.path(), "--no-dither", "--lossy=4", run.url.path(), "-o", output.path()});
-  return validated(run, output, "pngquant GIF " + colours + " colors + Gifsicle lossy4", {});
+  return run.consider(output, "pngquant GIF " + colours + " colors + Gifsicle lossy4", ScoreAtLeast{});
 }
 
 void trySharedPalettes(CompressionRun& run) {
@@ -64,12 +61,7 @@ void trySharedPalettes(CompressionRun& run) {
   bool accepted = false;
   // 255, not 256: gifsicle needs one entry for transparency.
   for (const char* colours : {"192", "255", "128"}) {
-    const bool completed = run.attempt([&] {
-      if (auto candidate = withSharedPalette(run, *sample, colours)) {
-        run.candidates.push_back(*std::move(candidate));
-        accepted = true;
-      }
-    });
+    const bool completed = run.attempt([&] { accepted = trySharedPalette(run, *sample, colours); });
     if (!completed || accepted) return;
   }
 }
@@ -79,7 +71,7 @@ void trySharedPalettes(CompressionRun& run) {
 void runGIFPlan(CompressionRun& run) {
   if (!run.tools().has("gifsicle")) throw CompressionError::toolMissing("gifsicle");
   optimise(run);
-  if (!run.tools().has("ssimulacra2")) return;
+  if (!QualityAssessment::isAvailable(run.tools())) return;
 
   const std::int64_t budget = run.originalBytes * 9 / 10;
   tryLossyLevels(run, budget);

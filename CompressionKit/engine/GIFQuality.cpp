@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string>
 
+#include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/ImageFacts.h"
-#include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Files.h"
 
 namespace tidewell {
@@ -28,7 +28,7 @@ std::optional<double> gifQualityScore(const CompressionRun& run, const URL& outp
   if (frames.size() != references.size() || std::ssize(frames) != run.original.frameCount)
     return std::nullopt;
 
-  double worst = 100;
+  double worst = QualityAssessment::identical;
   for (std::size_t i = 0; i < frames.size(); ++i) {
     if (!ImageFacts::alphaDeviationWithin(references[i], frames[i], 0, run.tools().stopToken()))
       return std::nullopt;

@@ -30,7 +30,8 @@ std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL
                                            .sessionID = sessionID,
                                            .destination = destination});
   if (!conversion.swap()) return std::nullopt;
-  conversion.verify([](const URL&) {});  // its bytes are all there is to know; they were inspected before
+  // Its bytes are all there is to know; they were inspected before.
+  conversion.verify(conversion.record().replacementHash, [](const URL&) {});
   conversion.commit();
   return conversion.record();
 }

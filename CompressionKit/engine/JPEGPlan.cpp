@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "CompressionKit/CompressionError.h"
@@ -44,8 +45,7 @@ std::optional<Candidate> encoded(const CompressionRun& run, const std::string& c
                           "--chroma_subsampling=" + chroma, "--quiet"});
   JPEGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output,
                                     run.tools().stopToken());
-  return validated(run, output, "Jpegli q" + number + " " + chroma,
-                   {.acceptLarger = true, .minimumScore = minimumScore});
+  return validated(run, output, "Jpegli q" + number + " " + chroma, ScoreAtLeast{minimumScore});
 }
 
 /// Appends at most one candidate: the first that is good enough and smaller than the original.
@@ -80,7 +80,7 @@ void searchQuality(CompressionRun& run, const Policy& policy, const std::string&
 }  // namespace
 
 void runJPEGPlan(CompressionRun& run) {
-  for (const char* tool : {"cjpegli", "ssimulacra2"}) {
+  for (const std::string_view tool : {std::string_view("cjpegli"), QualityAssessment::metricTool}) {
     if (!run.tools().has(tool)) throw CompressionError::toolMissing(tool);
   }
   const Policy chosen = policy(run);

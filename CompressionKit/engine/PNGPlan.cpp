@@ -1,7 +1,7 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/engine/CandidateValidation.h"
+#include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
 #include "CompressionKit/image/PNGMetadata.h"
 
@@ -21,36 +21,29 @@ const Rung ladder[] = {
     {"100", "0.0", "4"},
 };
 
-std::optional<Candidate> quantised(const CompressionRun& run, const Rung& rung, std::size_t number) {
+void tryRung(CompressionRun& run, const Rung& rung, std::size_t number) {
   const URL output = run.workingFile("quant-" + std::to_string(number) + ".png");
   run.runTool("pngquant", {"--quality=0-" + rung.maximumQuality, "--speed", rung.speed,
                            "--floyd=" + rung.dither, "--output", output.path(), "--", run.url.path()});
   PNGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output,
                                    run.tools().stopToken());
-  return validated(run, output,
-                   "pngquant q" + rung.maximumQuality + " floyd" + rung.dither + " s" + rung.speed,
-                   {.allowsSRGBConversion = true});
+  run.consider(output, "pngquant q" + rung.maximumQuality + " floyd" + rung.dither + " s" + rung.speed,
+               ScoreAtLeast{});
 }
 
 /// Ends with the first rung that passes: the later ones are larger.
 void climbLadder(CompressionRun& run) {
   for (std::size_t number = 0; number < std::size(ladder) && run.candidates.empty(); ++number) {
-    run.attempt([&] {
-      if (auto candidate = quantised(run, ladder[number], number)) {
-        run.candidates.push_back(*std::move(candidate));
-      }
-    });
+    run.attempt([&] { tryRung(run, ladder[number], number); });
   }
 }
 
 void optimise(CompressionRun& run, const URL& input, const std::string& name, const std::string& label,
-              const ValidationRules& rules) {
+              const Proof& proof) {
   run.attempt([&] {
     const URL output = run.workingFile(name);
     run.runTool("oxipng", {"--threads", "1", "-o", "1", "--out", output.path(), input.path()});
-    if (auto candidate = validated(run, output, label, rules)) {
-      run.candidates.push_back(*std::move(candidate));
-    }
+    run.consider(output, label, proof);
   });
 }
 
@@ -61,7 +54,7 @@ void runPNGPlan(CompressionRun& run) {
   const bool canOptimise = run.tools().has("oxipng");
   if (!canQuantise && !canOptimise) throw CompressionError::toolMissing("pngquant / oxipng");
 
-  if (canQuantise && run.tools().has("ssimulacra2")) {
+  if (canQuantise && QualityAssessment::isAvailable(run.tools())) {
     climbLadder(run);
   } else {
     run.trace.append({.encoder = "pngquant",
@@ -75,10 +68,9 @@ void runPNGPlan(CompressionRun& run) {
 
   if (const Candidate* found = run.smallest()) {
     const Candidate palette = *found;  // the list grows meanwhile
-    optimise(run, palette.url, "palette-opt.png", palette.encoder + " + OxiPNG",
-             {.allowsSRGBConversion = true, .losslessCandidate = &palette});
+    optimise(run, palette.url, "palette-opt.png", palette.encoder + " + OxiPNG", SamePixelsAs{palette});
   } else {
-    optimise(run, run.url, "lossless.png", "OxiPNG", {.isLossy = false});
+    optimise(run, run.url, "lossless.png", "OxiPNG", SamePixels{});
   }
 }
 

@@ -15,6 +15,8 @@ namespace tidewell {
 namespace {
 
 constexpr double delayTolerance = 1e-6;
+constexpr std::int64_t overviewSide = 2048;
+constexpr std::int64_t detailSide = 768;
 
 std::string normalizedProfile(const std::string& name) {
   std::string plain = asciiLowercased(name);
@@ -44,15 +46,24 @@ bool profilesAgree(const ImageFacts& original, const ImageFacts& candidate, bool
          saysSRGB(candidate, original);
 }
 
-ImageFacts inspectSource(ImageSource& source, ImageKind kind, const URL& url) {
+enum class Views { unwanted, wanted };
+
+/// Views are made of the rows that prove the image to be whole.
+ImageFacts::Inspection inspectSource(ImageSource& source, ImageKind kind, const URL& url, Views wish) {
   if (source.count() < 1) throw CompressionError::invalidImage();
   if (!kind.accepts(source.container())) throw CompressionError::formatMismatch();
-  source.verify(0);
+  ImageFacts::Inspection inspection;
+  ImageFacts& facts = inspection.facts;
+  const ImageProperties properties = source.properties(0);
+  if (wish == Views::wanted && kind != ImageKind::gif && properties.height > 0 &&
+      properties.width > ImageFacts::maximumWholePixels / properties.height) {
+    inspection.views = views::overviewAndDetail(source, 0, overviewSide, detailSide);
+  } else {
+    source.verify(0);
+  }
 
-  ImageFacts facts;
   facts.kind = kind;
   facts.hasJPEGMultiPictureData = kind == ImageKind::jpeg && JPEGMetadata::hasMultiplePictures(url);
-  const ImageProperties properties = source.properties(0);
   facts.frameCount = static_cast<std::int64_t>(source.count());
   facts.gifLoopCount = properties.loopCount;
   if (kind == ImageKind::gif) {
@@ -65,17 +76,27 @@ ImageFacts inspectSource(ImageSource& source, ImageKind kind, const URL& url) {
   facts.orientation = properties.orientation.value_or(1);
   facts.width = properties.width;
   facts.height = properties.height;
-  return facts;
+  return inspection;
+}
+
+ImageFacts::Inspection inspected(const URL& url, const StopToken& stop, Views wish) {
+  const auto kind = ImageKind::from(url);
+  if (kind == ImageKind::png) PNGMetadata::validateStatic(url, stop);
+  if (!kind) throw CompressionError::invalidImage();
+  if (kind == ImageKind::heic) {
+    return {.facts = HEICDecoding(url, HEICDecoding::Purpose::inspect, stop).facts()};
+  }
+  return decoding([&] { return inspectSource(*ImageSource::open(url, stop), *kind, url, wish); });
 }
 
 }  // namespace
 
 ImageFacts ImageFacts::inspect(const URL& url, const StopToken& stop) {
-  const auto kind = ImageKind::from(url);
-  if (kind == ImageKind::png) PNGMetadata::validateStatic(url, stop);
-  if (!kind) throw CompressionError::invalidImage();
-  if (kind == ImageKind::heic) return HEICDecoding(url, HEICDecoding::Purpose::inspect, stop).facts();
-  return decoding([&] { return inspectSource(*ImageSource::open(url, stop), *kind, url); });
+  return inspected(url, stop, Views::unwanted).facts;
+}
+
+ImageFacts::Inspection ImageFacts::inspectWithViews(const URL& url, const StopToken& stop) {
+  return inspected(url, stop, Views::wanted);
 }
 
 bool ImageFacts::compatible(const ImageFacts& candidate, bool allowSRGBConversion) const {

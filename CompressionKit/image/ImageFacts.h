@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "CompressionKit/codecs/Views.h"
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
@@ -30,6 +31,13 @@ struct ImageFacts {
   /// `CompressionError` (`invalidImage`, `formatMismatch`), `Interrupted` and what
   /// `PNGMetadata::validateStatic` and, for a HEIC file, `HEICDecoding` throw.
   static ImageFacts inspect(const URL& url, const StopToken& stop = {});
+
+  /// Pixels of an image that the metric is shown whole; of a larger one it gets two views.
+  static constexpr std::int64_t maximumWholePixels = 8'000'000;
+  /// What one pass over the rows of an image yields.
+  struct Inspection;
+  /// As `inspect`, with the views of a JPEG or PNG image above `maximumWholePixels`.
+  static Inspection inspectWithViews(const URL& url, const StopToken& stop = {});
 
   /// Called on the original's facts: whether the candidate keeps the original's observable properties.
   /// `allowSRGBConversion`: the candidate may have been converted to sRGB (PNG only).
@@ -58,6 +66,11 @@ struct ImageFacts {
   /// The JPEG's first quantisation table with id 0 has an average step of at most 2. Reads at most 1 MiB;
   /// false on any failure.
   static bool hasFineJPEGQuantization(const URL& url);
+};
+
+struct ImageFacts::Inspection {
+  ImageFacts facts;
+  std::optional<views::Pair> views = std::nullopt;
 };
 
 }  // namespace tidewell

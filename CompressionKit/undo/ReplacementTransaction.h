@@ -44,8 +44,9 @@ class ReplacementTransaction {
 
   /// False when the destination's name is taken, and then nothing was moved.
   bool swap();
-  /// `inspect` is given the file under its new name and throws when it is not what was judged.
-  void verify(const std::function<void(const URL&)>& inspect);
+  /// What has the hash of what was judged needs no second look. Anything else is given to `inspect`, under
+  /// its new name, for an error of its own, and fails then.
+  void verify(const std::string& judgedHash, const std::function<void(const URL&)>& inspect);
   void commit();
 
   /// As it was prepared.

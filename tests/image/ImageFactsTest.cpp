@@ -5,7 +5,6 @@
 #include <cmath>
 
 #include "CompressionKit/codecs/ImageSource.h"
-#include "CompressionKit/image/QualityAssessment.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/Failure.h"
 #include "support/Script.h"
@@ -288,50 +287,6 @@ TEST_F(Comparison, ExportsAnimations) {
       {folder_.write("x.gif", "no"), "x"}, {folder_ / "missing.gif", "x"}, {gif, "blocked"}};
   for (const auto& [url, directory] : failures)
     EXPECT_THROW(ImageFacts::exportGIFFrames(url, folder_ / directory), CompressionError);
-}
-
-// --- Scores ------------------------------------------------------------------------------------------------
-
-TEST(QualityAssessment, ReadsOneFiniteNumber) {
-  for (const auto& [output, score] :
-       {std::pair("  85.123\n", 85.123), {"-3.5", -3.5}, {"100", 100}, {"\t7e1\r\n", 70}})
-    EXPECT_EQ(QualityAssessment::parsedScore(output), score);
-  for (const char* bad : {"", " \n", "nan", "inf", "-inf", "score 3", "3 4", "3,5", "0x10", "1e999"})
-    EXPECT_THROW(QualityAssessment::parsedScore(bad), CompressionError) << bad;
-}
-
-TEST(QualityAssessment, MeasuresLargeImagesByTwoViews) {
-  const TemporaryFolder folder;
-  // Stands in for the metric: keeps what it was shown, and scores by the kind of view.
-  test::writeScript(folder, "tools/ssimulacra2",
-                    "cp \"$1\" \"$2\" " + (folder / "shown").path() + R"(; case "$1 $2" in
-                       *overview-0.png*overview-1.png) echo 84.0;;
-                       *detail-0.png*detail-1.png) echo 71.25;;
-                       *a.png*b.png) echo 90;;
-                     esac)");
-  const Raster raster = test::photoRaster(2100, 790);
-  const URL original = folder / "a.png", candidate = folder / "work/b.png";
-  for (const char* name : {"work", "shown"}) files::createDirectory(folder / name);
-  for (const URL& url : {original, candidate}) test::writePNGFile(url, raster);
-  // What the facts say decides, and here they say a little more than the file.
-  const auto score = [&](std::int64_t width) {
-    ImageFacts said = facts(ImageKind::png, "sRGB");
-    said.width = width;
-    said.height = 2000;
-    return QualityAssessment::score(original, candidate, said, ToolRunner(folder / "tools"));
-  };
-  EXPECT_EQ(score(4000), 90);
-  EXPECT_EQ(score(4001), 71.25);
-  const auto overview = ImageSource::open(folder / "shown/overview-0.png")->properties(0);
-  EXPECT_EQ(std::pair(overview.width, overview.height), std::pair(std::int64_t{2048}, std::int64_t{770}));
-  const auto detail = test::decoded(folder / "shown/detail-1.png");
-  EXPECT_EQ(detail.size(), 768U * 768 * 4);
-  const Pixel& corner = raster.at((2100 - 768) / 2, (790 - 768) / 2);
-  EXPECT_TRUE(std::equal(corner.begin(), corner.end(), detail.begin()));
-
-  folder.write("work/b.png", "no image");
-  EXPECT_THROW(score(4001), CompressionError);
-  EXPECT_EQ(files::contentsOfDirectory(folder / "work").size(), 1U) << "no scratch directory stays";
 }
 
 }  // namespace

@@ -95,8 +95,10 @@ TEST(Replacement, LosesNothingThatHappensMeanwhile) {
                                         .destination = c.beside ? std::optional(s.png) : std::nullopt});
     if (c.moment == prepared) c.happens(s);
     if (!transaction.swap()) return;
-    transaction.verify([&](const URL&) {
-      if (c.moment != prepared) c.happens(s);
+    if (c.moment == swapped) c.happens(s);
+    // What was judged before is not inspected again, as long as it stands there.
+    transaction.verify(c.moment == inspected ? "" : transaction.record().replacementHash, [&](const URL&) {
+      if (c.moment == inspected) c.happens(s);
       if (c.moment == swapped) throw CompressionError::validationFailed();  // as any inspection would
     });
     transaction.commit();

@@ -1,0 +1,48 @@
+#include "CompressionKit/engine/FormatPolicy.h"
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/engine/EncoderPlans.h"
+#include "CompressionKit/image/ImageFacts.h"
+
+namespace tidewell {
+namespace {
+
+constexpr FormatPolicy jpegPolicy{
+    .plan = runJPEGPlan,
+    .threshold = &CompressionEngine::Thresholds::quality,
+    .judgesLargerOutputs = true,
+};
+
+constexpr FormatPolicy pngPolicy{
+    .plan = runPNGPlan,
+    .threshold = &CompressionEngine::Thresholds::pngQuality,
+    .mayBeConvertedToSRGB = true,
+    .samePixels = ImageFacts::samplesEqual,  // at the depth of the files, which is more than what is shown
+    .alphaSurvives = ImageFacts::quantizedAlphaWithin,
+};
+
+constexpr FormatPolicy gifPolicy{
+    .plan = runGIFPlan,
+    .threshold = &CompressionEngine::Thresholds::gifQuality,
+    .isScoredByFrame = true,
+    .saysItsColors = false,
+    .samePixels = ImageFacts::gifFramesEqual,
+};
+
+}  // namespace
+
+const FormatPolicy& formatPolicy(ImageKind kind) {
+  switch (ImageKind::Value(kind)) {
+    case ImageKind::jpeg:
+      return jpegPolicy;
+    case ImageKind::png:
+      return pngPolicy;
+    case ImageKind::gif:
+      return gifPolicy;
+    case ImageKind::heic:
+      break;  // converted, and its PNG recompressed
+  }
+  throw CompressionError::formatMismatch();
+}
+
+}  // namespace tidewell

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "CompressionKit/engine/CompressionEngine.h"
+#include "CompressionKit/image/ImageKind.h"
+#include "CompressionKit/platform/Stop.h"
+#include "CompressionKit/platform/URL.h"
+
+namespace tidewell {
+
+struct CompressionRun;
+
+/// All that the engine treats differently by the kind of an image. What the files of a kind look like is the
+/// matter of `ImageKind` and of `codecs/`.
+struct FormatPolicy {
+  using Comparison = bool (*)(const URL& original, const URL& candidate, const StopToken& stop);
+
+  void (*plan)(CompressionRun& run);
+  /// The lowest score of a lossy output; nothing overrides it for a kind that is scored frame by frame.
+  double CompressionEngine::Thresholds::*threshold;
+  /// The plan itself compares sizes: an output that is not smaller tells it where to search.
+  bool judgesLargerOutputs = false;
+  bool isScoredByFrame = false;
+  bool saysItsColors = true;          ///< files of this kind carry profiles
+  bool mayBeConvertedToSRGB = false;  ///< by a lossy step
+  /// Proves a lossless output; none where no step is lossless, and then none may be.
+  Comparison samePixels = nullptr;
+  /// Judges the alpha of a lossy output, which the score does not; none for kinds without.
+  Comparison alphaSurvives = nullptr;
+};
+
+/// A kind without a row does not compile. Throws for a kind that is never recompressed in place.
+const FormatPolicy& formatPolicy(ImageKind kind);
+
+}  // namespace tidewell
