@@ -21,9 +21,7 @@ struct Control {
   double delay = 0;  ///< seconds
 };
 
-struct Rectangle {
-  std::int64_t left = 0, top = 0, width = 0, height = 0;
-};
+using Area = GIFAnimation::Area;
 
 /// Of the canvas, over all frames: each is looked at as a whole.
 constexpr std::int64_t maximumPixels = std::int64_t{1} << 36;
@@ -153,9 +151,15 @@ class Composer {
 
   std::size_t nextIndex() const { return nextIndex_; }
   const std::vector<std::uint8_t>& canvas() const { return canvas_; }
+  /// By the last frame: what it cleared of the one before, and what it drew.
+  std::array<Area, 2> changed() const {
+    if (nextIndex_ == 1) return {Area{.width = width_, .height = height_}, Area{}};
+    return {disposed_, area_};
+  }
 
   void drawNext() {
     blocks_.throwIfStopped();
+    disposed_ = disposal_ == Disposal::keep ? Area{} : area_;
     dispose();
     if (!blocks_.nextFrame() || !blocks_.isComplete()) throw ImageDecodeError("frame cut off");
     const GifImageDesc& frame = blocks_.gif().Image;
@@ -171,10 +175,10 @@ class Composer {
   }
 
  private:
-  Rectangle clipped(Rectangle area) const {
+  Area clipped(Area area) const {
     area.width = std::max<std::int64_t>(0, std::min(area.width, width_ - area.left));
     area.height = std::max<std::int64_t>(0, std::min(area.height, height_ - area.top));
-    return area;
+    return area.width > 0 && area.height > 0 ? area : Area{};
   }
 
   /// Calls `use` with each row of the last frame's area on the canvas.
@@ -205,14 +209,15 @@ class Composer {
     disposal_ = Disposal::keep;
   }
 
-  /// Four bytes for each pixel value: opaque colours, and zeros for what must not be drawn.
+  /// The bytes of each pixel value: opaque colours, and zeros for what must not be drawn.
   void fillColors(const ColorMapObject* map) {
     colors_.fill({});
     for (int i = 0; map && i < map->ColorCount; ++i) {
       const GifColorType& color = map->Colors[i];
-      colors_[static_cast<std::size_t>(i)] = {color.Red, color.Green, color.Blue, 255};
+      const std::uint8_t bytes[] = {color.Red, color.Green, color.Blue, 255};
+      std::memcpy(&colors_[static_cast<std::size_t>(i)], bytes, 4);
     }
-    if (const auto index = blocks_.control().transparentIndex) colors_[static_cast<std::size_t>(*index)] = {};
+    if (const auto index = blocks_.control().transparentIndex) colors_[static_cast<std::size_t>(*index)] = 0;
   }
 
   void draw(const GifImageDesc& frame) {
@@ -240,8 +245,11 @@ class Composer {
     if (y >= area_.height || area_.width == 0) return;
     std::uint8_t* to = canvas_.data() + ((area_.top + y) * width_ + area_.left) * 4;
     for (std::int64_t x = 0; x < area_.width; ++x, to += 4) {
-      const auto& color = colors_[line_[static_cast<std::size_t>(x)]];
-      if (color[3] != 0) std::memcpy(to, color.data(), 4);
+      const std::uint32_t color = colors_[line_[static_cast<std::size_t>(x)]];
+      std::uint32_t shown = 0;
+      std::memcpy(&shown, to, 4);
+      shown = color != 0 ? color : shown;  // which of them is noise in many a frame: no branch
+      std::memcpy(to, &shown, 4);
     }
   }
 
@@ -249,8 +257,8 @@ class Composer {
   std::int64_t width_, height_;
   std::vector<std::uint8_t> canvas_, saved_;
   std::vector<GifPixelType> line_;
-  std::array<std::array<std::uint8_t, 4>, 256> colors_{};
-  Rectangle area_;
+  std::array<std::uint32_t, 256> colors_{};
+  Area area_, disposed_;
   Disposal disposal_ = Disposal::keep;
   std::size_t nextIndex_ = 0;
 };
@@ -279,7 +287,7 @@ class CanvasReader final : public RowReader {
   std::int64_t width_, height_, next_ = 0;
 };
 
-class GIFSource final : public ImageSource {
+class GIFSource final : public GIFAnimation {
  public:
   GIFSource(const ImageInput& input, StopToken stop) : stop_(std::move(stop)), file_(input.stream()) {
     BlockReader blocks({file_.get(), stop_});
@@ -317,6 +325,16 @@ class GIFSource final : public ImageSource {
   }
 
   std::unique_ptr<RowReader> rows(std::size_t index, std::int64_t) override {
+    return std::make_unique<CanvasReader>(composed(index).canvas(), stop_, width_, height_);
+  }
+
+  Canvas canvas(std::size_t index) override {
+    const Composer& frame = composed(index);
+    return {.width = width_, .height = height_, .pixels = frame.canvas(), .changed = frame.changed()};
+  }
+
+ private:
+  const Composer& composed(std::size_t index) {
     stop_.throwIfStopped();
     if (index >= delays_.size()) throw ImageDecodeError("no such frame");
     // The canvas, and the part of it that "restore to previous" keeps.
@@ -332,10 +350,9 @@ class GIFSource final : public ImageSource {
       stop_.throwIfStopped();
       throw;
     }
-    return std::make_unique<CanvasReader>(composer_->canvas(), stop_, width_, height_);
+    return *composer_;
   }
 
- private:
   void takeFirstFrame(const GifImageDesc& frame) {
     // A file without a screen size shows as large as its first frame.
     if (width_ == 0) width_ = frame.Left + frame.Width;
@@ -360,6 +377,10 @@ bool looksLikeGIF(std::string_view head) {
 }
 
 std::unique_ptr<ImageSource> openGIF(const ImageInput& input, const StopToken& stop) {
+  return std::make_unique<GIFSource>(input, stop);
+}
+
+std::unique_ptr<GIFAnimation> openAnimation(const ImageInput& input, const StopToken& stop) {
   return std::make_unique<GIFSource>(input, stop);
 }
 

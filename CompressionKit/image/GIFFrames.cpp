@@ -1,15 +1,16 @@
+#include "CompressionKit/image/GIFFrames.h"
+
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/codecs/PNGWriter.h"
 #include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/ImageFacts.h"
@@ -19,109 +20,167 @@
 namespace tidewell {
 namespace {
 
-/// The pixels of a frame as indexes into its own colours. Such a file is a quarter of the size, and one
-/// without alpha costs the metric half the time.
-class IndexedFrame {
+using Area = GIFAnimation::Area;
+using Canvas = GIFAnimation::Canvas;
+
+std::size_t offsetOf(const Canvas& canvas, std::int64_t x, std::int64_t y) {
+  return static_cast<std::size_t>(y * canvas.width + x);
+}
+
+/// Frames are written as they are while all of them together take no more than this.
+constexpr std::int64_t maximumStoredBytes = std::int64_t{256} << 20;
+
+}  // namespace
+
+/// The pixels of a frame as indexes into a few colours. Such a file is a quarter of the size, and one without
+/// alpha costs the metric half the time. Indexes and colours stay from frame to frame, so that only what has
+/// changed is looked at.
+class GIFFrames::Indexes {
  public:
-  /// Takes all rows of a frame; false when it has more colours than a palette holds, as a frame that shows
-  /// pixels of several others may.
-  bool take(RowReader& rows) {
-    colors_.clear();
-    slots_.fill(Slot{});
-    row_.resize(static_cast<std::size_t>(rows.width()) * 4);
-    indexes_.resize(static_cast<std::size_t>(rows.width() * rows.height()));
-    std::uint8_t* to = indexes_.data();
-    for (std::int64_t y = 0; y < rows.height(); ++y) {
-      rows.read(row_);
-      std::uint32_t last = 0;
-      std::optional<std::uint8_t> index;
-      for (std::size_t i = 0; i < row_.size(); i += 4) {
-        std::uint32_t color = 0;
-        std::memcpy(&color, row_.data() + i, 4);
-        if (!index || color != last) index = indexOf(color);
-        if (!index) return false;
-        last = color;
-        *to++ = *index;
-      }
+  /// Takes frame `number`; false when it has more colours than a palette holds, as a frame that shows pixels
+  /// of several others may.
+  bool take(const Canvas& canvas, std::size_t number) {
+    const bool follows = taken_ && *taken_ + 1 == number;
+    taken_.reset();
+    if (!follows ||
+        !std::ranges::all_of(canvas.changed, [&](const Area& a) { return takeArea(canvas, a); })) {
+      // Once more without the colours of the frames before.
+      colors_.clear();
+      clear_.reset();
+      slots_.assign(slotCount, Slot{});
+      indexes_.resize(canvas.pixels.size() / 4);
+      if (!takeArea(canvas, {.width = canvas.width, .height = canvas.height})) return false;
     }
+    taken_ = number;
     return true;
   }
 
-  const std::vector<std::array<std::uint8_t, 4>>& colors() const { return colors_; }
+  /// Has alpha only where the frame shows it.
+  std::vector<std::array<std::uint8_t, 4>> palette() const {
+    auto palette = colors_;
+    if (clear_ && !std::memchr(indexes_.data(), *clear_, indexes_.size())) palette[*clear_][3] = 255;
+    return palette;
+  }
   std::span<const std::uint8_t> row(std::int64_t y, std::int64_t width) const {
     return std::span(indexes_).subspan(static_cast<std::size_t>(y * width), static_cast<std::size_t>(width));
   }
 
  private:
   static constexpr std::size_t maximumColors = 256;
+  static constexpr int slotBits = 14;  // so many that hardly any two colours meet
+  static constexpr std::size_t slotCount = std::size_t{1} << slotBits;
+  /// No pixel: it would be clear, yet coloured.
+  static constexpr std::uint32_t noColor = std::endian::native == std::endian::little ? 1 : 1U << 31;
   struct Slot {
-    std::uint32_t color = 0;
-    bool used = false;
+    std::uint32_t color = noColor;
     std::uint8_t index = 0;
   };
 
-  std::optional<std::uint8_t> indexOf(std::uint32_t color) {
-    std::size_t at = color * 0x9E3779B1U >> 22;
-    while (slots_[at].used && slots_[at].color != color) at = (at + 1) % slots_.size();
-    if (!slots_[at].used) {
-      if (colors_.size() == maximumColors) return std::nullopt;
-      slots_[at] = {.color = color, .used = true, .index = static_cast<std::uint8_t>(colors_.size())};
-      std::memcpy(colors_.emplace_back().data(), &color, 4);  // a GIF's pixels are opaque or nothing
+  bool takeArea(const Canvas& canvas, const Area& area) {
+    for (std::int64_t y = area.top; y < area.top + area.height; ++y) {
+      const std::size_t at = offsetOf(canvas, area.left, y);
+      const std::uint8_t* from = canvas.pixels.data() + at * 4;
+      std::uint8_t* to = indexes_.data() + at;
+      for (std::int64_t x = 0; x < area.width; ++x, from += 4, ++to) {
+        std::uint32_t color = 0;
+        std::memcpy(&color, from, 4);
+        const Slot* slot = &slots_[color * 0x9E3779B1U >> (32 - slotBits)];
+        if (slot->color != color && !(slot = slotOf(color))) return false;
+        *to = slot->index;
+      }
     }
-    return slots_[at].index;
+    return true;
   }
 
+  /// Null when there are too many colours.
+  const Slot* slotOf(std::uint32_t color) {
+    std::size_t at = color * 0x9E3779B1U >> (32 - slotBits);
+    while (slots_[at].color != noColor && slots_[at].color != color) at = (at + 1) % slotCount;
+    if (slots_[at].color == noColor) {
+      if (colors_.size() == maximumColors) return nullptr;
+      const auto index = static_cast<std::uint8_t>(colors_.size());
+      slots_[at] = {.color = color, .index = index};
+      std::memcpy(colors_.emplace_back().data(), &color, 4);  // a GIF's pixels are opaque or nothing
+      if (color == 0) clear_ = index;
+    }
+    return &slots_[at];
+  }
+
+  std::optional<std::size_t> taken_;  ///< the frame that the indexes show
   std::vector<std::array<std::uint8_t, 4>> colors_;
-  std::array<Slot, 1024> slots_;
-  std::vector<std::uint8_t> row_, indexes_;
+  std::optional<std::uint8_t> clear_;  ///< the colour that is nothing
+  std::vector<Slot> slots_;
+  std::vector<std::uint8_t> indexes_;
 };
 
-/// Frames are written as they are while all of them together take no more than this.
-constexpr std::int64_t maximumStoredBytes = std::int64_t{256} << 20;
+GIFFrames::GIFFrames(const URL& gif, const StopToken& stop)
+    : stop_(stop),
+      source_(decoding([&] { return openAnimation(ImageInput(gif), stop); })),
+      count_(source_->count()),
+      indexes_(std::make_unique<Indexes>()) {}
 
-void exportFrame(ImageSource& gif, std::size_t index, const URL& url, IndexedFrame& frame,
-                 const StopToken& stop) {
-  auto rows = gif.rows(index);
+GIFFrames::~GIFFrames() = default;
+
+void GIFFrames::next() {
+  canvas_ = decoding([this] { return source_->canvas(next_); });
+  ++next_;
+}
+
+void GIFFrames::write(const URL& url) {
   PNGWriter::Options options{
-      .width = rows->width(), .height = rows->height(), .hasAlpha = true, .bitsPerSample = 8, .color = {}};
-  const bool indexed = frame.take(*rows);
+      .width = canvas_.width, .height = canvas_.height, .hasAlpha = true, .bitsPerSample = 8, .color = {}};
+  const bool indexed = indexes_->take(canvas_, next_ - 1);
   if (indexed) {
-    options.palette = frame.colors();
-    options.stored = options.width * options.height <=
-                     maximumStoredBytes / static_cast<std::int64_t>(std::max<std::size_t>(gif.count(), 1));
+    options.palette = indexes_->palette();
+    options.stored = options.width * options.height <= maximumStoredBytes / static_cast<std::int64_t>(count_);
   }
-  std::unique_ptr<PNGWriter> writer;
+  std::optional<PNGWriter> writer;
   try {
-    writer = std::make_unique<PNGWriter>(url, options);
+    writer.emplace(url, options);
   } catch (const FileError&) {
     throw CompressionError::fileOperation("无法创建动图验证帧");
   }
-  if (indexed) {
+  decoding([&] {
     for (std::int64_t y = 0; y < options.height; ++y) {
-      stop.throwIfStopped();
-      writer->writeStraightRow(frame.row(y, options.width));
+      stop_.throwIfStopped();
+      writer->writeStraightRow(indexed ? indexes_->row(y, options.width)
+                                       : canvas_.pixels.subspan(offsetOf(canvas_, 0, y) * 4,
+                                                                static_cast<std::size_t>(options.width) * 4));
     }
-  } else {
-    rows = gif.rows(index);
-    std::vector<std::uint8_t> row(static_cast<std::size_t>(options.width) * 4);
-    for (std::int64_t y = 0; y < options.height; ++y) {
-      rows->read(row);
-      writer->writeRow(row);
-    }
-  }
-  writer->finish();
+    writer->finish();
+  });
 }
 
-}  // namespace
+bool canvases::agreeInChanges(const Canvas& one, const Canvas& other, Compared compared) {
+  if (one.width != other.width || one.height != other.height) return false;
+  constexpr std::uint32_t alpha = std::endian::native == std::endian::little ? 0xFF000000U : 0xFFU;
+  const std::uint32_t mask = compared == Compared::alpha ? alpha : 0xFFFFFFFFU;
+  const auto agree = [&](const Area& area) {
+    for (std::int64_t y = area.top; y < area.top + area.height; ++y) {
+      const std::size_t at = offsetOf(one, area.left, y) * 4;
+      const std::uint8_t *a = one.pixels.data() + at, *b = other.pixels.data() + at;
+      std::uint32_t difference = 0;
+      for (std::int64_t x = 0; x < area.width; ++x) {
+        std::uint32_t first = 0, second = 0;
+        std::memcpy(&first, a + x * 4, 4);
+        std::memcpy(&second, b + x * 4, 4);
+        difference |= first ^ second;
+      }
+      if ((difference & mask) != 0) return false;
+    }
+    return true;
+  };
+  return std::ranges::all_of(one.changed, agree) && std::ranges::all_of(other.changed, agree);
+}
 
 std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& directory, const StopToken& stop) {
-  const auto source = decoding([&] { return ImageSource::open(gif, stop); });
+  GIFFrames animation(gif, stop);
   files::createDirectories(directory, 0777, files::Durability::cached);
   std::vector<URL> frames;
-  IndexedFrame frame;
-  for (std::size_t i = 0; i < source->count(); ++i) {
+  for (std::size_t i = 0; i < animation.count(); ++i) {
     frames.push_back(directory.appending("frame-" + std::to_string(i) + ".png"));
-    decoding([&] { exportFrame(*source, i, frames.back(), frame, stop); });
+    animation.next();
+    animation.write(frames.back());
   }
   return frames;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/image/GIFFrames.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Error.h"
 
@@ -164,13 +165,12 @@ bool ImageFacts::quantizedAlphaWithin(const URL& original, const URL& candidate,
 
 bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate, const StopToken& stop) {
   return holds([&] {
-    const auto first = ImageSource::open(original, stop);
-    const auto second = ImageSource::open(candidate, stop);
+    const auto first = openAnimation(ImageInput(original), stop);
+    const auto second = openAnimation(ImageInput(candidate), stop);
     if (first->count() != second->count()) return false;
     for (std::size_t i = 0; i < first->count(); ++i) {
-      const auto firstRows = first->rows(i);
-      const auto secondRows = second->rows(i);
-      if (!walkBands<std::uint8_t>(*firstRows, *secondRows, bytesEqual)) return false;
+      const auto one = first->canvas(i);
+      if (!canvases::agreeInChanges(one, second->canvas(i), canvases::Compared::pixels)) return false;
     }
     return true;
   });

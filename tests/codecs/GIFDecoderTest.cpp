@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "CompressionKit/codecs/GIFDecoder.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/Decoding.h"
 #include "support/TemporaryFolder.h"
@@ -48,6 +49,22 @@ TEST_F(GIFDecoder, ComposesFrames) {
   const auto source = ImageSource::open(gif);
   for (const std::size_t index : {0, 1, 2, 3, 4, 5, 4, 1, 1, 0, 5})  // forwards, then in any order
     EXPECT_EQ(canvas(*source, index), expected[index]) << index;
+  // Where a frame does not say that it changed something, it shows what the one before did.
+  const auto animation = openAnimation(ImageInput(gif), {});
+  std::string shown(6, '?');
+  for (std::size_t index = 0; index < animation->count(); ++index) {
+    const std::string whole = canvas(*animation, index);
+    for (const auto& area : animation->canvas(index).changed) {
+      for (auto y = area.top; y < area.top + area.height; ++y) {
+        const auto at = static_cast<std::size_t>(y * 3 + area.left),
+                   width = static_cast<std::size_t>(area.width);
+        shown.replace(at, width, whole, at, width);
+      }
+    }
+    EXPECT_EQ(shown, expected[index]) << index;
+  }
+  const auto areas = animation->canvas(4).changed;  // what frame 3 is taken back from, and a row of its own
+  EXPECT_EQ(areas[0].width * areas[0].height + areas[1].width * areas[1].height, 2 + 3);
 
   file = {.width = 1, .height = 11, .frames = {{.height = 11, .indexes = {}, .interlaced = true}}};
   for (int y = 0; y < 11; ++y) file.frames[0].indexes.push_back(static_cast<std::uint8_t>(y % 4));

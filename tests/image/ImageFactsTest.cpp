@@ -254,30 +254,53 @@ TEST_F(Comparison, ComparesAnimations) {
   EXPECT_TRUE(equal([](auto& frames) { frames[1].delay = 99; }));
   EXPECT_TRUE(equal([](auto& frames) { frames[0].disposal = 2; }));  // the next frame covers all
   EXPECT_FALSE(equal([](auto& frames) { frames[2].indexes = {3}; }));
+  // Frames that draw or clear a part only, in one of the two files or in both.
+  file.frames = {{.width = 4, .height = 4, .indexes = {0}},
+                 {.left = 1, .top = 1, .width = 2, .height = 2, .indexes = {1}, .disposal = 3},
+                 {.left = 3, .width = 1, .height = 1, .indexes = {2}}};
+  test::writeGIFFile(gif, file);
+  EXPECT_TRUE(equal([](auto& frames) {  // the same, drawn as a whole
+    frames[2] = {.width = 4, .height = 4, .indexes = {0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}};
+  }));
+  EXPECT_FALSE(equal([](auto& frames) { frames[1].disposal = 1; })) << "the candidate keeps what goes";
+  EXPECT_FALSE(equal([](auto& frames) { frames[1].disposal = 2; })) << "or clears it";
+  EXPECT_FALSE(equal([](auto& frames) { frames[2].left = 2; })) << "or draws elsewhere";
+  EXPECT_FALSE(equal([](auto& frames) { frames[1].width = 3; })) << "or more";
   EXPECT_FALSE(equal([](auto& frames) { frames.push_back(frames[2]); }));
 }
 
 TEST_F(Comparison, ExportsAnimations) {
-  // Frames of few colours, with and without alpha, and one of more than a palette holds.
+  // Frames of few colours, with and without alpha, and one of more than a palette holds; then fewer again, of
+  // which one is clear for a moment.
   const URL gif = folder_ / "a.gif";
   test::GIFFile file{.width = 256, .height = 2, .frames = {}};
   for (const int y : {0, 1, 0}) {
     test::GIFFrame frame{.top = y, .width = 256, .indexes = {}};
     for (int x = 0; x < 256; ++x) {
-      frame.indexes.push_back(static_cast<std::uint8_t>(x));
+      frame.indexes.push_back(static_cast<std::uint8_t>(x % 255));  // and nothing: as many as fit
       frame.palette.push_back({static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y), 0, 255});
     }
     file.frames.push_back(frame);
   }
-  file.frames.back().height = 2;
-  file.frames.back().indexes = {7};
+  test::GIFFrame& whole = file.frames.back();
+  whole.height = 2;
+  whole.indexes = {7};
+  test::GIFFrame part = whole;
+  part.left = part.width = 9;
+  part.disposal = 2;
+  part.indexes = {8};
+  file.frames.insert(file.frames.end(), {part, part, whole});
+  file.frames[4].left = 100;
   test::writeGIFFile(gif, file);
   const auto frames = ImageFacts::exportGIFFrames(gif, folder_ / "deep/frames");
-  ASSERT_EQ(frames.size(), 3U);
-  for (std::size_t i = 0; i < 3; ++i) {
+  const std::optional<bool> alphas[] = {true, {}, false, false, true, false};
+  ASSERT_EQ(frames.size(), std::size(alphas));
+  for (std::size_t i = 0; i < frames.size(); ++i) {
     EXPECT_EQ(frames[i], folder_ / ("deep/frames/frame-" + std::to_string(i) + ".png"));
     EXPECT_EQ(test::decoded(frames[i]), test::decoded(gif, i)) << i;
-    EXPECT_TRUE(i == 1 || ImageSource::open(frames[i])->properties(0).hasAlpha == (i == 0)) << i;
+    EXPECT_EQ(ImageSource::open(frames[i])->properties(0).hasAlpha, alphas[i].value_or(true)) << i;
+    const std::string ihdr = files::read(frames[i], 26);
+    EXPECT_EQ(ihdr[25], alphas[i] ? 3 : 6) << i << ": a palette";
   }
   const URL none = folder_.write("none.gif", files::read(gif).substr(0, 13 + 12) + ";");
   EXPECT_TRUE(ImageFacts::gifFramesEqual(none, none));
