@@ -20,7 +20,8 @@ int main(int, char** arguments) {
   if (!directory || !log) return 127;
   std::string name = arguments[0];
   name.erase(0, name.rfind('/') + 1);
-  const std::string tool = std::string(directory) + "/" + name;
+  // Our own decoder lies above the tools.
+  const std::string tool = std::string(directory) + (name == "heic-decoder" ? "/../" : "/") + name;
 
   const auto start = std::chrono::steady_clock::now();
   pid_t child = 0;
