@@ -56,6 +56,15 @@ UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice) {
   return replacement.record();
 }
 
+/// Nothing for a file that cannot be read, of which its inspection has more to say.
+std::optional<std::string> hashIfReadable(const URL& url) {
+  try {
+    return hash(url);
+  } catch (const FileError&) {
+    return std::nullopt;
+  }
+}
+
 std::optional<QualityAssessment::ViewFiles> writtenViews(const ImageFacts::Inspection& inspection,
                                                          const URL& directory) {
   if (!inspection.views) return std::nullopt;
@@ -100,12 +109,14 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   if (ImageKind::from(url) == ImageKind::heic) {
     heic.emplace(url, HEICDecoding::Purpose::convert, tools_.stopToken(), heicProgram_);
   }
+  // Before the inspection, so that the file, while it has this hash, is what was inspected.
+  std::optional<std::string> hashed = heic ? std::nullopt : hashIfReadable(url);
   const ImageFacts::Inspection inspection = heic ? ImageFacts::Inspection{.facts = heic->facts()}
                                                  : ImageFacts::inspectWithViews(url, tools_.stopToken());
   const ImageFacts& original = inspection.facts;
   trace.profile = original.profileName;
   const std::int64_t originalBytes = fileSize(url);
-  std::string originalHash = hash(url);
+  std::string originalHash = hashed ? *std::move(hashed) : hash(url);
 
   const WorkingDirectory working(url.deletingLastPathComponent());
 
