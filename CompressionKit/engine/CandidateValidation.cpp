@@ -27,11 +27,13 @@ class Validation {
       return std::nullopt;
     }
     if (isLossless() && !samePixels(run_.url)) return rejected("pixels_changed", bytes_);
-    if (!alphaSurvives(found.facts)) return rejected("alpha_mismatch", bytes_);
+    const auto* same = std::get_if<SamePixelsAs>(&proof_);
+    const bool isCopy = same && samePixels(same->candidate.url);  // its alpha has been judged, then
+    if (!isCopy && !alphaSurvives(found.facts)) return rejected("alpha_mismatch", bytes_);
 
     std::optional<double> score;
-    if (const auto* same = std::get_if<SamePixelsAs>(&proof_)) {
-      if (!samePixels(same->candidate.url)) return rejected("pixels_changed", bytes_);
+    if (same) {
+      if (!isCopy) return rejected("pixels_changed", bytes_);
       score = same->candidate.score;
     } else if (const auto* least = std::get_if<ScoreAtLeast>(&proof_)) {
       if (policy_.isScoredByFrame) {
