@@ -19,11 +19,11 @@
 #include <utility>
 #include <vector>
 
+#include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/queue/CompressionQueue.h"
-#include "TidewellBackground/BackgroundCompressor.h"
 
 namespace tidewell {
 namespace {

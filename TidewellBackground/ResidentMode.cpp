@@ -5,10 +5,10 @@
 #include <optional>
 #include <system_error>
 
+#include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/queue/CompressionQueue.h"
-#include "TidewellBackground/BackgroundCompressor.h"
 #include "TidewellBackground/resident/BackgroundApplication.h"
 #include "TidewellBackground/resident/BackgroundThreads.h"
 #include "TidewellBackground/resident/CommandToken.h"

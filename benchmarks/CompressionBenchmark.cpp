@@ -23,13 +23,12 @@
 #include <thread>
 #include <vector>
 
+#include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/engine/CompressionEngine.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/UUID.h"
 #include "CompressionKit/queue/CompressionQueue.h"
-#include "TidewellBackground/BackgroundCompressor.h"
-#include "TidewellBackground/ToolsDirectory.h"
 #include "benchmarks/SampleImages.h"
 
 namespace {
@@ -306,7 +305,7 @@ void reportRefusals(const URL& tools, const URL& scratch) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  URL tools = toolsDirectory();
+  URL tools = files::toolsDirectory();
   bool quick = false;
   Plan plan;
   std::vector<Sample> images;

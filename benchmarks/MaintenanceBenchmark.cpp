@@ -14,9 +14,9 @@
 #include <stdexcept>
 #include <string>
 
+#include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/UndoStore.h"
-#include "TidewellBackground/BackgroundCompressor.h"
 
 namespace {
 

@@ -111,6 +111,8 @@ URL configurationDirectory();
 URL executableDirectory();
 /// Where the programs lie that the service starts, in the build tree as in an installed one.
 URL programsDirectory();
+/// Where the command-line tools lie.
+URL toolsDirectory();
 
 /// Removes a directory tree at the end of a scope; failures are ignored.
 class TemporaryTree {

@@ -60,4 +60,8 @@ URL programsDirectory() {
   return executableDirectory().appending("../lib/tidewell").standardized();
 }
 
+URL toolsDirectory() {
+  return programsDirectory().appending("tools");
+}
+
 }  // namespace tidewell::files

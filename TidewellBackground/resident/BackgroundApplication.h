@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
+#include "CompressionKit/batch/BackgroundBatchResult.h"
 #include "CompressionKit/platform/URL.h"
-#include "TidewellBackground/BackgroundBatchResult.h"
 #include "TidewellBackground/resident/Platform.h"
 
 namespace tidewell {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/URL.h"
-#include "TidewellBackground/BackgroundCompressor.h"
 
 /// What the resident application asks of the desktop and of the machine. Small interfaces, so that its logic
 /// runs in tests with a virtual clock and without a bus. Everything here belongs to the main thread unless it

@@ -1,4 +1,4 @@
-#include "TidewellBackground/BackgroundBatchResult.h"
+#include "CompressionKit/batch/BackgroundBatchResult.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "TidewellBackground/BackgroundCompressor.h"
+#include "CompressionKit/batch/BackgroundCompressor.h"
 
 #include <gtest/gtest.h>
 

@@ -4,11 +4,11 @@
 #include <optional>
 #include <vector>
 
+#include "CompressionKit/batch/BackgroundBatchResult.h"
 #include "CompressionKit/engine/CompressionEngine.h"
 #include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/URL.h"
 #include "CompressionKit/queue/CompressionQueue.h"
-#include "TidewellBackground/BackgroundBatchResult.h"
 
 namespace tidewell {
 

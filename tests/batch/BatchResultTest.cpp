@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "TidewellBackground/BackgroundBatchResult.h"
+#include "CompressionKit/batch/BackgroundBatchResult.h"
 
 namespace tidewell {
 namespace {
