@@ -55,7 +55,9 @@ bool trySharedPalette(CompressionRun& run, const URL& sample, const std::string&
 void trySharedPalettes(CompressionRun& run) {
   std::optional<URL> sample;
   run.attempt([&] {
-    sample = GIFPalette::sample(gifReferenceFrames(run), run.workingDirectory, run.tools().stopToken());
+    const auto wanted = GIFPalette::sampledFrames(static_cast<std::size_t>(run.original.frameCount));
+    sample =
+        GIFPalette::sample(gifReferenceFrames(run, wanted), run.workingDirectory, run.tools().stopToken());
   });
   if (!sample) return;
   bool accepted = false;

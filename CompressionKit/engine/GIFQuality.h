@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <vector>
 
@@ -8,13 +9,15 @@
 
 namespace tidewell {
 
-/// The original's frames as PNG files in the working directory's "gif-reference", in frame order; exported
-/// once per run. Throws what `ImageFacts::exportGIFFrames` throws.
-std::vector<URL> gifReferenceFrames(const CompressionRun& run);
+/// The names of the original's frames as PNG files in the working directory's "gif-reference", in frame
+/// order. Those `wanted` exist afterwards; each is exported once per run. Throws `CompressionError`,
+/// `FileError`, `Interrupted`.
+std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector<std::size_t>& wanted);
 
 /// The worst perceptual score among the output's frames, at most 100. Nothing when the number of frames or
-/// any alpha value differs or a frame scores below the engine's threshold; the first such frame ends the
-/// scoring. Throws `CompressionError`, `FileError`, `Interrupted`.
+/// any alpha value differs or a frame scores below the engine's threshold. The first frame in their order
+/// that is such, or cannot be exported or measured, ends the scoring. Throws `CompressionError`, `FileError`,
+/// `Interrupted`.
 std::optional<double> gifQualityScore(const CompressionRun& run, const URL& output);
 
 }  // namespace tidewell

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <ranges>
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
@@ -40,11 +41,17 @@ Bitmap cell(const URL& url, std::int64_t width, std::int64_t height, const StopT
 
 }  // namespace
 
+std::vector<std::size_t> GIFPalette::sampledFrames(std::size_t count) {
+  std::vector<std::size_t> indexes(std::min(count, maximumCells));
+  for (std::size_t i = 1; i < indexes.size(); ++i) indexes[i] = i * (count - 1) / (indexes.size() - 1);
+  return indexes;
+}
+
 URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory, const StopToken& stop) {
   if (frames.empty()) throw CompressionError::invalidImage();
   return decoding([&] {
     const ImageProperties first = ImageSource::open(frames.front(), stop)->properties(0);
-    const std::size_t cells = std::min(frames.size(), maximumCells);
+    const std::vector<std::size_t> sampled = sampledFrames(frames.size());
     const double scale = std::min(
         static_cast<double>(maximumCellSide) / static_cast<double>(std::max(first.width, first.height)), 1.0);
     const auto reduced = [scale](std::int64_t side) {
@@ -54,13 +61,12 @@ URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory, con
 
     URL url = directory.appending("gif-colour-sample.png");
     PNGWriter writer(url, {.width = width,
-                           .height = height * static_cast<std::int64_t>(cells),
+                           .height = height * std::ssize(sampled),
                            .hasAlpha = true,
                            .bitsPerSample = 8,
                            .color = {}});
     // Cell 0 stands at the bottom, so the file's first rows are those of the last one.
-    for (std::size_t i = cells; i-- > 0;) {
-      const std::size_t index = cells == 1 ? 0 : i * (frames.size() - 1) / (cells - 1);
+    for (const std::size_t index : std::views::reverse(sampled)) {
       const Bitmap image = cell(frames[index], width, height, stop);
       for (std::int64_t y = 0; y < height; ++y) writer.writeRow(image.row(y));
     }

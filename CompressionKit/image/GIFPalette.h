@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <vector>
 
 #include "CompressionKit/platform/Stop.h"
@@ -8,8 +9,11 @@
 /// One palette for a whole animation: what a quantiser looks at, and what gifsicle reads.
 namespace tidewell::GIFPalette {
 
-/// Writes "gif-colour-sample.png" into `directory`: reduced copies of up to eight evenly spaced frames, one
-/// above the other (the first at the bottom). Each frame is a single-image file. Throws
+/// Which of so many frames are sampled: up to eight, evenly spaced, in ascending order.
+std::vector<std::size_t> sampledFrames(std::size_t count);
+
+/// Writes "gif-colour-sample.png" into `directory`: reduced copies of the sampled frames, one above the other
+/// (the first at the bottom). Each frame is a single-image file; the others need not exist. Throws
 /// `CompressionError::invalidImage`, `Interrupted`, and `FileError` when the disk is full.
 URL sample(const std::vector<URL>& frames, const URL& directory, const StopToken& stop = {});
 

@@ -1,5 +1,8 @@
+#include <unistd.h>
+
 #include <iterator>
 #include <sstream>
+#include <thread>
 
 #include "CompressionKit/diagnostics/CompressionTrace.h"
 #include "engine/EngineTest.h"
@@ -30,13 +33,14 @@ void writeImage(const URL& url, std::size_t bytes, Source source, const std::str
     test::writePNGFile(url, raster, {.alpha = look == "translucent", .gamma = gamma});
   }
   if (extension == "gif") {
-    test::writeGIFFile(url,
-                       {.width = 6,
-                        .height = 5,
-                        .frames = {{.width = 6, .height = 5, .indexes = {first}, .transparent = transparent},
-                                   {.width = 6, .height = 5, .indexes = {2}}}});
+    test::GIFFrame frame{.width = 6, .height = 5, .indexes = {first}, .transparent = transparent};
+    test::GIFFrame second{.width = 6, .height = 5, .indexes = {2}};
+    if (look == "later") frame.disposal = 2, second.transparent = 2;
+    test::writeGIFFile(url, {.width = 6, .height = 5, .frames = {frame, second}});
   }
   std::string data = files::read(url);
+  // The second frame's data begins with an impossible size of its codes.
+  if (look == "broken") data.at(data.rfind("\x2C\0\0\0\0\6\0\5\0"s) + 10) = 12;
   // The index of a multi-picture file, which says how many there are.
   if (source == Source::finePair) {
     data.insert(2, "\xFF\xE2\0\x1CMPF\0MM\0*\0\0\0\x08\0\x01\xB0\x01\0\x04\0\0\0\x01\0\0\0\x02"s);
@@ -129,6 +133,8 @@ class EncoderPlans : public testing::Test {
         accepted_ = output;
       } else if (verdict == "fails") {
         judged_.push_back(failed + "压缩组件运行失败)");
+      } else if (verdict == "undecodable") {
+        judged_.push_back(failed + "图片无法解码)");
       } else if (verdict == "metadata_mismatch") {
         judged_.push_back(label + " rejected metadata_mismatch (Untagged sRGB -> RGB gamma 1.8)");
         judged_.push_back(failed + "压缩结果的尺寸、方向、帧信息或色彩配置与原图不一致)");
@@ -266,6 +272,63 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
                         "gif-palette-255.png = unjudged, shared-255.gif 9500 ok",
                         "pngquant GIF 255 colors + Gifsicle lossy4"};
   EXPECT_EQ(compress("a.gif", shared, tools), 65) << "the worst frame counts";
+}
+
+TEST_F(EncoderPlans, JudgeAGIFByTheFirstFrameAtFault) {
+  const struct {
+    const char* what;
+    double firstScore, secondScore;
+    const char* output;
+    const char* verdict;
+    int measured;
+  } cases[] = {
+      {"a low score before a frame that is broken", 64, 90, "broken", "gif_frame_quality_or_alpha", 1},
+      {"a broken frame after a good score", 65, 64, "broken", "undecodable", 1},
+      {"a low score before other alpha", 64, 90, "later", "gif_frame_quality_or_alpha", 1},
+      {"other alpha before a low score", 65, 64, "later", "gif_frame_quality_or_alpha", 1},
+      {"other alpha at first", 65, 65, "translucent", "gif_frame_quality_or_alpha", 0},
+      {"a low score at last", 65, 64, "", "gif_frame_quality_or_alpha", 2}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const FakeTools tools;
+    tools.score("frame-0.png", c.firstScore);
+    tools.score("frame-1.png", c.secondScore);
+    const std::string output = *c.output ? ":"s + c.output : "";
+    compress(
+        "a.gif",
+        {c.what,
+         "optimized.gif 12000 ok, lossy-12.gif 9000" + output + " " + c.verdict + ", lossy-4.gif - fails",
+         "Gifsicle -O2"},
+        tools);
+    const Strings runs = tools.runs();
+    EXPECT_EQ(std::ranges::count_if(runs, [](const auto& run) { return run.starts_with("ssimulacra2"); }),
+              c.measured);
+  }
+}
+
+TEST_F(EncoderPlans, StopWhileAGIFIsScored) {
+  const test::TemporaryFolder folder;
+  const URL gif = folder / "photos/a.gif";
+  files::createDirectory(gif.deletingLastPathComponent());
+  writeImage(gif, originalBytes, Source::usual);
+  const std::string before = files::read(gif);
+  const FakeTools tools;
+  prepare("optimized.gif 12000 ok, lossy-12.gif 9000 ok", tools);
+  const test::Signpost scoring(folder / "scoring");
+  test::writeScript(folder, "metric", "echo here > '" + scoring.path() + "'; exec sleep 60");
+  files::removeItem(tools.directory().appending("ssimulacra2"));
+  ASSERT_EQ(
+      symlink((folder / "metric").path().c_str(), tools.directory().appending("ssimulacra2").path().c_str()),
+      0);
+  StopSource stop;
+  const CompressionEngine engine(ToolRunner(tools.directory(), stop.token()), UndoStore(folder / "Undo"), {});
+  std::jthread stopper([&] {
+    EXPECT_EQ(scoring.wait(), "here");
+    stop.requestStop();
+  });
+  EXPECT_THROW(engine.compress(gif, UUID::random()), Interrupted);
+  EXPECT_EQ(files::read(gif), before);
+  EXPECT_EQ(files::namesInDirectory(gif.deletingLastPathComponent()).size(), 1U) << "no frames are left";
 }
 
 }  // namespace

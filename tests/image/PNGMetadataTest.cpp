@@ -124,6 +124,8 @@ TEST(GIFPalette, SamplesEvenlySpacedFrames) {
   for (const auto& c : cases) {
     std::vector<URL> frames;
     for (int i = 0; i < c.frames; ++i) frames.push_back(frame(i, c.width, c.height));
+    EXPECT_EQ(GIFPalette::sampledFrames(frames.size()),
+              std::vector<std::size_t>(c.sampled.begin(), c.sampled.end()));
     const URL sample = GIFPalette::sample(frames, folder.url());
     EXPECT_EQ(sample, folder / "gif-colour-sample.png");
     const auto pixels = test::decoded(sample);
