@@ -36,14 +36,16 @@ class FramePairs {
   FramePairs(const FramePairs&) = delete;
   FramePairs& operator=(const FramePairs&) = delete;
   ~FramePairs() {
-    const std::lock_guard lock(mutex_);
-    ended_ = true;
-    changed_.notify_all();
+    {
+      const std::lock_guard lock(mutex_);
+      ended_ = true;
+      changed_.notify_all();
+    }
+    thread_.join();
   }
 
   /// Waits until both files of frame `index` are written; false when their alpha differs. Throws what its
-  /// export threw. Those before count as scored: their
-  /// files are used for later frames.
+  /// export threw. Those before count as scored: their files are used for later frames.
   bool await(std::size_t index) {
     std::unique_lock lock(mutex_);
     scored_ = index;
@@ -107,7 +109,7 @@ class FramePairs {
   bool failed_ = false;      ///< frame `written_` never will: for `error_`, or else for its alpha
   bool ended_ = false;       ///< nobody waits for more
   std::exception_ptr error_;
-  std::jthread thread_;  ///< the last member: all others are there while it runs
+  std::thread thread_;  ///< the last member: all others are there while it runs
 };
 
 }  // namespace
