@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/diagnostics/CompressionTrace.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/FormatPolicy.h"
@@ -56,11 +57,16 @@ UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice) {
   return replacement.record();
 }
 
-/// Nothing for a file that cannot be read, of which its inspection has more to say.
-std::optional<std::string> hashIfReadable(const URL& url) {
+/// The file's hash, if it is an image of its kind by its first bytes. Anything else, a film perhaps, is not
+/// worth reading whole: its inspection refuses it.
+std::optional<std::string> hashOfImage(const URL& url, const StopToken& stop) {
   try {
+    const auto kind = ImageKind::from(url);
+    if (!kind || !kind->accepts(ImageSource::open(url, stop)->container())) return std::nullopt;
     return hash(url);
   } catch (const FileError&) {
+    return std::nullopt;
+  } catch (const ImageDecodeError&) {
     return std::nullopt;
   }
 }
@@ -110,7 +116,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
     heic.emplace(url, HEICDecoding::Purpose::convert, tools_.stopToken(), heicProgram_);
   }
   // Before the inspection, so that the file, while it has this hash, is what was inspected.
-  std::optional<std::string> hashed = heic ? std::nullopt : hashIfReadable(url);
+  std::optional<std::string> hashed = heic ? std::nullopt : hashOfImage(url, tools_.stopToken());
   const ImageFacts::Inspection inspection = heic ? ImageFacts::Inspection{.facts = heic->facts()}
                                                  : ImageFacts::inspectWithViews(url, tools_.stopToken());
   const ImageFacts& original = inspection.facts;
