@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <ranges>
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
@@ -66,8 +65,8 @@ URL GIFPalette::sample(const std::vector<URL>& frames, const URL& directory, con
                            .bitsPerSample = 8,
                            .color = {}});
     // Cell 0 stands at the bottom, so the file's first rows are those of the last one.
-    for (const std::size_t index : std::views::reverse(sampled)) {
-      const Bitmap image = cell(frames[index], width, height, stop);
+    for (auto index = sampled.rbegin(); index != sampled.rend(); ++index) {
+      const Bitmap image = cell(frames[*index], width, height, stop);
       for (std::int64_t y = 0; y < height; ++y) writer.writeRow(image.row(y));
     }
     writer.finish();
