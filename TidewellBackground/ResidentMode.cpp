@@ -52,11 +52,11 @@ int runResidentMode(const URL& tools) {
   application.emplace(
       CompressorOperations{.compress = [&](const auto& urls) { return compressor.compress(urls); },
                            .maintainBackups = [&] { return compressor.maintainBackups(); }},
-      Platform{.mainQueue = loop,
-               .workers = threads,
-               .statusBar = statusArea,
-               .notifications = *session,
-               .tokens = tokens});
+      Desktop{.mainQueue = loop,
+              .workers = threads,
+              .statusBar = statusArea,
+              .notifications = *session,
+              .tokens = tokens});
   const WakeObserver wake(loop, [&] { application->workspaceDidWake(); });
   application->applicationDidFinishLaunching();
 

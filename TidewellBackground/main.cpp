@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "TidewellBackground/CommandMode.h"
 #include "TidewellBackground/ResidentMode.h"
 
@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
   std::signal(SIGXFSZ, SIG_IGN);
   try {
     const std::span<const char* const> arguments(argv, static_cast<std::size_t>(argc));
-    const tidewell::URL tools = tidewell::files::toolsDirectory();
+    const tidewell::URL tools = tidewell::locations::toolsDirectory();
     if (argc >= 2 && std::string_view(argv[1]) == "--compress") {
       return tidewell::runCommandMode(arguments.subspan(2), tools);
     }

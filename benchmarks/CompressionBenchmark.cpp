@@ -27,6 +27,7 @@
 #include "CompressionKit/engine/CompressionEngine.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/UUID.h"
 #include "CompressionKit/queue/CompressionQueue.h"
 #include "benchmarks/SampleImages.h"
@@ -178,7 +179,7 @@ std::vector<Sample> makeSamples(const URL& folder, bool quick) {
 URL makeShims(const URL& scratch) {
   URL directory = scratch.appending("shims");
   files::createDirectory(directory);
-  const URL shim = files::executableDirectory().appending("tool_shim");
+  const URL shim = locations::executableDirectory().appending("tool_shim");
   for (const char* tool : {"cjpegli", "ssimulacra2", "pngquant", "oxipng", "gifsicle", heicDecoder}) {
     if (symlink(shim.path().c_str(), directory.appending(tool).path().c_str()) != 0) std::abort();
   }
@@ -305,7 +306,7 @@ void reportRefusals(const URL& tools, const URL& scratch) {
 }  // namespace
 
 int main(int count, char** arguments) {
-  URL tools = files::toolsDirectory();
+  URL tools = locations::toolsDirectory();
   bool quick = false;
   Plan plan;
   std::vector<Sample> images;
@@ -326,7 +327,7 @@ int main(int count, char** arguments) {
       images.push_back({url.lastPathComponent(), url});
     }
   }
-  std::string pattern = files::temporaryDirectory().appending("tidewell-benchmark-XXXXXX").path();
+  std::string pattern = locations::temporaryDirectory().appending("tidewell-benchmark-XXXXXX").path();
   if (!mkdtemp(pattern.data())) return 1;
   const files::TemporaryTree scratch(URL::file(pattern));
   if (images.empty()) {

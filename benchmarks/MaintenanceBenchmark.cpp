@@ -16,6 +16,7 @@
 
 #include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/undo/UndoStore.h"
 
 namespace {
@@ -37,7 +38,7 @@ class OldStore {
 
  private:
   static URL make() {
-    std::string pattern = files::temporaryDirectory().appending("tidewell-benchmark-XXXXXX").path();
+    std::string pattern = locations::temporaryDirectory().appending("tidewell-benchmark-XXXXXX").path();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp");
     return URL::file(pattern);
   }

@@ -14,6 +14,7 @@
 #include "CompressionKit/image/HEICAnswer.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Process.h"
 #include "CompressionKit/tools/ToolRunner.h"
 
@@ -61,7 +62,7 @@ Descriptor answerFile() {
 /// Beside the HEIC file, for there the PNG is to stay; a directory that we may not write to, or a file system
 /// without such files, sends it to the temporary files, and in the end to memory.
 Descriptor unnamedFile(const URL& beside) {
-  for (const URL& directory : {beside.deletingLastPathComponent(), files::temporaryDirectory()}) {
+  for (const URL& directory : {beside.deletingLastPathComponent(), locations::temporaryDirectory()}) {
     Descriptor file(open(directory.path().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
     if (file) return file;
   }

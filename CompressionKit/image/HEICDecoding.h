@@ -6,6 +6,7 @@
 #include "CompressionKit/codecs/ImageInput.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 
@@ -13,7 +14,7 @@ namespace tidewell {
 
 /// The program that decodes HEIC files, our own.
 struct HEICProgram {
-  URL url = files::programsDirectory().appending("heic-decoder");
+  URL url = locations::programsDirectory().appending("heic-decoder");
   double timeout = 180;  ///< seconds that one file may take
 };
 

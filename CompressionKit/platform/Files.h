@@ -98,22 +98,6 @@ void copyItem(const URL& from, const URL& to);
 /// A user's own attribute or access control list that cannot be carried over is an error.
 void copyAttributes(const URL& from, const URL& to);
 
-// --- Well-known places -----------------------------------------------------------------------------------
-
-/// $TMPDIR, or /tmp.
-URL temporaryDirectory();
-/// $XDG_DATA_HOME, or ~/.local/share. Relative values of the variable are ignored, as the base-directory
-/// rules ask.
-URL applicationSupportDirectory();
-/// $XDG_CONFIG_HOME, or ~/.config.
-URL configurationDirectory();
-/// The directory of the running program's real file.
-URL executableDirectory();
-/// Where the programs lie that the service starts, in the build tree as in an installed one.
-URL programsDirectory();
-/// Where the command-line tools lie.
-URL toolsDirectory();
-
 /// Removes a directory tree at the end of a scope; failures are ignored.
 class TemporaryTree {
  public:

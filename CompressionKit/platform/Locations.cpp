@@ -1,3 +1,5 @@
+#include "CompressionKit/platform/Locations.h"
+
 #include <pwd.h>
 #include <unistd.h>
 
@@ -7,9 +9,8 @@
 #include <vector>
 
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/Files.h"
 
-namespace tidewell::files {
+namespace tidewell::locations {
 namespace {
 
 /// An absolute path from the environment; empty when unset or relative.
@@ -49,6 +50,34 @@ URL configurationDirectory() {
   return baseDirectory("XDG_CONFIG_HOME", ".config");
 }
 
+URL undoStore() {
+  return applicationSupportDirectory().appending("Tidewell/Undo");
+}
+
+URL compressionDiagnostics(const URL& undoStore) {
+  return undoStore.standardized().deletingLastPathComponent().appending("CompressionDiagnostics");
+}
+
+URL compressionLocks() {
+  return applicationSupportDirectory().appending("Tidewell/CompressionLocks");
+}
+
+URL backgroundDirectory() {
+  return applicationSupportDirectory().appending("Tidewell/Background");
+}
+
+URL latestResult() {
+  return backgroundDirectory().appending("latest.json");
+}
+
+URL stateDirectory() {
+  return baseDirectory("XDG_STATE_HOME", ".local/state").appending("tidewell");
+}
+
+URL settingsFile() {
+  return configurationDirectory().appending("tidewell/tidewell.conf");
+}
+
 URL executableDirectory() {
   std::error_code error;
   const auto path = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -64,4 +93,8 @@ URL toolsDirectory() {
   return programsDirectory().appending("tools");
 }
 
-}  // namespace tidewell::files
+URL iconThemesDirectory() {
+  return executableDirectory().appending("../share/icons").standardized();
+}
+
+}  // namespace tidewell::locations

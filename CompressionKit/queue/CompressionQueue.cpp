@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Machine.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/queue/ExecutionPermit.h"
@@ -175,8 +175,7 @@ CompressionQueue& CompressionQueue::shared() {
 CompressionQueue::CompressionQueue(int maxConcurrentTasks, std::optional<URL> coordinationDirectory)
     : impl_(std::make_unique<Impl>(maxConcurrentTasks, coordinationDirectory
                                                            ? std::move(*coordinationDirectory)
-                                                           : files::applicationSupportDirectory().appending(
-                                                                 "Tidewell/CompressionLocks"))) {}
+                                                           : locations::compressionLocks())) {}
 
 CompressionQueue::~CompressionQueue() {
   stop();

@@ -9,6 +9,7 @@
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Process.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/platform/UUID.h"
@@ -50,7 +51,7 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
   if (!has(tool)) throw CompressionError::toolMissing(tool);
 
   // Declared in this order, the captures are closed before their directory goes.
-  const URL scratch = files::temporaryDirectory().appending("tidewell-tool-" + UUID::random().string());
+  const URL scratch = locations::temporaryDirectory().appending("tidewell-tool-" + UUID::random().string());
   files::createDirectory(scratch, 0700);
   const files::TemporaryTree removal(scratch);
   const URL outputURL = scratch.appending("stdout");

@@ -6,6 +6,7 @@
 
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 
 namespace tidewell {
 namespace {
@@ -17,8 +18,7 @@ bool isMissing(const FileError& error) {
 
 }  // namespace
 
-UndoStore::UndoStore(std::optional<URL> root)
-    : root_(root ? *std::move(root) : files::applicationSupportDirectory().appending("Tidewell/Undo")) {}
+UndoStore::UndoStore(std::optional<URL> root) : root_(root ? *std::move(root) : locations::undoStore()) {}
 
 URL UndoStore::backupURL(const UndoRecord& record) const {
   return root_.appending(record.sessionID.string()).appending(record.backupName);
@@ -29,7 +29,7 @@ URL UndoStore::recordURL(const UndoRecord& record) const {
 }
 
 URL UndoStore::diagnosticsDirectory() const {
-  return root_.standardized().deletingLastPathComponent().appending("CompressionDiagnostics");
+  return locations::compressionDiagnostics(root_);
 }
 
 std::vector<UndoRecord> UndoStore::readRecords() const {

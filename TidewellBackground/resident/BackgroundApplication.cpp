@@ -12,6 +12,7 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Leftovers.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/undo/UndoStore.h"
 #include "TidewellBackground/resident/ByteCount.h"
 #include "TidewellBackground/resident/CommandURL.h"
@@ -38,10 +39,10 @@ std::string endTitle(const BackgroundBatchResult& result) {
 
 void save(const BackgroundBatchResult& result, Date now) {
   try {
-    const URL directory = files::applicationSupportDirectory().appending("Tidewell/Background");
+    const URL directory = locations::backgroundDirectory();
     files::createDirectories(directory);
     files::removeTemporaries(directory, now.adding(-UndoStore::backupRetention));
-    files::writeAtomically(directory.appending("latest.json"), result.json());
+    files::writeAtomically(locations::latestResult(), result.json());
   } catch (const std::exception& error) {
     // "<3>" is the journal's prefix for errors.
     const std::string line = "<3>Tidewell 后台结果保存失败：" + localizedDescription(error) + "\n";
@@ -51,8 +52,8 @@ void save(const BackgroundBatchResult& result, Date now) {
 
 }  // namespace
 
-BackgroundApplication::BackgroundApplication(CompressorOperations compressor, Platform platform)
-    : compressor_(std::move(compressor)), platform_(platform) {}
+BackgroundApplication::BackgroundApplication(CompressorOperations compressor, Desktop desktop)
+    : compressor_(std::move(compressor)), desktop_(desktop) {}
 
 void BackgroundApplication::applicationDidFinishLaunching() {
   scheduleIdleExit();
@@ -64,7 +65,7 @@ void BackgroundApplication::open(const std::vector<URL>& urls) {
     if (url.isFileURL()) {
       files.push_back(url);
     } else {
-      std::ranges::move(filesOfCommand(url, platform_.tokens), std::back_inserter(files));
+      std::ranges::move(filesOfCommand(url, desktop_.tokens), std::back_inserter(files));
     }
   }
   enqueue(files);
@@ -80,7 +81,7 @@ void BackgroundApplication::workspaceDidWake() {
 
 void BackgroundApplication::terminateAfterBatches() {
   terminating_ = true;
-  if (activeBatches_ == 0) platform_.mainQueue.terminate();
+  if (activeBatches_ == 0) desktop_.mainQueue.terminate();
 }
 
 void BackgroundApplication::enqueue(const std::vector<URL>& urls) {
@@ -95,13 +96,13 @@ void BackgroundApplication::enqueue(const std::vector<URL>& urls) {
 
   ++activeBatches_;
   ++idleGeneration_;
-  if (!statusItem_) statusItem_ = platform_.statusBar.makeStatusItem();
+  if (!statusItem_) statusItem_ = desktop_.statusBar.makeStatusItem();
   statusItem_->setTitle(compressingTitle);
   statusItem_->setToolTip("后台压缩 " + std::to_string(files.size()) + " 张图片");
 
-  platform_.workers.run([this, files = std::move(files)] {
+  desktop_.workers.run([this, files = std::move(files)] {
     auto result = compressor_.compress(files);
-    platform_.mainQueue.post([this, result = std::move(result)] { finish(result); });
+    desktop_.mainQueue.post([this, result = std::move(result)] { finish(result); });
   });
 }
 
@@ -111,16 +112,16 @@ void BackgroundApplication::finish(const BackgroundBatchResult& result) {
     statusItem_->setTitle(activeBatches_ > 0 ? compressingTitle : endTitle(result));
     statusItem_->setToolTip(summary(result));
   }
-  save(result, platform_.mainQueue.now());
-  platform_.notifications.postHistoryDidChange();
+  save(result, desktop_.mainQueue.now());
+  desktop_.notifications.postHistoryDidChange();
   if (activeBatches_ > 0) return;
   scheduleIdleExit();
-  if (terminating_) platform_.mainQueue.terminate();
+  if (terminating_) desktop_.mainQueue.terminate();
 }
 
 void BackgroundApplication::scheduleIdleExit() {
   const auto generation = ++idleGeneration_;
-  platform_.mainQueue.after(idleSeconds, [this, generation] {
+  desktop_.mainQueue.after(idleSeconds, [this, generation] {
     if (isIdle(generation)) statusItem_.reset();
   });
   maintain(generation);
@@ -139,9 +140,9 @@ void BackgroundApplication::maintain(std::uint64_t generation) {
     return;
   }
   maintaining_ = true;
-  platform_.workers.run([this, generation] {
+  desktop_.workers.run([this, generation] {
     const auto outcome = compressor_.maintainBackups();
-    platform_.mainQueue.post([this, generation, outcome] {
+    desktop_.mainQueue.post([this, generation, outcome] {
       maintaining_ = false;
       maintenanceEnded(generation, outcome);
       if (const auto waiting = std::exchange(waitingMaintenance_, std::nullopt)) maintain(*waiting);
@@ -152,16 +153,16 @@ void BackgroundApplication::maintain(std::uint64_t generation) {
 void BackgroundApplication::maintenanceEnded(std::uint64_t generation,
                                              const BackgroundCompressor::Maintenance& outcome) {
   if (!isIdle(generation)) return;
-  if (outcome.changed) platform_.notifications.postHistoryDidChange();
+  if (outcome.changed) desktop_.notifications.postHistoryDidChange();
   const double delay = outcome.overdue ? overdueSeconds
                                        : BackupMaintenanceDelay::seconds(
-                                             outcome.deadline, platform_.mainQueue.now(), idleSeconds);
-  platform_.mainQueue.after(delay, [this, generation, pending = outcome.deadline.has_value()] {
+                                             outcome.deadline, desktop_.mainQueue.now(), idleSeconds);
+  desktop_.mainQueue.after(delay, [this, generation, pending = outcome.deadline.has_value()] {
     if (!isIdle(generation)) return;
     if (pending) {
       scheduleIdleExit();
     } else {
-      platform_.mainQueue.terminate();
+      desktop_.mainQueue.terminate();
     }
   });
 }

@@ -7,7 +7,7 @@
 
 #include "CompressionKit/batch/BackgroundBatchResult.h"
 #include "CompressionKit/platform/URL.h"
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell {
 
@@ -18,7 +18,7 @@ namespace tidewell {
 /// worker threads, which hold actions that refer to it.
 class BackgroundApplication {
  public:
-  BackgroundApplication(CompressorOperations compressor, Platform platform);
+  BackgroundApplication(CompressorOperations compressor, Desktop desktop);
   BackgroundApplication(const BackgroundApplication&) = delete;
   BackgroundApplication& operator=(const BackgroundApplication&) = delete;
 
@@ -45,7 +45,7 @@ class BackgroundApplication {
   void maintenanceEnded(std::uint64_t generation, const BackgroundCompressor::Maintenance& outcome);
 
   CompressorOperations compressor_;
-  Platform platform_;
+  Desktop desktop_;
   int activeBatches_ = 0;
   std::unique_ptr<StatusItem> statusItem_;
   std::uint64_t idleGeneration_ = 0;  ///< delayed idle actions of an earlier generation do nothing

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell {
 

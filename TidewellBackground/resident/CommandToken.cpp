@@ -36,10 +36,6 @@ std::string valueInKeyFile(std::string_view text, std::string_view group, std::s
 
 }  // namespace
 
-URL CommandToken::defaultFile() {
-  return files::configurationDirectory().appending("tidewell/tidewell.conf");
-}
-
 std::string CommandToken::commandToken() {
   // Non-blocking, so that a pipe of that name does not stop the main thread.
   const Descriptor file(::open(file_.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));

@@ -3,8 +3,9 @@
 #include <string>
 #include <string_view>
 
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/URL.h"
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell {
 
@@ -13,12 +14,10 @@ namespace tidewell {
 /// write, that belongs to someone else or that is no regular file counts as missing.
 class CommandToken final : public TokenSource {
  public:
-  /// The settings file of this user.
-  static URL defaultFile();
   /// In the text of such a file; empty when it has none.
   static std::string tokenIn(std::string_view text);
 
-  explicit CommandToken(URL file = defaultFile()) : file_(std::move(file)) {}
+  explicit CommandToken(URL file = locations::settingsFile()) : file_(std::move(file)) {}
   std::string commandToken() override;
 
  private:

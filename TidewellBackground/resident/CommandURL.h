@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "CompressionKit/platform/URL.h"
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "CompressionKit/platform/Descriptor.h"
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell {
 

@@ -5,7 +5,7 @@
 
 #include "CompressionKit/platform/URL.h"
 #include "TidewellBackground/resident/Bus.h"
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell {
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "TidewellBackground/resident/EventLoop.h"
 
 namespace tidewell {
@@ -48,7 +49,7 @@ int clicked(sd_bus_message* call, void*, sd_bus_error*) noexcept {
 
 /// Icons installed beside the executable, for a prefix where the desktop does not look by itself.
 std::string installedIcons() {
-  const URL icons = files::executableDirectory().appending("../share/icons").standardized();
+  const URL icons = locations::iconThemesDirectory();
   return files::exists(icons.appending("hicolor")) ? icons.path() : "";
 }
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "TidewellBackground/resident/Bus.h"
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 #include "TidewellBackground/resident/StatusMenu.h"
 
 namespace tidewell {

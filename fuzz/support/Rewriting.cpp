@@ -5,6 +5,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "support/Images.h"
 
 namespace tidewell::fuzz {
@@ -13,7 +14,7 @@ namespace {
 /// There as long as the process.
 const URL& folder() {
   static const files::TemporaryTree tree(
-      files::temporaryDirectory().appending("tidewell-fuzz-" + std::to_string(getpid())));
+      locations::temporaryDirectory().appending("tidewell-fuzz-" + std::to_string(getpid())));
   files::createDirectories(tree.url(), 0700, files::Durability::cached);
   return tree.url();
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/UUID.h"
 #include "support/Failure.h"
 #include "support/TemporaryFolder.h"
@@ -110,16 +111,18 @@ TEST(Files, FindsTheUsersPlaces) {
     const char* name;
     URL (*place)();
     const char* byDefault;
-  } cases[] = {{"XDG_DATA_HOME", files::applicationSupportDirectory, "/home/someone/.local/share"},
-               {"XDG_CONFIG_HOME", files::configurationDirectory, "/home/someone/.config"},
-               {"TMPDIR", files::temporaryDirectory, "/tmp"}};
+    std::string below = "";
+  } cases[] = {{"XDG_DATA_HOME", locations::applicationSupportDirectory, "/home/someone/.local/share"},
+               {"XDG_CONFIG_HOME", locations::configurationDirectory, "/home/someone/.config"},
+               {"XDG_STATE_HOME", locations::stateDirectory, "/home/someone/.local/state", "/tidewell"},
+               {"TMPDIR", locations::temporaryDirectory, "/tmp"}};
   for (const auto& c : cases) {
     for (const char* unset : {static_cast<const char*>(nullptr), "", "relative"}) {
       const test::ScopedEnvironment variable(c.name, unset);
-      EXPECT_EQ(c.place().path(), c.byDefault) << c.name;
+      EXPECT_EQ(c.place().path(), c.byDefault + c.below) << c.name;
     }
     const test::ScopedEnvironment variable(c.name, "/elsewhere/");
-    EXPECT_EQ(c.place().path(), "/elsewhere") << c.name;
+    EXPECT_EQ(c.place().path(), "/elsewhere" + c.below) << c.name;
   }
 }
 

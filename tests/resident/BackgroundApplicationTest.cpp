@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "resident/VirtualPlatform.h"
+#include "resident/VirtualDesktop.h"
 #include "support/TemporaryFolder.h"
 
 namespace tidewell {
@@ -43,7 +43,7 @@ class BackgroundApplicationTest : public testing::Test {
 
   test::TemporaryFolder folder;
   test::ScopedEnvironment support{"XDG_DATA_HOME", folder.url().path().c_str()};
-  test::VirtualPlatform desktop;
+  test::VirtualDesktop desktop;
   std::vector<Strings> batches;               ///< the files of each batch that ran
   std::deque<BackgroundBatchResult> results;  ///< of the next batches
   std::deque<Maintenance> outcomes;           ///< of the next maintenance passes
@@ -59,7 +59,7 @@ class BackgroundApplicationTest : public testing::Test {
                                            ++passes;
                                            return takeFrom(outcomes, {});
                                          }},
-                                    desktop.platform()};
+                                    desktop.interfaces()};
 };
 
 // --- What starts a batch -----------------------------------------------------------------------------------

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell::test {
@@ -28,7 +29,7 @@ class TemporaryFolder {
 
  private:
   static URL make() {
-    std::string pattern = files::temporaryDirectory().appending("tidewell-test-XXXXXX").path();
+    std::string pattern = locations::temporaryDirectory().appending("tidewell-test-XXXXXX").path();
     if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp");
     return URL::file(pattern);
   }

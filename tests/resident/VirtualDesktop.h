@@ -7,19 +7,19 @@
 #include <string>
 #include <vector>
 
-#include "TidewellBackground/resident/Platform.h"
+#include "TidewellBackground/resident/Desktop.h"
 
 namespace tidewell::test {
 
 /// A desktop without one: time moves when told to, worker threads are a list of work that waits, and what is
 /// shown, posted and asked for is kept.
-class VirtualPlatform final : public MainQueue,
-                              public WorkerThreads,
-                              public StatusBar,
-                              public Notifications,
-                              public TokenSource {
+class VirtualDesktop final : public MainQueue,
+                             public WorkerThreads,
+                             public StatusBar,
+                             public Notifications,
+                             public TokenSource {
  public:
-  Platform platform() {
+  Desktop interfaces() {
     return {
         .mainQueue = *this, .workers = *this, .statusBar = *this, .notifications = *this, .tokens = *this};
   }
@@ -80,11 +80,11 @@ class VirtualPlatform final : public MainQueue,
 
  private:
   struct Item final : StatusItem {
-    explicit Item(VirtualPlatform& owner) : owner_(owner) { ++owner_.items; }
+    explicit Item(VirtualDesktop& owner) : owner_(owner) { ++owner_.items; }
     ~Item() override { --owner_.items; }
     void setTitle(const std::string& text) override { owner_.title = text; }
     void setToolTip(const std::string& text) override { owner_.toolTip = text; }
-    VirtualPlatform& owner_;
+    VirtualDesktop& owner_;
   };
 
   Date now_{1000};

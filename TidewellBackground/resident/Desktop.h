@@ -62,7 +62,7 @@ class TokenSource {
   virtual std::string commandToken() = 0;
 };
 
-struct Platform {
+struct Desktop {
   MainQueue& mainQueue;
   WorkerThreads& workers;
   StatusBar& statusBar;
