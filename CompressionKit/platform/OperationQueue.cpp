@@ -41,7 +41,8 @@ void OperationQueue::work() {
     const std::unique_ptr<AnyTask> task = std::move(waiting_.back().task);
     waiting_.pop_back();
     lock.unlock();
-    task->run();
+    task->perform();
+    task->resume();
     lock.lock();
   }
 }

@@ -2,14 +2,14 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <future>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
-#include <type_traits>
+#include <utility>
 #include <vector>
+
+#include "CompressionKit/platform/Task.h"
 
 namespace tidewell {
 
@@ -34,39 +34,13 @@ class OperationQueue {
   /// There is no way to take an operation back.
   template <typename Operation>
   auto add(Priority priority, Operation operation) {
-    using Result = std::invoke_result_t<Operation&>;
-    struct Task : AnyTask {
-      explicit Task(Operation&& work) : operation(std::move(work)) {}
-      void run() noexcept override {
-        try {
-          if constexpr (std::is_void_v<Result>) {
-            (*operation)();
-            operation.reset();
-            promise.set_value();
-          } else {
-            Result result = (*operation)();
-            operation.reset();
-            promise.set_value(std::move(result));
-          }
-        } catch (...) {
-          operation.reset();
-          promise.set_exception(std::current_exception());
-        }
-      }
-      std::optional<Operation> operation;
-      std::promise<Result> promise;
-    };
-    auto task = std::make_unique<Task>(std::move(operation));
+    auto task = std::make_unique<Task<Operation>>(std::move(operation));
     auto future = task->promise.get_future();
     enqueue(priority, std::move(task));
     return future;
   }
 
  private:
-  struct AnyTask {
-    virtual ~AnyTask() = default;
-    virtual void run() noexcept = 0;
-  };
   struct Entry {
     Priority priority;
     std::uint64_t number;

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <future>
 #include <memory>
@@ -11,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "CompressionKit/platform/Task.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
@@ -63,51 +62,6 @@ class CompressionQueue {
   void stop();
 
  private:
-  /// A job's work with its outcome, the result type forgotten.
-  struct AnyTask {
-    AnyTask() = default;
-    AnyTask(const AnyTask&) = delete;
-    AnyTask& operator=(const AnyTask&) = delete;
-    virtual ~AnyTask() = default;
-    virtual void perform() noexcept = 0;                       ///< runs the operation and keeps its outcome
-    virtual void fail(std::exception_ptr error) noexcept = 0;  ///< keeps an error instead
-    virtual void resume() noexcept = 0;                        ///< hands the outcome to the caller
-  };
-
-  template <typename Operation>
-  struct Task final : AnyTask {
-    using Result = std::invoke_result_t<Operation&>;
-
-    explicit Task(Operation work) : operation(std::move(work)) {}
-    void perform() noexcept override {
-      try {
-        if constexpr (std::is_void_v<Result>) {
-          (*operation)();
-        } else {
-          value.emplace((*operation)());
-        }
-      } catch (...) {
-        error = std::current_exception();
-      }
-    }
-    void fail(std::exception_ptr failure) noexcept override { error = std::move(failure); }
-    void resume() noexcept override {
-      operation.reset();  // what it holds is gone when the caller goes on
-      if (error) {
-        promise.set_exception(std::exchange(error, nullptr));
-      } else if constexpr (std::is_void_v<Result>) {
-        promise.set_value();
-      } else {
-        promise.set_value(std::move(*value));
-      }
-    }
-
-    std::optional<Operation> operation;
-    std::promise<Result> promise;
-    std::optional<std::conditional_t<std::is_void_v<Result>, bool, Result>> value;
-    std::exception_ptr error;
-  };
-
   void enqueue(const URL& url, std::function<void()> onStart, std::unique_ptr<AnyTask> task);
 
   struct Job;
