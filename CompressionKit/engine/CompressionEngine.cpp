@@ -81,9 +81,11 @@ CompressionResult finish(CompressionRun& run) {
   CompressionResult result;
   result.url = run.url;
   result.originalBytes = result.finalBytes = run.originalBytes;
+  result.originalHash = run.originalHash;
   const Candidate* choice = run.smallest();
   if (!choice) {
     if (run.lastError) std::rethrow_exception(run.lastError);
+    result.passedOver = PassedOver::notSmaller;
     return result;
   }
   run.tools().stopToken().throwIfStopped();
@@ -91,6 +93,7 @@ CompressionResult finish(CompressionRun& run) {
   result.outcome = CompressionOutcome::replaced;
   result.finalBytes = choice->bytes;
   result.encoder = choice->encoder;
+  result.finalHash = choice->hash;
   result.qualityScore = choice->score;
   return result;
 }
@@ -104,7 +107,8 @@ CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Threshold
       thresholds_(thresholds),
       heicProgram_(std::move(heicProgram)) {}
 
-CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID) const {
+CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID,
+                                              const CompressionOptions& options) const {
   if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");
   SavedTrace saved(url, undo_.diagnosticsDirectory());
   CompressionTrace& trace = saved.trace;
@@ -134,6 +138,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
     CompressionRun run{.engine = *this,
                        .url = url,
                        .sessionID = sessionID,
+                       .options = options,
                        .trace = trace,
                        .original = original,
                        .originalBytes = originalBytes,

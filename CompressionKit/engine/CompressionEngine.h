@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CompressionKit/engine/CompressionOptions.h"
 #include "CompressionKit/engine/CompressionResult.h"
 #include "CompressionKit/image/HEICDecoding.h"
 #include "CompressionKit/platform/URL.h"
@@ -29,7 +30,8 @@ class CompressionEngine {
   /// Blocks for as long as the tools run. `sessionID` names the batch in the undo store. Every run on a file
   /// URL leaves one diagnostics report and no working directory. Throws `CompressionError`, `FileError`,
   /// `Interrupted`; the file is then what it was.
-  CompressionResult compress(const URL& url, const UUID& sessionID) const;
+  CompressionResult compress(const URL& url, const UUID& sessionID,
+                             const CompressionOptions& options = {}) const;
 
  private:
   ToolRunner tools_;

@@ -25,6 +25,13 @@ class CompressionOutcome {
   Value value_;
 };
 
+/// Why a file was skipped.
+enum class PassedOver {
+  notSmaller,     ///< no encoding that passed is smaller
+  belowMinimum,   ///< one is, but by less than `MinimumSaving` asks
+  embeddedMedia,  ///< something else is embedded in it, and its metadata were to be kept
+};
+
 struct CompressionResult {
   URL url;  ///< the file the result is about; for `converted` the new file
   std::int64_t originalBytes = 0;
@@ -33,6 +40,10 @@ struct CompressionResult {
   std::optional<std::string> encoder;
   std::optional<double> qualityScore;
   std::optional<UndoRecord> undoRecord;  ///< as `prepare` returned it, so its state reads prepared
+  std::optional<PassedOver> passedOver;  ///< of a skipped one only
+  /// SHA-256 of the original, and of what was made of it, as they were judged; skipped ones have the first
+  /// only.
+  std::optional<std::string> originalHash, finalHash;
 
   std::int64_t savedBytes() const { return originalBytes - finalBytes; }
   double savedRatio() const;

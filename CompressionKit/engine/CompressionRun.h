@@ -50,6 +50,7 @@ struct CompressionRun {
   const CompressionEngine& engine;
   const URL url;
   const UUID sessionID;
+  const CompressionOptions options;
   CompressionTrace& trace;
   const ImageFacts original;
   const std::int64_t originalBytes;

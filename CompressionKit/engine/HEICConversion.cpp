@@ -62,6 +62,7 @@ CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, 
 
   CompressionResult result;
   result.originalBytes = originalBytes;
+  result.originalHash = originalHash;
   result.finalBytes = fileSize(png);
   result.outcome = CompressionOutcome::converted;
   result.encoder = "HEIC → PNG · " + compressed.encoder.value_or("无损 PNG");
@@ -72,7 +73,9 @@ CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, 
     result.url = directory.appending(url.stem() + number + ".png");
     if (files::exists(result.url)) continue;
     result.undoRecord = save(png, result.url, url, originalHash, sessionID, engine.undo());
-    if (result.undoRecord) return result;
+    if (!result.undoRecord) continue;
+    result.finalHash = result.undoRecord->replacementHash;
+    return result;
   }
   throw CompressionError::fileOperation("无法创建 PNG：同名文件过多");
 }

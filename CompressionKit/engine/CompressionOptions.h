@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace tidewell {
+
+/// The least that a replacement must save to be worth it.
+struct MinimumSaving {
+  double percent = 0;  ///< of the original
+  std::int64_t bytes = 0;
+
+  /// Both are reached. A file that grew never reaches any.
+  bool met(std::int64_t originalBytes, std::int64_t finalBytes) const {
+    const std::int64_t saved = originalBytes - finalBytes;
+    return saved >= bytes && static_cast<double>(saved) * 100 >= percent * static_cast<double>(originalBytes);
+  }
+};
+
+/// What a caller may ask of one run. Without anything, a run does what the service does.
+struct CompressionOptions {
+  /// Date, place, camera, author, comments and the like go with the image, and count as bytes of it. Files in
+  /// which something else is embedded, a film behind the picture, are passed over.
+  bool keepMetadata = false;
+  /// What replaces the file, or is made of it, has its times of access and modification, as they were before
+  /// the run read it.
+  bool keepTimes = false;
+  /// A smaller gain counts as none.
+  std::optional<MinimumSaving> minimumSaving = std::nullopt;
+};
+
+}  // namespace tidewell
