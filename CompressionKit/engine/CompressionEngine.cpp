@@ -46,7 +46,8 @@ UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice) {
   ReplacementTransaction replacement(run.engine.undo(), {.original = run.url,
                                                          .originalHash = run.originalHash,
                                                          .candidate = choice.url,
-                                                         .sessionID = run.sessionID});
+                                                         .sessionID = run.sessionID,
+                                                         .times = run.times});
   replacement.swap();
   replacement.verify(choice.hash, [&](const URL& replaced) {
     if (!run.original.compatible(ImageFacts::inspect(replaced), choice.allowsSRGBConversion)) {
@@ -114,6 +115,8 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   CompressionTrace& trace = saved.trace;
   tools_.stopToken().throwIfStopped();
   requireRegularFile(url);
+  // Before anything reads it.
+  const auto times = options.keepTimes ? std::optional(files::times(url)) : std::nullopt;
   // Decoded once: the conversion goes on with what the inspection made of it.
   std::optional<HEICDecoding> heic;
   if (ImageKind::from(url) == ImageKind::heic) {
@@ -132,7 +135,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
 
   CompressionResult result;
   if (heic) {
-    result = compressHEIC(*this, url, *heic, originalBytes, originalHash, sessionID, working.url());
+    result = compressHEIC(*this, url, *heic, originalBytes, originalHash, sessionID, times, working.url());
     trace.selectedEncoder = result.encoder;
   } else {
     CompressionRun run{.engine = *this,
@@ -143,6 +146,7 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
                        .original = original,
                        .originalBytes = originalBytes,
                        .originalHash = std::move(originalHash),
+                       .times = times,
                        .workingDirectory = working.url(),
                        .originalViews = writtenViews(inspection, working.url()),
                        .candidates = {},

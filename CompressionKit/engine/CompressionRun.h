@@ -13,6 +13,7 @@
 #include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/URL.h"
 #include "CompressionKit/platform/UUID.h"
 
@@ -55,6 +56,7 @@ struct CompressionRun {
   const ImageFacts original;
   const std::int64_t originalBytes;
   const std::string originalHash;
+  const std::optional<files::Times> times;  ///< which the result is to have
   const URL workingDirectory;
   const std::optional<QualityAssessment::ViewFiles> originalViews;  ///< of one too large to be measured whole
 

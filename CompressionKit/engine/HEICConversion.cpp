@@ -23,12 +23,13 @@ bool isUpright(const ImageFacts& png, const ImageFacts& original) {
 /// something else took the name first.
 std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL& original,
                                const std::string& originalHash, const UUID& sessionID,
-                               const UndoStore& undo) {
+                               const std::optional<files::Times>& times, const UndoStore& undo) {
   ReplacementTransaction conversion(undo, {.original = original,
                                            .originalHash = originalHash,
                                            .candidate = png,
                                            .sessionID = sessionID,
-                                           .destination = destination});
+                                           .destination = destination,
+                                           .times = times});
   if (!conversion.swap()) return std::nullopt;
   // Its bytes are all there is to know; they were inspected before.
   conversion.verify(conversion.record().replacementHash, [](const URL&) {});
@@ -40,7 +41,8 @@ std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL
 
 CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, HEICDecoding& decoding,
                                std::int64_t originalBytes, const std::string& originalHash,
-                               const UUID& sessionID, const URL& workingDirectory) {
+                               const UUID& sessionID, const std::optional<files::Times>& times,
+                               const URL& workingDirectory) {
   const ImageFacts& original = decoding.facts();
   if (original.frameCount != 1) throw CompressionError::fileOperation("暂不支持包含多张图片的 HEIC 文件");
   const URL png = workingDirectory.appending("decoded.png");
@@ -72,7 +74,7 @@ CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, 
     const std::string number = i == 0 ? "" : "（潮汐井" + std::to_string(i) + "）";
     result.url = directory.appending(url.stem() + number + ".png");
     if (files::exists(result.url)) continue;
-    result.undoRecord = save(png, result.url, url, originalHash, sessionID, engine.undo());
+    result.undoRecord = save(png, result.url, url, originalHash, sessionID, times, engine.undo());
     if (!result.undoRecord) continue;
     result.finalHash = result.undoRecord->replacementHash;
     return result;

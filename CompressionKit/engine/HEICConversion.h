@@ -18,6 +18,7 @@ namespace tidewell {
 /// and no record.
 CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, HEICDecoding& decoding,
                                std::int64_t originalBytes, const std::string& originalHash,
-                               const UUID& sessionID, const URL& workingDirectory);
+                               const UUID& sessionID, const std::optional<files::Times>& times,
+                               const URL& workingDirectory);
 
 }  // namespace tidewell

@@ -145,4 +145,10 @@ void copyAttributes(const URL& from, const URL& to) {
   copyOwnerAttributesAndMode(source.get(), destination.get(), info, to, Missing::isError);
 }
 
+void setTimes(const URL& url, const Times& times) {
+  const Descriptor file = openForReading(url);
+  const timespec values[2] = {times.accessed, times.modified};
+  if (futimens(file.get(), values) != 0) throw FileError("写入", url.path(), errno);
+}
+
 }  // namespace tidewell::files

@@ -97,6 +97,12 @@ ResourceValues resourceValues(const URL& url) {
           .owner = info.st_uid};
 }
 
+Times times(const URL& url) {
+  struct stat info {};
+  if (lstat(url.path().c_str(), &info) != 0) throw FileError("读取", url.path(), errno);
+  return {.accessed = info.st_atim, .modified = info.st_mtim};
+}
+
 bool isOpenForWriting(const URL& url) {
   const Descriptor file = open(url, O_RDONLY | O_NONBLOCK | O_NOFOLLOW, "打开");
   // Whoever opens it for writing meanwhile makes the kernel signal us: with a signal that is ignored, for the
@@ -130,6 +136,15 @@ std::vector<URL> contentsOfDirectory(const URL& directory) {
 
 Descriptor openForReading(const URL& url) {
   return open(url, O_RDONLY, "打开");
+}
+
+Descriptor openUnnoticed(const URL& url) {
+  try {
+    return open(url, O_RDONLY | O_NOATIME, "打开");
+  } catch (const FileError& error) {
+    if (error.code() != EPERM) throw;  // a file of somebody else's
+    return openForReading(url);
+  }
 }
 
 std::size_t readFully(int descriptor, void* buffer, std::size_t size, const URL& url) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -39,6 +40,13 @@ struct ResourceValues {
 /// Of the entry itself: a link is not followed.
 ResourceValues resourceValues(const URL& url);
 
+/// When a file's content was last read and changed.
+struct Times {
+  timespec accessed{}, modified{};
+};
+/// Of the entry itself.
+Times times(const URL& url);
+
 /// A process holds the regular file open for writing. False where the kernel does not tell: it refuses a read
 /// lease, which is asked for and given back, on files of other users and on some file systems.
 bool isOpenForWriting(const URL& url);
@@ -55,6 +63,8 @@ void visitDirectory(const URL& directory, const DirectoryVisitor& visit);
 // --- Reading and writing ---------------------------------------------------------------------------------
 
 Descriptor openForReading(const URL& url);
+/// The same, for what does not count as a use of the file: its time of access stays, where we may ask that.
+Descriptor openUnnoticed(const URL& url);
 /// Up to `size` bytes at the descriptor's position; fewer only at the end of the file.
 std::size_t readFully(int descriptor, void* buffer, std::size_t size, const URL& url);
 void writeFully(int descriptor, const void* data, std::size_t size, const URL& url);
@@ -97,6 +107,8 @@ void copyItem(const URL& from, const URL& to);
 /// Gives `to` the owner and group (where permitted), mode and extended attributes of `from`; times stay.
 /// A user's own attribute or access control list that cannot be carried over is an error.
 void copyAttributes(const URL& from, const URL& to);
+
+void setTimes(const URL& url, const Times& times);
 
 /// Removes a directory tree at the end of a scope; failures are ignored.
 class TemporaryTree {

@@ -38,6 +38,7 @@ bool ReplacementTransaction::swap() {
   try {
     requireOriginal(undo_.backupURL(record_));
     if (request_.destination) {
+      if (request_.times) files::setTimes(request_.candidate, *request_.times);
       requireJudged(request_.candidate);
       requireOriginal(request_.original);
       kept_ = atomicRenameIfAbsent(request_.candidate, *request_.destination);
@@ -67,6 +68,7 @@ void ReplacementTransaction::replace() {
   const auto found = files::resourceValues(request_.original);
   requireOriginal(request_.original);
   files::copyAttributes(request_.original, request_.candidate);
+  if (request_.times) files::setTimes(request_.candidate, *request_.times);
   files::flush(request_.candidate);
   displaced_.emplace(request_.original, KnownContents{record_.replacementHash, request_.originalHash});
   displaced_->put(request_.candidate);

@@ -35,6 +35,7 @@ class ReplacementTransaction {
     UUID sessionID;            ///< the batch
     std::optional<URL> destination =
         std::nullopt;  ///< a new file's name; without one the original is replaced
+    std::optional<files::Times> times = std::nullopt;  ///< which the candidate gets
   };
 
   ReplacementTransaction(const UndoStore& undo, Request request);

@@ -54,6 +54,20 @@ TEST_F(Engine, ReplacesAndKeepsWhatTheFileHad) {
   EXPECT_EQ(files::read(photo), before);
 }
 
+TEST_F(Engine, KeepsTimesWhereAsked) {
+  const files::Times old{.accessed = {1'000'000'000, 123'456'789}, .modified = {999'999'999, 987'654'321}};
+  for (const bool keeps : {false, true}) {
+    files::writeAtomically(photo, before);
+    files::setTimes(photo, old);
+    options.keepTimes = keeps;
+    EXPECT_EQ(compress(photo).outcome, CompressionOutcome::replaced);
+    const files::Times now = files::times(photo);
+    EXPECT_EQ(now.modified.tv_nsec == old.modified.tv_nsec, keeps);
+    EXPECT_EQ(now.accessed.tv_nsec == old.accessed.tv_nsec && now.accessed.tv_sec == old.accessed.tv_sec,
+              keeps);
+  }
+}
+
 TEST_F(Engine, LeavesAFileThatNothingImproves) {
   for (const char* output : {"jpegli-420-72.jpg", "jpegli-444-72.jpg"}) {
     files::writeAtomically(tools.answer(output), before);

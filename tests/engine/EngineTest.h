@@ -27,7 +27,8 @@ class EngineTest : public testing::Test {
   explicit EngineTest(const std::string& name) : photo(folder.write("pictures/" + name, "")) {}
 
   CompressionResult compress(const URL& url) const {
-    return CompressionEngine(ToolRunner(tools.directory()), undo, {}, decoder).compress(url, session);
+    return CompressionEngine(ToolRunner(tools.directory()), undo, {}, decoder)
+        .compress(url, session, options);
   }
   /// The text of the error that a run ends with. Nothing may be left of it.
   std::string failure(const URL& url) const {
@@ -50,7 +51,8 @@ class EngineTest : public testing::Test {
   const URL photo;
   const UndoStore undo{folder / "data/Undo"};
   const UUID session = UUID::random();
-  std::string before;   ///< the picture's bytes
+  std::string before;  ///< the picture's bytes
+  CompressionOptions options;
   HEICProgram decoder;  ///< the real one, unless told otherwise
 };
 

@@ -36,7 +36,11 @@ class HEICConversion : public test::EngineTest {
 };
 
 TEST_F(HEICConversion, SavesACompressedPNGThatUndoTakesBack) {
+  options.keepTimes = true;
+  const files::Times times = files::times(photo);
   const CompressionResult result = compress(photo);
+  EXPECT_EQ(files::times(png).modified.tv_nsec, times.modified.tv_nsec);
+  EXPECT_EQ(files::times(png).accessed.tv_nsec, times.accessed.tv_nsec);
   EXPECT_EQ(result.url.path(), png.path());
   EXPECT_EQ(result.outcome, CompressionOutcome::converted);
   EXPECT_EQ(result.encoder, "HEIC → PNG · pngquant q90 floyd0.25 s1");
