@@ -1,8 +1,9 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <exception>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,19 +11,11 @@
 #include <unordered_set>
 #include <vector>
 
-#include "CompressionKit/platform/Descriptor.h"
+#include "CompressionKit/batch/PathSource.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
-
-/// Gives the paths of a batch one by one, nothing after the last. It may block, and throw `FileError`.
-using PathSource = std::function<std::optional<std::string>()>;
-
-PathSource namedPaths(std::vector<std::string> paths);
-/// Paths that end with a NUL byte (the last may end with the file), read as they are asked for, empty ones
-/// left out. `file` is for messages. A stop of the token ends the list.
-PathSource nulSeparatedPaths(Descriptor descriptor, URL file, StopToken stop = {});
 
 struct WalkOptions {
   bool hidden = false;  ///< with names that begin with "."; directories of our own stay left out
@@ -63,16 +56,18 @@ class FolderWalk {
 
  private:
   struct Level;
+  static std::string identity(const struct stat& info);
   std::optional<Found> named(const std::string& path);
   std::optional<Found> entry();
   std::optional<Found> enter(const URL& folder, std::string treePath, bool isNamed);
-  bool isLeftOut(std::string_view name, std::string_view treePath) const;
-  bool isNew(const Level& level, std::string_view name);
+  bool isLeftOut(const std::string& name, const std::string& path) const;
+  bool isNew(const std::string& folder, std::string_view name);
 
   PathSource paths_;
   WalkOptions options_;
   StopToken stop_;
-  std::vector<Level> levels_;
+  std::string leftOut_;        ///< its identity
+  std::vector<Level> levels_;  ///< down to the folder that is being walked
   std::unordered_set<std::string> seen_;
 };
 
