@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/URL.h"
@@ -32,7 +33,7 @@ class OutputMemory {
     bool operator==(const Output&) const = default;
   };
 
-  /// Rows beyond this many go, the oldest first.
+  /// Rows beyond this many go: first the oldest that are no outputs, for they cost work and no quality.
   static constexpr std::int64_t defaultMaximumRows = 200'000;
 
   /// Without a file: "outputs.db" in the state directory. Opens nothing before it is needed.
@@ -58,14 +59,17 @@ class OutputMemory {
 
  private:
   class Database;
-  template <typename Result, typename Operation>
-  Result attempt(Operation operation) noexcept;
+  template <typename Operation>
+  auto attempt(Operation operation) noexcept -> decltype(operation(std::declval<Database&>()));
+  void setAside() noexcept;
+  void trim(Database& database);
 
   const URL file_;
   const std::int64_t maximumRows_;
   std::mutex mutex_;
   std::unique_ptr<Database> database_;
-  bool unusable_ = false;  ///< nothing is tried again in this process
+  int patience_ = 3;  ///< with locks that last; without any left, nothing is tried again in this process
+  std::int64_t additions_ = 0;
 };
 
 /// Names and versions of the tools in a directory, out of its "tools.json"; empty where that cannot be read.
