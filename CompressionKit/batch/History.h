@@ -60,7 +60,7 @@ class History {
   enum class Kind { record, batch, file, folder };
   struct Selection {
     Kind kind = Kind::record;
-    std::vector<const Entry*> entries;  ///< of this history, in its order
+    std::vector<const Entry*> entries;  ///< of this history, newest first
   };
   /// What a text names: "latest" (the newest batch); the ID of a record or a batch, which may be shortened to
   /// four characters or more; else a path: an original or converted file, or a folder with every record below

@@ -108,12 +108,13 @@ std::string UndoStore::verifyBackup(const UndoRecord& record) const {
   return backupHash;
 }
 
-void UndoStore::restore(const UndoRecord& record, Date now) const {
+void UndoStore::restore(const UndoRecord& record, Date now, FolderSweeps* sweeps) const {
   if (now >= record.createdAt.adding(backupRetention)) {
     removeBackup(record);
     throw CompressionError::fileOperation("原图备份已过期");
   }
-  sweepFolder(URL::file(record.originalPath).deletingLastPathComponent(), now);
+  const URL folder = URL::file(record.originalPath).deletingLastPathComponent();
+  sweeps ? sweeps->sweepOnce(folder) : sweepFolder(folder, now);
   const std::string backupHash = verifyBackup(record);
   if (record.convertedPath) {
     restoreConversion(record, backupURL(record), backupHash);

@@ -12,6 +12,7 @@
 
 namespace tidewell {
 
+class FolderSweeps;
 class StoreSurvey;
 
 /// Backups of replaced files with one JSON record each: root/<session>/<id>.<extension> and
@@ -26,6 +27,7 @@ class UndoStore {
 
   const URL& root() const { return root_; }
   URL backupURL(const UndoRecord& record) const;
+  URL recordURL(const UndoRecord& record) const;
   /// Where the reports of files whose originals lie in this store go: "CompressionDiagnostics" beside the
   /// root, also for a root such as "..".
   URL diagnosticsDirectory() const;
@@ -45,8 +47,8 @@ class UndoStore {
   void discard(const UndoRecord& record) const noexcept;
   void deleteRecord(const UndoRecord& record) const;  ///< `delete` is a keyword here
   /// Puts the backup back when every file involved is what the record says. Throws `CompressionError`,
-  /// `FileError`.
-  void restore(const UndoRecord& record, Date now = Date::now()) const;
+  /// `FileError`. With `sweeps`, which several restores share, each folder is looked through once.
+  void restore(const UndoRecord& record, Date now = Date::now(), FolderSweeps* sweeps = nullptr) const;
   /// The hash of the record's backup, once it is proven intact.
   std::string verifyBackup(const UndoRecord& record) const;
   void removeBackup(const UndoRecord& record) const noexcept;
@@ -71,7 +73,6 @@ class UndoStore {
  private:
   std::vector<UndoRecord> scanRecords(bool checked) const;
   StoreSurvey survey() const;
-  URL recordURL(const UndoRecord& record) const;
   void writeRecord(const UndoRecord& record) const;
 
   URL root_;

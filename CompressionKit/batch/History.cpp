@@ -1,0 +1,223 @@
+#include "CompressionKit/batch/History.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <map>
+#include <utility>
+
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+
+namespace tidewell {
+namespace {
+
+/// Seconds by which the clocks of two file systems may differ, where one is a server's.
+constexpr std::int64_t clockSlack = 2'000'000'000;
+
+/// What stands under a name of a record.
+struct Found {
+  explicit Found(const URL& url) {
+    struct stat info {};
+    isThere = lstat(url.path().c_str(), &info) == 0;
+    isFile = isThere && S_ISREG(info.st_mode);
+    bytes = info.st_size;
+    changedAt = std::int64_t{info.st_ctim.tv_sec} * 1'000'000'000 + info.st_ctim.tv_nsec;
+    device = info.st_dev;
+  }
+  bool isThere = false, isFile = false;
+  std::int64_t bytes = 0, changedAt = 0;
+  std::uint64_t device = 0;
+
+  bool isUntouchedSince(const History::Entry& entry) const {
+    return changedAt <= entry.writtenAt + (device == entry.device ? 0 : clockSlack);
+  }
+};
+
+/// Before its commit a replacement may or may not have happened, and what stands there was moved after the
+/// record was written: only the size can tell.
+History::State stateOfPrepared(const UndoRecord& record, const Found& original) {
+  using State = History::State;
+  if (!original.isThere) return State::missing;
+  const bool isKnown = original.bytes == record.originalBytes ||
+                       (!record.convertedPath && original.bytes == record.replacementBytes);
+  return original.isFile && isKnown ? State::interrupted : State::edited;
+}
+
+std::string lowercasedHex(std::string_view text) {
+  std::string digits;
+  for (const char c : text) digits += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return digits;
+}
+
+/// Could be the beginning of an ID.
+bool isShortenedID(std::string_view text) {
+  constexpr std::size_t shortest = 4, whole = 36;
+  return text.size() >= shortest && text.size() <= whole &&
+         std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c) != 0 || c == '-'; });
+}
+
+bool isBelow(const std::string& path, const std::string& folder) {
+  return path.size() > folder.size() && path.starts_with(folder) &&
+         (folder == "/" || path[folder.size()] == '/');
+}
+
+}  // namespace
+
+std::string_view History::rawValue(State state) {
+  switch (state) {
+    case State::missing:
+      return "missing";
+    case State::edited:
+      return "edited";
+    case State::interrupted:
+      return "interrupted";
+    case State::expired:
+      return "expired";
+    case State::restorable:
+      break;
+  }
+  return "restorable";
+}
+
+History::History(UndoStore store) : store_(std::move(store)) {
+  std::vector<std::string> sessions;
+  try {
+    files::visitDirectory(store_.root(), [&](std::string_view name, bool isDirectory) {
+      if (isDirectory) sessions.emplace_back(name);
+    });
+  } catch (const FileError& error) {
+    if (error.code() != ENOENT) throw;
+  }
+  for (const auto& session : sessions) readSession(store_.root().appending(session));
+  sort();
+}
+
+void History::readSession(const URL& session) {
+  std::vector<std::string> names;
+  try {
+    files::visitDirectory(session, [&](std::string_view name, bool) {
+      if (name.ends_with(".json") && name != ".json") names.emplace_back(name);
+    });
+  } catch (const FileError& error) {
+    if (!error.isNoSuchFile()) ++unreadable_;
+  }
+  for (const auto& name : names) {
+    const URL file = session.appending(name);
+    try {
+      const auto values = files::resourceValues(file);
+      if (auto record = UndoRecord::read(file)) {
+        entries_.push_back({*std::move(record), values.changedAt, values.device});
+      }
+    } catch (const FileError& error) {
+      if (!error.isNoSuchFile()) ++unreadable_;
+    }
+  }
+}
+
+void History::sort() {
+  std::map<UUID, Date> newest;
+  for (const auto& [record, writtenAt, device] : entries_) {
+    const auto found = newest.try_emplace(record.sessionID, record.createdAt).first;
+    found->second = std::max(found->second, record.createdAt);
+  }
+  std::vector<std::pair<Date, std::size_t>> order;  // moving light pairs instead of entries
+  order.reserve(entries_.size());
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    order.emplace_back(newest.at(entries_[i].record.sessionID), i);
+  }
+  std::ranges::stable_sort(order, [&](const auto& a, const auto& b) {
+    if (a.first != b.first) return a.first > b.first;
+    const UndoRecord &one = entries_[a.second].record, &other = entries_[b.second].record;
+    if (one.sessionID != other.sessionID) return one.sessionID < other.sessionID;
+    return one.createdAt > other.createdAt;
+  });
+  std::vector<Entry> sorted;
+  sorted.reserve(entries_.size());
+  for (const auto& [date, index] : order) sorted.push_back(std::move(entries_[index]));
+  entries_ = std::move(sorted);
+}
+
+History::State History::state(const Entry& entry, Date now) const {
+  const UndoRecord& record = entry.record;
+  const Found original(URL::file(record.originalPath));
+  if (record.state == UndoRecord::State::prepared) return stateOfPrepared(record, original);
+  const Found replacement = record.convertedPath ? Found(URL::file(*record.convertedPath)) : original;
+  if (!replacement.isThere) return State::missing;
+  const auto isAsRecorded = [&](const Found& found, std::int64_t bytes) {
+    return found.isFile && found.bytes == bytes && found.isUntouchedSince(entry);
+  };
+  if (!isAsRecorded(replacement, record.replacementBytes)) return State::edited;
+  // The original of a conversion stays where it was; without it, it is put back.
+  if (record.convertedPath && original.isThere && !isAsRecorded(original, record.originalBytes)) {
+    return State::edited;
+  }
+  if (now >= entry.restorableUntil() || !Found(store_.backupURL(record)).isThere) return State::expired;
+  return State::restorable;
+}
+
+History::Selection History::select(std::string_view text) const {
+  if (text == "latest") {
+    Selection latest{.kind = Kind::batch, .entries = {}};
+    for (const auto& entry : entries_) {
+      if (entry.record.sessionID == entries_.front().record.sessionID) latest.entries.push_back(&entry);
+    }
+    if (latest.entries.empty()) throw SelectionError();
+    return latest;
+  }
+  if (isShortenedID(text)) {
+    if (auto selection = selectID(text); !selection.entries.empty()) return selection;
+  }
+  auto selection = selectPath(text);
+  if (selection.entries.empty()) throw SelectionError();
+  return selection;
+}
+
+History::Selection History::selectID(std::string_view text) const {
+  const std::string start = lowercasedHex(text);
+  const auto begins = [&](const UUID& id) { return lowercasedHex(id.string()).starts_with(start); };
+  Selection records, batches{.kind = Kind::batch, .entries = {}};
+  for (const auto& entry : entries_) {
+    if (begins(entry.record.id)) records.entries.push_back(&entry);
+    if (begins(entry.record.sessionID)) batches.entries.push_back(&entry);
+  }
+  const bool oneBatch = std::ranges::all_of(batches.entries, [&](const Entry* entry) {
+    return entry->record.sessionID == batches.entries.front()->record.sessionID;
+  });
+  if (batches.entries.empty() && records.entries.size() <= 1) return records;
+  if (records.entries.empty() && oneBatch) return batches;
+  std::vector<UndoRecord> candidates;
+  for (const auto* entry : records.entries) candidates.push_back(entry->record);
+  for (const auto* entry : batches.entries) candidates.push_back(entry->record);
+  throw SelectionError(std::move(candidates));
+}
+
+History::Selection History::selectPath(std::string_view text) const {
+  const std::string path = URL::file(text).standardized().path();
+  Selection files{.kind = Kind::file, .entries = {}}, below{.kind = Kind::folder, .entries = {}};
+  const auto named = [](const std::string& recorded) { return URL::file(recorded).standardized().path(); };
+  for (const auto& entry : entries_) {
+    const std::string original = named(entry.record.originalPath);
+    const std::string converted = entry.record.convertedPath ? named(*entry.record.convertedPath) : original;
+    if (original == path || converted == path) files.entries.push_back(&entry);
+    if (isBelow(original, path) || isBelow(converted, path)) below.entries.push_back(&entry);
+  }
+  auto& selection = files.entries.empty() ? below : files;
+  // Batches may have run at the same time.
+  std::ranges::stable_sort(selection.entries, [](const Entry* a, const Entry* b) {
+    return a->record.createdAt > b->record.createdAt;
+  });
+  return selection;
+}
+
+const History::Entry& History::selectOne(std::string_view text) const {
+  const Selection selection = select(text);
+  if (selection.entries.size() == 1 || selection.kind == Kind::file) return *selection.entries.front();
+  std::vector<UndoRecord> candidates;
+  for (const auto* entry : selection.entries) candidates.push_back(entry->record);
+  throw SelectionError(std::move(candidates));
+}
+
+}  // namespace tidewell
