@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "CompressionKit/platform/Stop.h"
+#include "CompressionKit/platform/URL.h"
+
+/// What an image file says beside its pixels and their colours: date, place, camera, author, text.
+/// Every file may be hostile. What is held of one in memory is bounded by its size, and never above
+/// `maximumBytes`.
+namespace tidewell::metadata {
+
+/// Metadata of one file; a file with more of it is refused.
+constexpr std::size_t maximumBytes = std::size_t{64} << 20;
+
+/// Writes `candidate`, made of `original`, anew with the metadata of `original` in place of its own, byte for
+/// byte; nothing is written when that is what it has. Both are JPEG, PNG or GIF, or a HEIC became a PNG.
+/// Pixels, colour profile and all else that says how to show them stay the candidate's.
+///
+/// - JPEG: Exif with its thumbnail, XMP with its extension, Photoshop and IPTC (APP13), comments, the density
+///   of JFIF, FlashPix, Kodak "Meta", "Ducky" and picture information (APP12), thermal data (FLIR), GoPro.
+///   Not kept: APP14 (decides colours), ICC profiles, the index of further pictures (MPF), whatever
+///   else stands in APPn, and what lies behind the picture.
+/// - PNG: eXIf, tEXt, zTXt, iTXt, pHYs, tIME.
+/// - GIF: comments and XMP.
+/// - HEIC to PNG: Exif, whose orientation becomes 1, for the PNG is upright, and XMP.
+///
+/// References in XMP to what lies behind the picture (gain maps, videos, depth maps) go, for that is not
+/// carried; all else of a packet stays as it is, and a packet that has some and cannot be read goes whole.
+///
+/// May be called before or after `preserveOrientation`. Throws `CompressionError` (`invalidImage`;
+/// `validationFailed` above `maximumBytes` and for other pairs of kinds) or `FileError`; the candidate is
+/// untouched then.
+void carry(const URL& original, const URL& candidate, const StopToken& stop = {});
+
+/// A video lies behind the picture (a motion photo), or its XMP says so. False for what cannot be read.
+bool embedsMedia(const URL& file, const StopToken& stop = {});
+
+/// One thing that a file says. The names are fixed and English: "date", "place", "camera", "author",
+/// "copyright", "description", "Exif", "XMP", "IPTC", "comment", "text", "resolution", "thumbnail",
+/// "profile", "further pictures", "video".
+struct Entry {
+  std::string name;
+  std::uint64_t bytes;  ///< how much of the file it takes
+  bool operator==(const Entry&) const = default;
+};
+
+/// Each name once, in the order above; all that could be read of a damaged file. Throws `FileError`.
+std::vector<Entry> entries(const URL& file, const StopToken& stop = {});
+
+/// The names that `before` has and `after` has not.
+std::vector<std::string> gone(const std::vector<Entry>& before, const std::vector<Entry>& after);
+
+}  // namespace tidewell::metadata
