@@ -1,0 +1,132 @@
+#include <cstdint>
+#include <cstdio>
+#include <span>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/image/Metadata.h"
+#include "CompressionKit/image/MetadataPieces.h"
+
+namespace tidewell::metadata {
+namespace {
+
+using Kind = Piece::Kind;
+
+constexpr int extension = 0x21, image = 0x2C, trailer = 0x3B;  // what a block begins with
+constexpr int plainText = 0x01, graphicControl = 0xF9, comment = 0xFE, application = 0xFF;  // labels
+
+int byteOf(std::FILE* file) {
+  const int byte = std::getc(file);
+  if (byte < 0) throw CompressionError::invalidImage();
+  return byte;
+}
+
+void skip(std::FILE* file, long bytes) {
+  if (std::fseek(file, bytes, SEEK_CUR) != 0) throw CompressionError::invalidImage();
+}
+
+void skipColors(std::FILE* file, int flags) {
+  if ((flags & 0x80) != 0) skip(file, 3L << ((flags & 7) + 1));
+}
+
+void skipSubBlocks(std::FILE* file) {
+  char data[255];
+  while (const auto length = static_cast<std::size_t>(byteOf(file))) {
+    if (std::fread(data, 1, length, file) != length) throw CompressionError::invalidImage();
+  }
+}
+
+/// A block from its first byte to its end. `label` is an extension's, 0 for others; `name` an application's.
+struct Block {
+  int label = 0;
+  std::string name;
+  long start = 0, end = 0;
+
+  /// It belongs to a frame, or is one.
+  bool isOfFrame() const { return label == 0 || label == plainText || label == graphicControl; }
+  bool isComment() const { return label == comment; }
+  bool isXMP() const { return name == "XMP DataXMP"; }
+};
+
+/// All blocks before the trailer.
+template <typename Visit>
+void forEachBlock(std::FILE* file, const StopToken& stop, Visit visit) {
+  std::rewind(file);
+  skip(file, 10);
+  const int flags = byteOf(file);
+  skip(file, 2);
+  skipColors(file, flags);
+  for (;;) {
+    stop.throwIfStopped();
+    Block block;
+    block.start = std::ftell(file);
+    const int kind = byteOf(file);
+    if (kind == trailer) return;
+    if (kind == image) {
+      skip(file, 8);
+      skipColors(file, byteOf(file));
+      skip(file, 1);
+    } else if (kind == extension) {
+      block.label = byteOf(file);
+      if (block.label == application) {
+        block.name.resize(static_cast<std::size_t>(byteOf(file)));
+        if (std::fread(block.name.data(), 1, block.name.size(), file) != block.name.size()) {
+          throw CompressionError::invalidImage();
+        }
+      }
+    } else {
+      throw CompressionError::invalidImage();
+    }
+    skipSubBlocks(file);
+    block.end = std::ftell(file);
+    visit(block);
+  }
+}
+
+}  // namespace
+
+void readGIF(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
+  const auto stream = file.stream();
+  forEachBlock(stream.get(), stop, [&](const Block& block) {
+    const bool isProfile = block.name == "ICCRGBG1012";
+    if (!block.isComment() && !block.isXMP() && !isProfile) return;
+    const auto size = static_cast<std::size_t>(block.end - block.start);
+    if (size > maximumBytes) throw CompressionError::validationFailed();
+    Piece piece{.kind = isProfile       ? Kind::profile
+                        : block.isXMP() ? Kind::xmp
+                                        : Kind::comment,
+                .whole = std::string(size, '\0'),
+                .prefix = block.isComment() ? 2U : 14U};
+    if (file.readAt(block.start, piece.whole.data(), piece.whole.size()) != block.end - block.start) {
+      throw CompressionError::invalidImage();
+    }
+    pieces.add(std::move(piece));
+  });
+}
+
+std::string gifWith(const Pieces& pieces, const std::string& candidate) {
+  const ImageInput input(
+      std::span(reinterpret_cast<const std::uint8_t*>(candidate.data()), candidate.size()));
+  std::string carried, output;
+  for (const Piece& piece : pieces.all) {
+    if (piece.isCarried()) carried += piece.whole;
+  }
+  std::size_t done = 0, place = 0;
+  const auto stream = input.stream();
+  forEachBlock(stream.get(), {}, [&](const Block& block) {
+    if (block.isOfFrame() && place == 0) {
+      output.append(candidate, done, static_cast<std::size_t>(block.start) - done);
+      done = static_cast<std::size_t>(block.start);
+      place = output.size();
+    }
+    if (!block.isComment() && !block.isXMP()) return;
+    output.append(candidate, done, static_cast<std::size_t>(block.start) - done);
+    done = static_cast<std::size_t>(block.end);
+  });
+  if (place == 0) throw CompressionError::invalidImage();
+  output.append(candidate, done);
+  output.insert(place, carried);
+  if (!carried.empty()) output[4] = '9';  // of "87a", which knows no extensions
+  return output;
+}
+
+}  // namespace tidewell::metadata

@@ -1,0 +1,123 @@
+#include <zlib.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/PNGBytes.h"
+#include "CompressionKit/image/Metadata.h"
+#include "CompressionKit/image/MetadataPieces.h"
+
+namespace tidewell::metadata {
+namespace {
+
+using Kind = Piece::Kind;
+using namespace std::string_view_literals;
+
+constexpr std::size_t chunkHead = 8;
+constexpr auto xmpStart = "XML:com.adobe.xmp\0\0\0\0\0"sv;  // not compressed, of no language
+
+std::optional<Kind> kindOf(std::string_view type) {
+  if (type == "eXIf") return Kind::exif;
+  if (type == "tEXt" || type == "zTXt" || type == "iTXt") return Kind::text;
+  if (type == "pHYs") return Kind::density;
+  if (type == "tIME") return Kind::other;
+  if (type == "iCCP") return Kind::profile;
+  return std::nullopt;
+}
+
+/// The first bytes of each chunk are handed out, `offset` and `whole` say where all of it lies.
+template <typename Visit>
+void forEachChunk(const ImageInput& file, const StopToken& stop, Visit visit) {
+  const auto size = static_cast<std::uint64_t>(file.size());
+  std::array<char, chunkHead> head{};
+  for (std::uint64_t offset = pngSignature.size();;) {
+    stop.throwIfStopped();
+    const bool isThere =
+        size >= offset + pngChunkOverhead &&
+        file.readAt(static_cast<std::int64_t>(offset), head.data(), head.size()) == chunkHead;
+    const std::string_view bytes(head.data(), head.size());
+    const std::uint64_t whole = pngChunkOverhead + (isThere ? bigEndian32(bytes, 0) : 0);
+    if (!isThere || whole > size - offset) throw CompressionError::invalidImage();
+    const std::string_view type = bytes.substr(4);
+    visit(type, offset, static_cast<std::size_t>(whole));
+    if (type == "IEND") return;
+    offset += whole;
+  }
+}
+
+std::string chunk(std::string_view type, std::string_view data) {
+  const auto appendNumber = [](std::string& text, std::uint32_t value) {
+    for (int shift = 24; shift >= 0; shift -= 8) text.push_back(static_cast<char>(value >> shift & 0xFF));
+  };
+  std::string bytes;
+  appendNumber(bytes, static_cast<std::uint32_t>(data.size()));
+  bytes.append(type).append(data);
+  const auto sum =
+      crc32(0, reinterpret_cast<const Bytef*>(bytes.data()) + 4, static_cast<uInt>(data.size() + 4));
+  appendNumber(bytes, static_cast<std::uint32_t>(sum));
+  return bytes;
+}
+
+}  // namespace
+
+void readPNG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
+  bool afterPixels = false;
+  forEachChunk(file, stop, [&](std::string_view type, std::uint64_t offset, std::size_t whole) {
+    if (type == "IDAT") afterPixels = true;
+    auto kind = kindOf(type);
+    if (!kind) return;
+    if (whole > maximumBytes) throw CompressionError::validationFailed();
+    std::string bytes(whole, '\0');
+    if (file.readAt(static_cast<std::int64_t>(offset), bytes.data(), whole) != static_cast<ssize_t>(whole)) {
+      throw CompressionError::invalidImage();
+    }
+    const bool isXMP =
+        type == "iTXt" && std::string_view(bytes).substr(chunkHead).starts_with("XML:com.adobe.xmp");
+    pieces.add({.kind = isXMP ? Kind::xmp : *kind,
+                .whole = std::move(bytes),
+                .prefix = chunkHead,
+                .afterPixels = afterPixels});
+  });
+}
+
+std::string pngWith(const Pieces& pieces, const std::string& candidate) {
+  const auto carried = [&](bool afterPixels) {
+    std::string bytes;
+    for (const Piece& piece : pieces.all) {
+      if (piece.isCarried() && piece.afterPixels == afterPixels) bytes += piece.whole;
+    }
+    return bytes;
+  };
+  std::string output(pngSignature);
+  const ImageInput input(
+      std::span(reinterpret_cast<const std::uint8_t*>(candidate.data()), candidate.size()));
+  forEachChunk(input, {}, [&](std::string_view type, std::uint64_t offset, std::size_t whole) {
+    if (const auto kind = kindOf(type); kind && *kind < Kind::profile) return;
+    if (type == "IEND") output += carried(true);
+    output.append(candidate, offset, whole);
+    if (type == "IHDR") output += carried(false);
+  });
+  return output;
+}
+
+Pieces asUprightPNG(const Pieces& heic) {
+  Pieces png;
+  for (const Piece& piece : heic.all) {
+    if (piece.kind == Kind::exif) {
+      const auto exif = uprightExif(piece.data());
+      if (exif) png.add({.kind = piece.kind, .whole = chunk("eXIf", *exif), .prefix = chunkHead});
+    } else if (piece.kind == Kind::xmp) {
+      const auto packet = xmpWithout({.orientation = true}, piece.data());
+      if (packet) {
+        png.add({.kind = piece.kind,
+                 .whole = chunk("iTXt", std::string(xmpStart) + *packet),
+                 .prefix = chunkHead});
+      }
+    }
+  }
+  return png;
+}
+
+}  // namespace tidewell::metadata
