@@ -100,7 +100,7 @@ double parsedScore(std::string_view output) {
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
-    throw CompressionError::toolFailed("ssimulacra2 未返回有效画质评分");
+    throw CompressionError::toolGaveNoScore("ssimulacra2");
   }
   return value;
 }

@@ -51,11 +51,12 @@ std::string describeErrno(int code) {
   return strerror_r(code, buffer, sizeof buffer);  // the GNU variant returns the text
 }
 
-FileError::FileError(std::string_view action, std::string_view path, int code) : code_(code) {
+FileError::FileError(FileAction action, std::string_view path, int code)
+    : action_(action), path_(path), code_(code) {
   const auto slash = path.rfind('/');
   const auto name =
       slash == std::string_view::npos || slash + 1 == path.size() ? path : path.substr(slash + 1);
-  message_ = "无法" + std::string(action) + "“" + repairedUTF8(name) + "”：" + describeErrno(code);
+  message_ = "无法" + std::string(action.text()) + "“" + repairedUTF8(name) + "”：" + describeErrno(code);
 }
 
 bool FileError::isNoSuchFile() const {

@@ -17,7 +17,7 @@
 namespace tidewell::files {
 namespace {
 
-Descriptor open(const URL& url, int flags, std::string_view action, mode_t mode = 0) {
+Descriptor open(const URL& url, int flags, FileAction action, mode_t mode = 0) {
   for (;;) {
     const int descriptor = ::open(url.path().c_str(), flags | O_CLOEXEC, mode);
     if (descriptor >= 0) return Descriptor(descriptor);

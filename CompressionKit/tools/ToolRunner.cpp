@@ -70,7 +70,7 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
       break;
     case Process::Wait::timedOut:
       process.terminate(graceAfterTimeout);
-      throw CompressionError::toolFailed(std::string(tool) + " 超时");
+      throw CompressionError::toolTimedOut(tool);
     case Process::Wait::stopped:
       process.terminate(graceAfterStop);
       throw Interrupted();
@@ -79,8 +79,7 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
   // Read before the status is looked at: a capture that cannot be read fails the run either way.
   const std::string errorText = readOutput(errorURL, standardErrorLimit);
   if (const int status = process.terminationStatus(); status != 0) {
-    throw CompressionError::toolFailed(std::string(tool) + "（退出码 " + std::to_string(status) + "）：" +
-                                       characterPrefix(errorText, failureDetailCharacters));
+    throw CompressionError::toolExited(tool, status, characterPrefix(errorText, failureDetailCharacters));
   }
   return readOutput(outputURL, standardOutputLimit);
 }

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <stdio.h>
-#include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,11 +13,6 @@
 
 namespace tidewell {
 namespace {
-
-CompressionError renameFailed(std::string_view prefix, int code) {
-  char buffer[256] = {};
-  return CompressionError::fileOperation(std::string(prefix) + strerror_r(code, buffer, sizeof buffer));
-}
 
 /// The move has happened, so a flush that fails must not look like a move that failed: the caller would put
 /// back a file that is not there. What was verified stands; the kernel writes the directory in its own time.
@@ -60,7 +54,7 @@ int linkAndUnlink(const URL& source, const URL& destination) {
 void atomicRename(const URL& source, const URL& destination) {
   files::flush(source);
   if (rename(source.path().c_str(), destination.path().c_str()) != 0) {
-    throw renameFailed("替换文件失败：", errno);
+    throw CompressionError::fileOperation("替换文件失败：", errno);
   }
   flushDirectories(destination, source);
 }
@@ -74,7 +68,7 @@ bool atomicRenameIfAbsent(const URL& source, const URL& destination) {
     if (isMissingFlag(code)) code = linkAndUnlink(source, destination);
   }
   if (code == EEXIST) return false;
-  if (code != 0) throw renameFailed("保存 PNG 失败：", code);
+  if (code != 0) throw CompressionError::fileOperation("保存 PNG 失败：", code);
   flushDirectories(destination, source);
   return true;
 }
@@ -84,7 +78,7 @@ Exchange atomicExchange(const URL& waiting, const URL& destination) {
       0) {
     if (isMissingFlag(errno)) return Exchange::unsupported;
     if (errno == ENOENT) return Exchange::vanished;
-    throw renameFailed("替换文件失败：", errno);
+    throw CompressionError::fileOperation("替换文件失败：", errno);
   }
   // What was displaced first: so there is no moment at which the disk has neither name of it.
   flushDirectories(waiting, destination);

@@ -30,7 +30,7 @@ std::optional<std::string> contentAt(const URL& url) noexcept {
   return std::nullopt;
 }
 
-void move(const URL& from, const URL& to, std::string_view action) {
+void move(const URL& from, const URL& to, FileAction action) {
   if (rename(from.path().c_str(), to.path().c_str()) != 0) throw FileError(action, from.path(), errno);
 }
 

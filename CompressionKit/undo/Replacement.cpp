@@ -90,7 +90,7 @@ void UndoStore::deleteRecord(const UndoRecord& record) const {
     removeIfPresent(recordURL(record));
   } catch (const FileError& error) {
     const std::string name = repairedUTF8(URL::file(record.originalPath).lastPathComponent());
-    throw CompressionError::fileOperation("无法删除 " + name + " 的记录或备份：" + error.what());
+    throw CompressionError::fileOperation("无法删除 {1} 的记录或备份：{2}", name, error);
   }
   rmdir(recordURL(record).deletingLastPathComponent().path().c_str());
 }
