@@ -1,0 +1,29 @@
+#pragma once
+
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Tidewell/Commands.h"
+#include "Tidewell/Interface.h"
+#include "Tidewell/Terminal.h"
+
+namespace tidewell {
+
+struct VersionOptions {};
+
+/// What one command line asks for.
+struct ParsedCommand {
+  std::variant<CompressCommandOptions, HistoryOptions, RestoreOptions, CompareOptions, ExplainOptions,
+               ForgetOptions, StatusOptions, CompletionOptions, HelpOptions, VersionOptions>
+      options;
+  Terminal::Color color = Terminal::Color::automatic;
+};
+
+/// The arguments follow the program's name. Throws `UsageError`.
+ParsedCommand parseCommandLine(std::span<const char* const> arguments);
+
+}  // namespace tidewell

@@ -1,0 +1,72 @@
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Tidewell/Commands.h"
+#include "Tidewell/Interface.h"
+#include "Tidewell/Output.h"
+#include "Tidewell/Terminal.h"
+#include "Tidewell/Texts.h"
+
+namespace tidewell {
+namespace {
+
+struct Entry {
+  std::string term;
+  std::string text;
+};
+
+/// Terms on the left and their texts beside them.
+void printEntries(const std::vector<Entry>& entries, Terminal& terminal) {
+  std::size_t width = 0;
+  for (const auto& entry : entries) width = std::max(width, displayWidth(entry.term));
+  for (const auto& entry : entries) {
+    const std::string fill(width - displayWidth(entry.term) + 2, ' ');
+    terminal.print("  " + entry.term + fill + entry.text);
+  }
+}
+
+std::string termOf(const OptionSpec& option) {
+  std::string term = option.names;
+  if (const auto comma = term.find(','); comma != std::string::npos) {
+    term.insert(comma + 1, " ");
+  } else {
+    term.insert(0, "    ");
+  }
+  return option.value == nullptr ? term : term + " " + option.value;
+}
+
+void printProgramHelp(Terminal& terminal) {
+  terminal.print(_("Makes pictures smaller without a visible loss, and can undo it."));
+  terminal.print("");
+  terminal.print(filled(_("Usage: tidewell {1} {2}"), {"COMMAND", "[OPTIONS] ..."}));
+  terminal.print("");
+  std::vector<Entry> entries;
+  for (const auto& spec : commandSpecs()) entries.push_back({spec.name, _(spec.summary)});
+  printEntries(entries, terminal);
+  terminal.print("");
+  printEntries({{"-h, --help", _("tell this")}, {"    --version", _("tell the version")}}, terminal);
+  terminal.print("");
+  terminal.print(
+      _("“tidewell help COMMAND” tells about one of them, its manual page (“man tidewell-COMMAND”) more."));
+}
+
+}  // namespace
+
+int runHelp(const HelpOptions& options, Terminal& terminal) {
+  if (!options.command) {
+    printProgramHelp(terminal);
+    return done;
+  }
+  const CommandSpec& spec = *commandSpec(*options.command);
+  terminal.print(filled(_("Usage: tidewell {1} {2}"), {spec.name, spec.arguments}));
+  terminal.print("");
+  terminal.print(std::string("  ") + _(spec.summary));
+  terminal.print("");
+  std::vector<Entry> entries;
+  for (const auto& option : spec.options) entries.push_back({termOf(option), _(option.text)});
+  printEntries(entries, terminal);
+  return done;
+}
+
+}  // namespace tidewell
