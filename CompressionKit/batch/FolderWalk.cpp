@@ -48,7 +48,7 @@ bool matches(const std::string& pattern, const std::string& text, int flags) {
   return fnmatch(pattern.c_str(), text.c_str(), flags) == 0;
 }
 
-Found failure(const URL& url, std::string treePath, bool isNamed, std::string_view action, int code) {
+Found failure(const URL& url, std::string treePath, bool isNamed, FileAction action, int code) {
   return {.url = url,
           .treePath = std::move(treePath),
           .isNamed = isNamed,
