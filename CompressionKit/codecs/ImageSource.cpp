@@ -66,6 +66,10 @@ void RowReader::skip(std::int64_t count) {
   while (count-- > 0) read(row);
 }
 
+bool RowReader::readKept(std::span<std::uint8_t>) {
+  return false;
+}
+
 std::unique_ptr<ImageSource> ImageSource::open(const URL& url, const StopToken& stop) {
   return open(ImageInput(url), stop);
 }
@@ -77,6 +81,11 @@ std::unique_ptr<ImageSource> ImageSource::open(const ImageInput& input, const St
     if (format.matches(head)) return format.open(input, stop);
   }
   throw ImageDecodeError("no known format");
+}
+
+std::unique_ptr<RowReader> ImageSource::rowsKeeping(std::size_t index, std::int64_t minimumLongSide,
+                                                    const Rectangle&) {
+  return rows(index, minimumLongSide);
 }
 
 std::unique_ptr<DeepRowReader> ImageSource::deepRows(std::size_t index) {

@@ -15,6 +15,11 @@ namespace tidewell {
 /// What a file is, by its content.
 enum class Container { jpeg, png, gif, heic, heif, avif };
 
+/// A part of an image in pixels, from its top left corner.
+struct Rectangle {
+  std::int64_t x = 0, y = 0, width = 0, height = 0;
+};
+
 /// The rows of one decoded image from top to bottom. Numbers are as stored: no conversion between colour
 /// spaces.
 class RowReader {
@@ -27,6 +32,9 @@ class RowReader {
   virtual void read(std::span<std::uint8_t> row) = 0;
   /// Passes over `count` rows; cheaper than reading them where the format allows.
   virtual void skip(std::int64_t count);
+  /// After the last row: the part that the reader was to keep, at full size and else as rows are, into
+  /// `pixels` (its width × its height × 4 bytes). False where it was not kept. Throws as `read`.
+  virtual bool readKept(std::span<std::uint8_t> pixels);
 };
 
 /// The same at the depth of the file.
@@ -64,6 +72,10 @@ class ImageSource {
   /// is a frame and its image the composed canvas; reading frames in ascending order costs one pass over
   /// the file. The reader must not outlive the source, and a new reader ends the previous one.
   virtual std::unique_ptr<RowReader> rows(std::size_t index, std::int64_t minimumLongSide = 0) = 0;
+  /// As `rows`, for whoever also wants `part`, which lies inside of the image at full size: where rows come
+  /// at a reduced size, the reader may keep it.
+  virtual std::unique_ptr<RowReader> rowsKeeping(std::size_t index, std::int64_t minimumLongSide,
+                                                 const Rectangle& part);
   /// At full size and depth, else as `rows`. As it stands here for images whose pixels are 8 bits deep and
   /// opaque or nothing.
   virtual std::unique_ptr<DeepRowReader> deepRows(std::size_t index);

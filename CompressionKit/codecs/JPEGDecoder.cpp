@@ -1,163 +1,91 @@
 #include "CompressionKit/codecs/JPEGDecoder.h"
 
-#include <csetjmp>
-#include <cstdio>
-// libjpeg's headers want <cstdio> first.
-#include <jerror.h>
-#include <jpeglib.h>
-
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <vector>
 
 #include "CompressionKit/codecs/ColorProfile.h"
+#include "CompressionKit/codecs/JPEGDecompressor.h"
 #include "CompressionKit/codecs/JPEGHeader.h"
+#include "CompressionKit/codecs/JPEGPart.h"
 #include "CompressionKit/codecs/SparseCoefficients.h"
 
 namespace tidewell {
 namespace {
 
-/// More scans than any encoder writes; each costs a pass over the whole image, so that huge ones may have
-/// fewer, as many as read this many blocks.
-constexpr std::int64_t maximumScans = 100;
-constexpr std::int64_t maximumBlocksRead = maximumScans << 22;
-
-struct ErrorManager {
-  jpeg_error_mgr base{};
-  std::jmp_buf jump;
-  const StopToken* stop = nullptr;
-  boolean (*fill)(j_decompress_ptr) = nullptr;  ///< libjpeg's own way to read on
-  char message[JMSG_LENGTH_MAX] = {};
-};
-
-struct Progress {
-  jpeg_progress_mgr base{};
-  std::int64_t maximumScans = 1;
-};
-
-struct Handle {
-  Handle() = default;
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  ~Handle() { jpeg_destroy_decompress(&jpeg); }
-  jpeg_decompress_struct jpeg{};
-};
-
-ErrorManager& errorsOf(j_common_ptr jpeg) {
-  return *reinterpret_cast<ErrorManager*>(jpeg->err);
-}
-
-[[noreturn]] void fail(j_common_ptr jpeg) {
-  jpeg->err->format_message(jpeg, errorsOf(jpeg).message);
-  std::longjmp(errorsOf(jpeg).jump, 1);
-}
-
-/// Called where much may lie before the next row.
-void failIfStopped(j_common_ptr jpeg) {
-  if (errorsOf(jpeg).stop->stopRequested()) ERREXIT(jpeg, JERR_INPUT_EOF);
-}
-
-/// Warnings that mean missing or broken pixels. Others (bytes between segments, odd application markers)
-/// are found in sound photos.
-bool meansDamage(int code) {
-  return code == JWRN_HIT_MARKER || code == JWRN_JPEG_EOF || code == JWRN_HUFF_BAD_CODE ||
-         code == JWRN_MUST_RESYNC;
-}
-
-/// One decompression of a file from its start. Every call into libjpeg goes through `guarded`: its errors
-/// come back by longjmp, so no object with a destructor may live in the calls in between.
-class Decompressor {
- public:
-  Decompressor(std::FILE* file, const StopToken& stop, std::int64_t maximumPlainBytes) : stop_(stop) {
-    errors_.stop = &stop_;
-    jpeg().err = jpeg_std_error(&errors_.base);
-    errors_.base.error_exit = fail;
-    // Damage ends the decoding at once: libjpeg would go on with grey for as long as the header claims.
-    errors_.base.emit_message = [](j_common_ptr jpeg, int level) {
-      if (level < 0 && meansDamage(jpeg->err->msg_code)) fail(jpeg);
-    };
-    progress_.base.progress_monitor = [](j_common_ptr jpeg) {
-      failIfStopped(jpeg);
-      const auto* decompress = reinterpret_cast<j_decompress_ptr>(jpeg);
-      const auto* progress = reinterpret_cast<Progress*>(jpeg->progress);
-      if (decompress->input_scan_number > progress->maximumScans) ERREXIT(jpeg, JERR_BAD_PROGRESSION);
-    };
-    std::rewind(file);
-    guarded([&] {
-      jpeg_create_decompress(&jpeg());
-      jpeg().progress = &progress_.base;
-      // libjpeg has nowhere to put what goes beyond this.
-      jpeg().mem->max_memory_to_use = static_cast<long>(ImageLimits::maximumResidentBytes);
-      jpeg_stdio_src(&jpeg(), file);
-      errors_.fill = std::exchange(jpeg().src->fill_input_buffer, [](j_decompress_ptr decompress) {
-        failIfStopped(reinterpret_cast<j_common_ptr>(decompress));
-        return errorsOf(reinterpret_cast<j_common_ptr>(decompress)).fill(decompress);
-      });
-      jpeg_read_header(&jpeg(), TRUE);
-    });
-    const std::int64_t blocks = SparseCoefficients::blockCount(jpeg());
-    progress_.maximumScans = std::clamp(maximumBlocksRead / blocks, std::int64_t{1}, maximumScans);
-    if (blocks * std::int64_t{sizeof(JBLOCK)} > maximumPlainBytes) coefficients_.emplace(jpeg());
-  }
-
-  jpeg_decompress_struct& jpeg() { return handle_.jpeg; }
-
-  template <typename Call>
-  void guarded(Call call) {
-    if (setjmp(errors_.jump) != 0) {
-      stop_.throwIfStopped();
-      throw ImageDecodeError(errors_.message);
-    }
-    call();
-  }
-
-  void throwIfStopped() const { stop_.throwIfStopped(); }
-
- private:
-  StopToken stop_;
-  Progress progress_;
-  ErrorManager errors_;
-  std::optional<SparseCoefficients> coefficients_;
-  Handle handle_;
-};
-
 bool isInks(J_COLOR_SPACE space) {
   return space == JCS_CMYK || space == JCS_YCCK;
 }
 
-class JPEGRowReader final : public RowReader {
+/// Rows as `RowReader` delivers them, of a decompression that has been told of colours and size.
+class PixelRows {
  public:
-  /// `isProven` becomes true when all of the image has been seen to be sound.
-  JPEGRowReader(std::FILE* file, const StopToken& stop, std::int64_t minimumLongSide,
-                std::int64_t maximumPlainBytes, bool& isProven)
-      : isProven_(isProven), decompressor_(file, stop, maximumPlainBytes) {
+  explicit PixelRows(JPEGDecompressor& decompressor) : decompressor_(decompressor) {
     auto& jpeg = decompressor_.jpeg();
-    const bool inks = isInks(jpeg.jpeg_color_space);
-    jpeg.out_color_space = inks ? JCS_CMYK : JCS_EXT_RGBA;
-    const std::int64_t longSide = std::max(jpeg.image_width, jpeg.image_height);
-    jpeg.scale_denom = 8;
-    jpeg.scale_num = 8;
-    if (minimumLongSide > 0) {
-      // Halves only: for the sizes in between libjpeg-turbo has no vector code, and takes twice as long.
-      while (jpeg.scale_num > 1 && longSide * (jpeg.scale_num / 2) / 8 >= minimumLongSide)
-        jpeg.scale_num /= 2;
-    }
-    decompressor_.guarded([&] { jpeg_start_decompress(&jpeg); });
-    if (jpeg_has_multiple_scans(&jpeg)) isProven_ = true;  // all of them have just been read
-    if (inks) inks_.resize(static_cast<std::size_t>(jpeg.output_width) * 4);
+    decompressor_.guarded([&] {
+      jpeg_start_decompress(&jpeg);
+      if (jpeg.buffered_image != FALSE) jpeg_start_output(&jpeg, 1);
+    });
+    if (isInks(jpeg.jpeg_color_space)) inks_.resize(static_cast<std::size_t>(jpeg.output_width) * 4);
   }
 
-  std::int64_t width() const override { return decompressor_.jpeg().output_width; }
-  std::int64_t height() const override { return decompressor_.jpeg().output_height; }
-
-  void read(std::span<std::uint8_t> row) override {
+  void read(std::span<std::uint8_t> row) {
     auto& jpeg = decompressor_.jpeg();
     decompressor_.throwIfStopped();
     if (jpeg.output_scanline >= jpeg.output_height) throw ImageDecodeError("read past the last row");
     JSAMPROW target = inks_.empty() ? row.data() : inks_.data();
     decompressor_.guarded([&] { jpeg_read_scanlines(&jpeg, &target, 1); });
     if (!inks_.empty()) convertInks(row);
-    if (jpeg.output_scanline == jpeg.output_height && !hasSkipped_ && !isProven_) finish();
+  }
+
+ private:
+  /// Adobe's files, which are nearly all of this kind, hold the inks inverted; viewers take all others so
+  /// too.
+  void convertInks(std::span<std::uint8_t> row) const {
+    for (std::size_t i = 0; i < inks_.size(); i += 4) {
+      const unsigned key = inks_[i + 3];
+      for (std::size_t c = 0; c < 3; ++c) {
+        row[i + c] = static_cast<std::uint8_t>((inks_[i + c] * key + 127) / 255);
+      }
+      row[i + 3] = 255;
+    }
+  }
+
+  JPEGDecompressor& decompressor_;
+  std::vector<std::uint8_t> inks_;
+};
+
+/// Arrays for an image of several scans whose coefficients would be too many for libjpeg's own, else null.
+std::unique_ptr<BlockArrays> arraysFor(jpeg_decompress_struct& jpeg, std::int64_t maximumPlainBytes) {
+  const std::int64_t bytes = SparseCoefficients::blockCount(jpeg) * std::int64_t{sizeof(JBLOCK)};
+  if (!jpeg_has_multiple_scans(&jpeg) || bytes <= maximumPlainBytes) return nullptr;
+  return std::make_unique<SparseCoefficients>(jpeg);
+}
+
+/// How an image is to be read.
+struct Wish {
+  std::int64_t minimumLongSide = 0;
+  std::int64_t maximumPlainBytes = 0;
+  Rectangle kept = {};
+};
+
+class JPEGRowReader final : public RowReader {
+ public:
+  /// `isProven` becomes true when all of the image has been seen to be sound.
+  JPEGRowReader(std::FILE* file, const StopToken& stop, const Wish& wish, bool& isProven)
+      : isProven_(isProven), stop_(stop), decompressor_(file, stop), kept_(wish.kept) {
+    prepare(wish);
+    rows_.emplace(decompressor_);
+    if (jpeg_has_multiple_scans(&decompressor_.jpeg())) isProven_ = true;  // all of them have just been read
+  }
+
+  std::int64_t width() const override { return decompressor_.jpeg().output_width; }
+  std::int64_t height() const override { return decompressor_.jpeg().output_height; }
+
+  void read(std::span<std::uint8_t> row) override {
+    rows_->read(row);
+    if (isAtEnd() && !hasSkipped_ && !isProven_) finish();
   }
 
   void skip(std::int64_t count) override {
@@ -170,39 +98,85 @@ class JPEGRowReader final : public RowReader {
     decompressor_.guarded([&] { jpeg_skip_scanlines(&jpeg, static_cast<JDIMENSION>(count)); });
   }
 
+  bool readKept(std::span<std::uint8_t> pixels) override {
+    const auto& jpeg = decompressor_.jpeg();
+    if (!part_ || hasSkipped_ || !isAtEnd() || !part_->isComplete(jpeg)) return false;
+    JPEGDecompressor decompressor(*part_, jpeg, stop_);
+    PixelRows rows(decompressor);
+    const Rectangle& area = part_->area();
+    std::vector<std::uint8_t> row(static_cast<std::size_t>(area.width) * 4);
+    const auto left = static_cast<std::size_t>(kept_.x - area.x) * 4;
+    const auto bytes = static_cast<std::size_t>(kept_.width) * 4;
+    for (std::int64_t y = area.y; y < kept_.y + kept_.height; ++y) {
+      rows.read(row);
+      if (y < kept_.y) continue;
+      std::memcpy(pixels.data() + static_cast<std::size_t>(y - kept_.y) * bytes, row.data() + left, bytes);
+    }
+    return true;
+  }
+
  private:
+  bool isAtEnd() const {
+    const auto& jpeg = decompressor_.jpeg();
+    return jpeg.output_scanline == jpeg.output_height;
+  }
+
+  void prepare(const Wish& wish) {
+    auto& jpeg = decompressor_.jpeg();
+    jpeg.out_color_space = isInks(jpeg.jpeg_color_space) ? JCS_CMYK : JCS_EXT_RGBA;
+    jpeg.scale_denom = 8;
+    jpeg.scale_num = 8;
+    if (wish.minimumLongSide > 0) {
+      const std::int64_t longSide = std::max(jpeg.image_width, jpeg.image_height);
+      // Halves only: for the sizes in between libjpeg-turbo has no vector code, and takes twice as long.
+      while (jpeg.scale_num > 1 && longSide * (jpeg.scale_num / 2) / 8 >= wish.minimumLongSide)
+        jpeg.scale_num /= 2;
+    }
+    const bool keeps =
+        kept_.width > 0 && kept_.height > 0 && jpeg.scale_num < 8 && JPEGPart::isPossible(jpeg);
+    auto arrays = arraysFor(jpeg, keeps ? 0 : wish.maximumPlainBytes);
+    if (keeps) {
+      if (!arrays) {
+        arrays = std::make_unique<PassingBlocks>(jpeg);
+        jpeg.buffered_image = TRUE;  // else there are no arrays
+      }
+      arrays->copyTo(part_.emplace(jpeg, kept_));
+    }
+    decompressor_.setArrays(std::move(arrays));
+  }
+
   /// What stands behind the last row is no matter to whoever reads rows: `verify` will say what is wrong.
   void finish() {
+    auto& jpeg = decompressor_.jpeg();
     try {
-      decompressor_.guarded([&] { jpeg_finish_decompress(&decompressor_.jpeg()); });
+      decompressor_.guarded([&] {
+        if (jpeg.buffered_image == FALSE) {
+          jpeg_finish_decompress(&jpeg);
+        } else {
+          // What a part is made of is needed yet.
+          jpeg_finish_output(&jpeg);
+          while (!jpeg_input_complete(&jpeg)) jpeg_consume_input(&jpeg);
+        }
+      });
       isProven_ = true;
     } catch (const ImageDecodeError&) {
     }
   }
 
-  /// Adobe's files, which are nearly all of this kind, hold the inks inverted; viewers take all others so
-  /// too.
-  void convertInks(std::span<std::uint8_t> row) {
-    for (std::size_t i = 0; i < inks_.size(); i += 4) {
-      const unsigned key = inks_[i + 3];
-      for (std::size_t c = 0; c < 3; ++c) {
-        row[i + c] = static_cast<std::uint8_t>((inks_[i + c] * key + 127) / 255);
-      }
-      row[i + 3] = 255;
-    }
-  }
-
   bool& isProven_;
   bool hasSkipped_ = false;
-  mutable Decompressor decompressor_;
-  std::vector<std::uint8_t> inks_;
+  StopToken stop_;
+  std::optional<JPEGPart> part_;
+  mutable JPEGDecompressor decompressor_;
+  Rectangle kept_;
+  std::optional<PixelRows> rows_;
 };
 
 class JPEGSource final : public ImageSource {
  public:
   JPEGSource(const ImageInput& input, StopToken stop, std::int64_t maximumPlainBytes)
       : stop_(std::move(stop)), file_(input.stream()), maximumPlainBytes_(maximumPlainBytes) {
-    Decompressor decompressor(file_.get(), stop_, maximumPlainBytes_);
+    JPEGDecompressor decompressor(file_.get(), stop_);
     const auto& jpeg = decompressor.jpeg();
     if (jpeg.jpeg_color_space == JCS_UNKNOWN) throw ImageDecodeError("colours of an unknown kind");
     // Broken arithmetic code decodes to something nearly always, so no such image can be proved sound.
@@ -228,8 +202,13 @@ class JPEGSource final : public ImageSource {
   std::size_t count() override { return 1; }
   ImageProperties properties(std::size_t) override { return properties_; }
   std::unique_ptr<RowReader> rows(std::size_t, std::int64_t minimumLongSide) override {
-    return std::make_unique<JPEGRowReader>(file_.get(), stop_, minimumLongSide, maximumPlainBytes_,
-                                           isProven_);
+    return rowsKeeping({}, minimumLongSide, {});
+  }
+  std::unique_ptr<RowReader> rowsKeeping(std::size_t, std::int64_t minimumLongSide,
+                                         const Rectangle& part) override {
+    const Wish wish{
+        .minimumLongSide = minimumLongSide, .maximumPlainBytes = maximumPlainBytes_, .kept = part};
+    return std::make_unique<JPEGRowReader>(file_.get(), stop_, wish, isProven_);
   }
 
   /// All entropy-coded data is read, but only one sample of each block is computed: what is missing or broken
@@ -243,8 +222,9 @@ class JPEGSource final : public ImageSource {
 
  private:
   void readAll() {
-    Decompressor decompressor(file_.get(), stop_, maximumPlainBytes_);
+    JPEGDecompressor decompressor(file_.get(), stop_);
     auto& jpeg = decompressor.jpeg();
+    decompressor.setArrays(arraysFor(jpeg, maximumPlainBytes_));
     jpeg.scale_num = 1;
     jpeg.scale_denom = 8;
     jpeg.out_color_space = jpeg.jpeg_color_space;

@@ -1,12 +1,9 @@
 #include "CompressionKit/codecs/SparseCoefficients.h"
 
-#include <jerror.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
 #include <cstring>
-#include <new>
 
 #include "CompressionKit/codecs/ImageSource.h"
 
@@ -215,11 +212,7 @@ class SparseCoefficients::Array {
   std::vector<JBLOCKROW> window_;
 };
 
-SparseCoefficients::SparseCoefficients(jpeg_decompress_struct& jpeg) {
-  jpeg.client_data = this;
-  jpeg.mem->request_virt_barray = request;
-  jpeg.mem->access_virt_barray = access;
-}
+SparseCoefficients::SparseCoefficients(jpeg_decompress_struct& jpeg) : BlockArrays(jpeg) {}
 
 SparseCoefficients::~SparseCoefficients() = default;
 
@@ -236,10 +229,7 @@ std::int64_t SparseCoefficients::blockCount(const jpeg_decompress_struct& jpeg) 
   return count;
 }
 
-namespace {
-
-/// Whether libjpeg may smooth across blocks, which it does while scans are missing.
-bool mayBeSmoothed(const jpeg_decompress_struct& jpeg) {
+bool SparseCoefficients::maySmooth(const jpeg_decompress_struct& jpeg) {
   if (!jpeg.progressive_mode || jpeg.do_block_smoothing == FALSE || jpeg.coef_bits == nullptr) return false;
   const auto* bits = jpeg.coef_bits;
   return std::any_of(bits, bits + jpeg.num_components, [](const int(&component)[DCTSIZE2]) {
@@ -247,40 +237,18 @@ bool mayBeSmoothed(const jpeg_decompress_struct& jpeg) {
   });
 }
 
-}  // namespace
-
-// The two methods leave by longjmp where they fail, and no exception may pass through libjpeg: so what throws
-// is over before libjpeg's error is raised.
-
-jvirt_barray_ptr SparseCoefficients::request(j_common_ptr jpeg, int, boolean, JDIMENSION blocksPerRow,
-                                             JDIMENSION rows, JDIMENSION maximumAccess) {
-  auto& self = *static_cast<SparseCoefficients*>(jpeg->client_data);
-  Array* array = nullptr;
-  try {
-    self.arrays_.push_back(std::make_unique<Array>(blocksPerRow, rows, maximumAccess));
-    array = self.arrays_.back().get();
-  } catch (const std::bad_alloc&) {
-  }
-  if (array == nullptr) ERREXIT1(jpeg, JERR_OUT_OF_MEMORY, 0);
-  return reinterpret_cast<jvirt_barray_ptr>(array);
+void SparseCoefficients::add(std::size_t blocksPerRow, std::size_t rows, std::size_t maximumAccess) {
+  arrays_.push_back(std::make_unique<Array>(blocksPerRow, rows, maximumAccess));
 }
 
-JBLOCKARRAY SparseCoefficients::access(j_common_ptr jpeg, jvirt_barray_ptr array, JDIMENSION first,
-                                       JDIMENSION count, boolean writable) {
-  auto& self = *static_cast<SparseCoefficients*>(jpeg->client_data);
-  auto& sparse = *reinterpret_cast<Array*>(array);
-  if (!sparse.mayAccess(first, count)) ERREXIT(jpeg, JERR_BAD_VIRTUAL_ACCESS);
-  JBLOCKARRAY result = nullptr;
+JBLOCKARRAY SparseCoefficients::access(std::size_t component, std::size_t first, std::size_t count,
+                                       bool writable) {
+  Array& array = *arrays_[component];
+  if (!array.mayAccess(first, count)) return nullptr;
   // Smoothing, libjpeg-turbo 2.1 reads rows of the array behind those that it asked for.
-  const bool wide = writable == FALSE && mayBeSmoothed(*reinterpret_cast<j_decompress_ptr>(jpeg));
-  try {
-    result = sparse.access(first, wide ? sparse.widened(first) : count, writable != FALSE, self.heldBytes_);
-  } catch (const std::bad_alloc&) {
-  }
-  if (result == nullptr || self.heldBytes_ > ImageLimits::maximumResidentBytes) {
-    ERREXIT1(jpeg, JERR_OUT_OF_MEMORY, 0);
-  }
-  return result;
+  const bool wide = !writable && maySmooth(jpeg());
+  const JBLOCKARRAY rows = array.access(first, wide ? array.widened(first) : count, writable, heldBytes_);
+  return heldBytes_ <= ImageLimits::maximumResidentBytes ? rows : nullptr;
 }
 
 }  // namespace tidewell

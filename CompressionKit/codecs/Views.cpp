@@ -151,18 +151,20 @@ Pair overviewAndDetail(ImageSource& source, std::size_t index, std::int64_t over
   const std::int64_t side = std::min({properties.width, properties.height, detailSide});
   const std::int64_t left = (properties.width - side) / 2, top = (properties.height - side) / 2;
   Pair result{.overview = emptyThumbnail(properties, overviewSide), .detail = {}};
-  auto rows = source.rows(index, std::max(result.overview.width, result.overview.height));
+  auto rows = source.rowsKeeping(index, std::max(result.overview.width, result.overview.height),
+                                 {.x = left, .y = top, .width = side, .height = side});
   // Rows that come at full size serve both.
   const bool serveBoth = rows->width() == properties.width && rows->height() == properties.height;
-  if (serveBoth) result.detail = emptyBitmap(side, side, properties);
+  result.detail = emptyBitmap(side, side, properties);
   reduce(*rows, result.overview, [&](std::int64_t y, std::span<const std::uint8_t> row) {
     if (!serveBoth || y < top || y >= top + side) return;
     const std::span<std::uint8_t> to = result.detail.row(y - top);
     std::memcpy(to.data(), row.data() + left * 4, to.size());
   });
+  const bool hasDetail = serveBoth || rows->readKept(result.detail.pixels);
   rows.reset();
   source.verify(index);
-  if (!serveBoth) result.detail = crop(source, index, left, top, side, side);
+  if (!hasDetail) result.detail = crop(source, index, left, top, side, side);
   return result;
 }
 
