@@ -14,8 +14,6 @@
 namespace tidewell::metadata {
 namespace {
 
-using Kind = Piece::Kind;
-
 struct Format {
   bool (*matches)(std::string_view head);
   void (*read)(const ImageInput& file, Pieces& pieces, const StopToken& stop);
@@ -41,6 +39,15 @@ void Pieces::add(Piece piece) {
   bytes_ += piece.whole.size();
   if (bytes_ > maximumBytes) throw CompressionError::validationFailed();
   all.push_back(std::move(piece));
+}
+
+Pieces readablePieces(const ImageInput& file, const StopToken& stop) {
+  Pieces pieces;
+  try {
+    if (const Format* format = formatOf(file)) format->read(file, pieces, stop);
+  } catch (const CompressionError&) {
+  }
+  return pieces;
 }
 
 void carry(const URL& original, const URL& candidate, const StopToken& stop) {

@@ -38,7 +38,8 @@ constexpr Known known[] = {
     {0xED, "Photoshop 3.0\0"sv, Kind::photoshop, 14},
     {0xFE, ""sv, Kind::comment, 0},
 };
-constexpr std::size_t densityBytes = 5;  // unit, across, down
+constexpr std::size_t densityAt = 8, densityBytes = 5;  // of the marker and body: unit, across, down
+constexpr auto squareDensity = "\0\0\1\0\1"sv;
 
 const Known* knownAs(int marker, std::string_view body) {
   const auto* found = std::find_if(std::begin(known), std::end(known), [&](const Known& it) {
@@ -57,11 +58,67 @@ std::string segment(std::string_view markerAndBody) {
   return bytes;
 }
 
-const Piece* densityOf(const Pieces& pieces) {
-  const auto found = std::find_if(pieces.all.begin(), pieces.all.end(),
-                                  [](const Piece& piece) { return piece.kind == Kind::density; });
-  return found == pieces.all.end() ? nullptr : &*found;
+/// The five bytes of the first JFIF segment; a square without unit, when there is none.
+std::string_view densityOf(const Pieces& pieces) {
+  for (const Piece& piece : pieces.all) {
+    if (piece.kind == Kind::density && piece.data().size() >= densityBytes) {
+      return piece.data().substr(0, densityBytes);
+    }
+  }
+  return squareDensity;
 }
+
+/// A candidate taken apart. A JFIF segment also says what the colours are, so that one is only added where it
+/// says what goes without saying.
+class Candidate {
+ public:
+  explicit Candidate(const std::string& bytes) {
+    const ImageInput input(std::span(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+    const auto pixels = JPEGSegments::walk(
+        input.stream().get(), {}, [](int) { return true; },
+        [&](int marker, const std::string& body) { add(marker, body); });
+    if (!pixels) throw CompressionError::invalidImage();
+    rest_ += bytes.substr(static_cast<std::size_t>(*pixels));
+  }
+
+  std::string with(std::string_view density, const std::string& carried) const {
+    std::string first = header_;
+    if (first.empty() && isPlain_ && density != squareDensity) first = plainHeader;
+    if (!first.empty()) first.replace(densityAt, densityBytes, density);
+    return "\xFF\xD8" + (first.empty() ? first : segment(first)) + carried + rest_;
+  }
+
+ private:
+  void add(int marker, const std::string& body) {
+    const Known* it = knownAs(marker, body);
+    const std::string whole = static_cast<char>(marker) + body;
+    if (it != nullptr && it->kind == Kind::density) {
+      if (header_.empty()) header_ = whole;
+    } else if (it == nullptr || it->kind >= Kind::profile) {
+      rest_ += segment(whole);
+    }
+    const bool isFrame =
+        marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+    if (isFrame) isPlain_ = isPlain_ && (isOf(body, "\1"sv) || isOf(body, "\1\2\3"sv));
+    if (marker == adobe) isPlain_ = false;
+  }
+
+  /// The frame has components of these numbers, by which decoders take one for grey, three for YCbCr.
+  static bool isOf(std::string_view frame, std::string_view numbers) {
+    constexpr std::size_t head = 5, componentBytes = 3;  // behind the head their number
+    if (frame.size() < head + 1 + componentBytes * numbers.size()) return false;
+    bool same = frame[head] == static_cast<char>(numbers.size());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+      same = same && frame[head + 1 + componentBytes * i] == numbers[i];
+    }
+    return same;
+  }
+
+  static constexpr int adobe = 0xEE;
+  static constexpr auto plainHeader = "\xE0JFIF\0\1\1\0\0\1\0\1\0\0"sv;  // version 1.1, no thumbnail
+  std::string header_, rest_;
+  bool isPlain_ = true;
+};
 
 }  // namespace
 
@@ -80,27 +137,11 @@ void readJPEG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
 }
 
 std::string jpegWith(const Pieces& pieces, const std::string& candidate) {
-  const ImageInput input(
-      std::span(reinterpret_cast<const std::uint8_t*>(candidate.data()), candidate.size()));
-  const Piece* density = densityOf(pieces);
-  std::string first, rest;
-  const auto all = [](int) { return true; };
-  const auto pixels = JPEGSegments::walk(input.stream().get(), {}, all, [&](int marker, std::string& body) {
-    const Known* it = knownAs(marker, body);
-    const bool isDensity = it != nullptr && it->kind == Kind::density;
-    if (it != nullptr && it->kind < Kind::profile && !isDensity) return;
-    // A candidate's JFIF also says what its colours are, so it stays, and none is added.
-    if (isDensity && density != nullptr) {
-      body.replace(it->prefix, densityBytes, density->data().substr(0, densityBytes));
-    }
-    (isDensity ? first : rest) += segment(static_cast<char>(marker) + body);
-  });
-  if (!pixels) throw CompressionError::invalidImage();
-  std::string output = "\xFF\xD8" + first;
+  std::string carried;
   for (const Piece& piece : pieces.all) {
-    if (piece.isCarried() && piece.kind != Kind::density) output += segment(piece.whole);
+    if (piece.isCarried() && piece.kind != Kind::density) carried += segment(piece.whole);
   }
-  return output + rest + candidate.substr(static_cast<std::size_t>(*pixels));
+  return Candidate(candidate).with(densityOf(pieces), carried);
 }
 
 void dropReferences(Pieces& jpeg) {

@@ -15,14 +15,14 @@ namespace {
 using Kind = Piece::Kind;
 using namespace std::string_view_literals;
 
-constexpr std::size_t chunkHead = 8;
+constexpr std::size_t chunkHead = 8, chunkSum = 4;
 constexpr auto xmpStart = "XML:com.adobe.xmp\0\0\0\0\0"sv;  // not compressed, of no language
 
 std::optional<Kind> kindOf(std::string_view type) {
   if (type == "eXIf") return Kind::exif;
   if (type == "tEXt" || type == "zTXt" || type == "iTXt") return Kind::text;
   if (type == "pHYs") return Kind::density;
-  if (type == "tIME") return Kind::other;
+  if (type == "tIME") return Kind::date;
   if (type == "iCCP") return Kind::profile;
   return std::nullopt;
 }
@@ -78,6 +78,7 @@ void readPNG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
     pieces.add({.kind = isXMP ? Kind::xmp : *kind,
                 .whole = std::move(bytes),
                 .prefix = chunkHead,
+                .suffix = chunkSum,
                 .afterPixels = afterPixels});
   });
 }
@@ -107,13 +108,15 @@ Pieces asUprightPNG(const Pieces& heic) {
   for (const Piece& piece : heic.all) {
     if (piece.kind == Kind::exif) {
       const auto exif = uprightExif(piece.data());
-      if (exif) png.add({.kind = piece.kind, .whole = chunk("eXIf", *exif), .prefix = chunkHead});
+      if (exif)
+        png.add({.kind = piece.kind, .whole = chunk("eXIf", *exif), .prefix = chunkHead, .suffix = chunkSum});
     } else if (piece.kind == Kind::xmp) {
       const auto packet = xmpWithout({.orientation = true}, piece.data());
       if (packet) {
         png.add({.kind = piece.kind,
                  .whole = chunk("iTXt", std::string(xmpStart) + *packet),
-                 .prefix = chunkHead});
+                 .prefix = chunkHead,
+                 .suffix = chunkSum});
       }
     }
   }

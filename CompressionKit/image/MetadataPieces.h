@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +24,7 @@ struct Piece {
     comment,
     text,
     density,
+    date,
     other,    ///< carried, of no name
     profile,  ///< this and what follows is not carried
     pictureIndex,
@@ -29,9 +32,12 @@ struct Piece {
   Kind kind;
   std::string whole;       ///< as it stands in the file, but for JPEG: the marker's code and the body
   std::size_t prefix = 0;  ///< bytes of it before the data itself
+  std::size_t suffix = 0;  ///< and behind it
   bool afterPixels = false;
 
-  std::string_view data() const { return std::string_view(whole).substr(prefix); }
+  std::string_view data() const {
+    return std::string_view(whole).substr(prefix, whole.size() - prefix - suffix);
+  }
   bool isCarried() const { return kind < Kind::profile; }
 };
 
@@ -54,6 +60,11 @@ void readPNG(const ImageInput& file, Pieces& pieces, const StopToken& stop);
 void readGIF(const ImageInput& file, Pieces& pieces, const StopToken& stop);
 /// Exif (from its byte-order mark) and XMP of the primary image.
 void readHEIC(const ImageInput& file, Pieces& pieces, const StopToken& stop);
+
+/// Those of a file of any kind that can be read; none of one of no known kind.
+Pieces readablePieces(const ImageInput& file, const StopToken& stop);
+/// From where a video begins behind the picture of a JPEG or HEIC file to the file's end; 0 without one.
+std::uint64_t videoBytes(const ImageInput& file, const StopToken& stop);
 
 // The bytes of a candidate with these pieces, of a file of its kind, in place of its own. Throw
 // `CompressionError::invalidImage`.
