@@ -47,7 +47,7 @@ void Seeds::addJPEGs() {
   const auto add = [&](const test::JPEGFileOptions& options, int width = 43, int height = 37) {
     test::writeJPEGFile(scratch_ / "a", test::photoRaster(width, height), options);
     const std::string bytes = files::read(scratch_ / "a");
-    this->add({"JPEG", "JPEGMetadata", "Verify"}, bytes);
+    this->add({"JPEG", "JPEGMetadata", "Metadata", "Verify"}, bytes);
     return bytes;
   };
   for (const bool progressive : {false, true}) {
@@ -61,11 +61,18 @@ void Seeds::addJPEGs() {
   const std::string index = std::string("MPF\0MM", 6) + number(42, 2) + number(8, 4) + number(1, 2) +
                             number(0xB001, 2) + number(4, 2) + number(1, 4) + number(2, 4) + number(0, 4);
   const std::string segment = "\xFF\xE2" + number(index.size() + 2, 2) + index;
-  this->add({"JPEGMetadata"}, plain.substr(0, 2) + segment + plain.substr(2) + plain);
+  this->add({"JPEGMetadata", "Metadata"}, plain.substr(0, 2) + segment + plain.substr(2) + plain);
+  const std::string packet = "http://ns.adobe.com/xap/1.0/" +
+                             ('\0' + std::string("<a xmlns:g='http://ns.adobe.com/hdr-gain-map/1.0/' "
+                                                 "g:b=\"1\"><g:c/>d</a>"));
+  this->add({"Metadata"}, plain.substr(0, 2) + "\xFF\xE1" + number(packet.size() + 2, 2) + packet +
+                              plain.substr(2) + number(24, 4) + "ftypmp42");
 }
 
 void Seeds::addPNGs() {
-  const auto add = [&](const std::string& bytes) { this->add({"PNG", "PNGMetadata", "Verify"}, bytes); };
+  const auto add = [&](const std::string& bytes) {
+    this->add({"PNG", "PNGMetadata", "Metadata", "Verify"}, bytes);
+  };
   std::string alpha;
   for (const bool interlaced : {false, true}) {
     for (const auto& options : {test::PNGOptions{}, {.alpha = true}, {.icc = profile_}, {.gamma = 0.6}}) {
@@ -107,14 +114,14 @@ void Seeds::addGIFs() {
       file.frames.push_back(frame);
       file.loop = disposal - 1;
       test::writeGIFFile(scratch_ / "a", file);
-      add({"GIF", "Verify"}, files::read(scratch_ / "a"));
+      add({"GIF", "Metadata", "Verify"}, files::read(scratch_ / "a"));
     }
   }
 }
 
 void Seeds::addHEICs() {
   const auto add = [&](const test::HEIFFile& file) {
-    this->add({"HEIC", "HEIFBoxes", "Verify"}, file.bytes());
+    this->add({"HEIC", "HEIFBoxes", "Metadata", "Verify"}, file.bytes());
   };
   const test::HEIFFile plain = test::encodeHEIC(test::slopes(64, 48)),
                        deep = test::encodeHEIC(test::slopes(64, 48), false, 16, {"-b", "10"});
@@ -124,6 +131,11 @@ void Seeds::addHEICs() {
   add(test::HEIFFile(plain).with(test::icc(profile_)).with(test::clap(32, 24, 3, -5)));
   add(test::HEIFFile(deep).with(test::nclx(9, 16, 9)));
   add(test::HEIFFile(deep).with(test::nclx(9, 18, 9)));
+  test::HEIFFile described = plain;
+  described.items.push_back({98, "Exif", false, {}, number(6, 4) + test::exifWithOrientation(6)});
+  described.items.push_back({99, std::string("mime\0application/rdf+xml", 24), false, {}, "<a/>"});
+  described.references = {{"cdsc", 98, {described.primary}}, {"cdsc", 99, {described.primary}}};
+  add(described);
   add(test::grid({plain, plain, plain, plain}, 2, 2, 100, 90));
   test::HEIFFile identity = plain;
   identity.items.push_back({2, "iden", false, {test::ispe(64, 48), test::irot(3)}, ""});

@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <span>
+#include <string>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/image/Metadata.h"
@@ -29,9 +30,9 @@ void skipColors(std::FILE* file, int flags) {
 }
 
 void skipSubBlocks(std::FILE* file) {
-  char data[255];
+  std::string data(255, '\0');  // reading costs less than to seek
   while (const auto length = static_cast<std::size_t>(byteOf(file))) {
-    if (std::fread(data, 1, length, file) != length) throw CompressionError::invalidImage();
+    if (std::fread(data.data(), 1, length, file) != length) throw CompressionError::invalidImage();
   }
 }
 
