@@ -21,9 +21,9 @@ struct WalkOptions {
   bool hidden = false;  ///< with names that begin with "."; directories of our own stay left out
   /// Shell patterns (fnmatch): what matches in a folder, by its name or by its path from the named folder on,
   /// is left out, folders with all that is in them. Named paths are not asked.
-  std::vector<std::string> excludes;
+  std::vector<std::string> excludes = {};
   /// This folder is not walked, whatever its name: where the copies go.
-  std::optional<URL> leftOut;
+  std::optional<URL> leftOut = std::nullopt;
 };
 
 /// What a walk finds: a file, or in its place an error.

@@ -171,16 +171,18 @@ OutputMemory::~OutputMemory() = default;
 template <typename Operation>
 auto OutputMemory::attempt(Operation operation) noexcept -> decltype(operation(std::declval<Database&>())) {
   const std::lock_guard lock(mutex_);
-  for (int remaining = 2; remaining > 0 && patience_ > 0; --remaining) {
+  for (int remaining = 3; remaining > 0 && patience_ > 0; --remaining) {
+    const bool isFresh = !database_;
     try {
-      if (!database_) {
+      if (isFresh) {
         files::createDirectories(file_.deletingLastPathComponent(), 0700, files::Durability::cached);
         database_ = std::make_unique<Database>(file_);
       }
       return operation(*database_);
     } catch (const DatabaseError& error) {
       if (error.isDamage()) {
-        setAside();
+        // Another process may have put a good one in its place since this one was opened.
+        isFresh ? setAside() : database_.reset();
         continue;
       }
       // What cannot be opened is not tried for each of a thousand files, nor a lock that lasts waited for.

@@ -1,0 +1,185 @@
+#include "CompressionKit/batch/OutputMemory.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CompressionKit/platform/Files.h"
+#include "support/TemporaryFolder.h"
+
+namespace tidewell {
+namespace {
+
+std::string hashOf(int number) {
+  const std::string digits = std::to_string(number);
+  return std::string(64 - digits.size(), '0') + digits;
+}
+
+OutputMemory::Output output(int number) {
+  return {.hash = hashOf(number),
+          .madeFrom = hashOf(number + 1),
+          .when = {800'000'000.5 + number},
+          .encoder = "pngquant",
+          .score = 87.5,
+          .bytes = 100 + number,
+          .tools = "pngquant 3"};
+}
+
+/// Runs SQL on the file as another program would.
+void run(const URL& file, const std::string& sql) {
+  sqlite3* database = nullptr;
+  ASSERT_EQ(sqlite3_open(file.path().c_str(), &database), SQLITE_OK);
+  EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+      << sqlite3_errmsg(database);
+  sqlite3_close(database);
+}
+
+class OutputMemoryTest : public testing::Test {
+ protected:
+  const test::TemporaryFolder folder;
+  const URL file = folder / "state/tidewell/outputs.db";
+};
+
+TEST_F(OutputMemoryTest, KnowsOutputsAndWhatCannotBeMadeSmaller) {
+  OutputMemory first(file), second(file);
+  EXPECT_FALSE(first.output(hashOf(1)));
+  auto plain = output(3);
+  plain.encoder.reset();
+  plain.score.reset();
+  for (const auto& made : {output(1), plain}) {
+    first.remember(made);
+    EXPECT_EQ(second.output(made.hash), made);
+    EXPECT_EQ(second.madeFrom(made.madeFrom), made);
+  }
+  EXPECT_FALSE(second.output(hashOf(2)) || second.madeFrom(hashOf(1)));
+  auto newer = output(5);
+  newer.madeFrom = hashOf(2);
+  first.remember(newer);
+  EXPECT_EQ(second.madeFrom(hashOf(2)), newer);
+
+  first.rememberNothingSmaller(hashOf(9), 1, "tools 1");
+  EXPECT_TRUE(second.knowsNothingSmaller(hashOf(9), "tools 1"));
+  EXPECT_FALSE(second.knowsNothingSmaller(hashOf(9), "tools 2") || second.output(hashOf(9)));
+  first.rememberNothingSmaller(hashOf(9), 1, "tools 2");
+  EXPECT_TRUE(second.knowsNothingSmaller(hashOf(9), "tools 2"));
+  first.rememberNothingSmaller(hashOf(1), 1, "tools 2");  // it stays an output
+  EXPECT_EQ(second.output(hashOf(1)), output(1));
+  struct stat info {};
+  EXPECT_EQ(stat(file.deletingLastPathComponent().path().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0700U);
+}
+
+TEST_F(OutputMemoryTest, IsBounded) {
+  OutputMemory memory(file, 200);
+  const auto count = [&](int from, int to) {
+    int known = 0;
+    for (int i = from; i < to; ++i) {
+      known += memory.output(hashOf(i)) || memory.knowsNothingSmaller(hashOf(i), "t") ? 1 : 0;
+    }
+    return known;
+  };
+  for (int i = 0; i < 150; ++i) memory.rememberNothingSmaller(hashOf(1000 + i), 1, "t");
+  for (int i = 0; i < 150; ++i) memory.remember(output(i));
+  EXPECT_EQ(count(0, 150), 150);
+  EXPECT_LE(count(1000, 1150), 60);
+  EXPECT_GE(count(1000, 1150), 30);
+  for (int i = 150; i < 400; ++i) memory.remember(output(i));
+  EXPECT_EQ(count(1000, 1150), 0);
+  EXPECT_EQ(count(250, 400), 150);
+  EXPECT_LE(count(0, 400), 203);
+}
+
+TEST_F(OutputMemoryTest, DamageCostsNoMoreThanWhatWasRemembered) {
+  const struct {
+    const char* what;
+    std::function<void()> damage;
+    bool works;  ///< afterwards, with what is remembered from then on
+    bool knows;  ///< what was remembered before
+  } rows[] = {
+      {"none", [] {}, true, true},
+      {"garbage", [&] { files::writeAtomically(file, std::string(50'000, 'x')); }, true, false},
+      {"a page",
+       [&] {
+         std::string bytes = files::read(file);
+         bytes.replace(4096, bytes.size() - 4096, bytes.size() - 4096, '\x5a');
+         files::writeAtomically(file, bytes);
+       },
+       true, false},
+      {"half", [&] { EXPECT_EQ(truncate(file.path().c_str(), 5000), 0); }, true, false},
+      {"empty", [&] { files::writeAtomically(file, ""); }, true, false},
+      {"gone", [&] { files::removeItem(file); }, true, false},
+      {"a folder",
+       [&] {
+         files::removeItem(file);
+         files::createDirectory(file);
+       },
+       false, false},
+      {"no folder",
+       [&] {
+         files::removeItem(folder / "state");
+         folder.write("state", "");
+       },
+       false, false},
+      {"later version", [&] { run(file, "PRAGMA user_version = 2"); }, false, false},
+      {"another's", [&] { run(file, "DROP TABLE outputs; CREATE TABLE outputs (a)"); }, false, false},
+      {"a view", [&] { run(file, "DROP TABLE outputs; CREATE VIEW outputs AS SELECT 1 AS hash"); }, false,
+       false},
+  };
+  for (const auto& [what, damage, works, knows] : rows) {
+    SCOPED_TRACE(what);
+    files::removeItemIfPossible(folder / "state");
+    OutputMemory before(file);
+    for (int i = 0; i < 60; i += 2) before.remember(output(i));
+    ASSERT_TRUE(before.output(hashOf(2)));
+    damage();
+    OutputMemory after(file);
+    EXPECT_EQ(after.output(hashOf(2)).has_value(), knows);
+    after.remember(output(100));
+    EXPECT_EQ(after.output(hashOf(100)).has_value(), works);
+    EXPECT_EQ(after.madeFrom(hashOf(101)).has_value(), works);
+    after.rememberNothingSmaller(hashOf(7), 1, "t");
+    EXPECT_EQ(after.knowsNothingSmaller(hashOf(7), "t"), works);
+    before.remember(output(200));  // whatever becomes of it
+    EXPECT_EQ(OutputMemory(file).output(hashOf(100)).has_value(), works);
+  }
+}
+
+TEST_F(OutputMemoryTest, IsSharedByThreadsAndProcesses) {
+  std::vector<std::thread> threads;
+  OutputMemory shared(file);
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&, thread] {
+      OutputMemory own(file);
+      for (int i = 0; i < 20; ++i) (thread % 2 == 0 ? own : shared).remember(output(2 * (thread * 20 + i)));
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (int i = 0; i < 80; ++i) EXPECT_TRUE(shared.output(hashOf(2 * i))) << i;
+}
+
+TEST_F(OutputMemoryTest, ReadsTheVersionsOfTheTools) {
+  const struct {
+    const char* manifest;
+    const char* versions;
+  } rows[] = {
+      {R"({"tools": [{"name": "a", "version": "1", "pinned": true, "sha256": "0123456789abcdef"},
+                     {"name": "b", "version": "unknown", "pinned": false, "sha256": "0123456789abcdef"}]})",
+       "a 1, b unknown-0123456789ab"},
+      {R"({"tools": [{"name": "a"}]})", ""},
+      {"[", ""},
+  };
+  EXPECT_EQ(toolVersions(folder.url()), "");
+  for (const auto& row : rows) {
+    folder.write("tools.json", row.manifest);
+    EXPECT_EQ(toolVersions(folder.url()), row.versions);
+  }
+}
+
+}  // namespace
+}  // namespace tidewell
