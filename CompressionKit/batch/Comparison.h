@@ -38,9 +38,10 @@ struct Comparison {
 
   Side original;
   Side result;
-  std::optional<double> score;            ///< absent when the two have no common size or number of frames
-  std::optional<Region> worst;            ///< absent also when no pixel differs
-  std::vector<std::string> lostMetadata;  ///< what the original holds and the result does not
+  std::optional<double> score;  ///< absent when the two have no common size or number of frames
+  std::optional<Region> worst;  ///< absent also when no pixel differs, or colours mean another thing
+  std::vector<std::string> lostMetadata;  ///< what the original holds and the result does not, by its names
+  int amplification = 0;                  ///< of the difference in the picture, where one was written
 };
 
 /// Decodes reduced views, so that memory stays bounded. With `picture`, writes there, as a new PNG file, the

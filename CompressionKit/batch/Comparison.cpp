@@ -1,0 +1,174 @@
+#include "CompressionKit/batch/Comparison.h"
+
+#include <algorithm>
+#include <exception>
+#include <limits>
+#include <utility>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/batch/ComparisonViews.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/PNGWriter.h"
+#include "CompressionKit/codecs/Views.h"
+#include "CompressionKit/engine/CompressionRun.h"
+#include "CompressionKit/engine/GIFQuality.h"
+#include "CompressionKit/engine/Metric.h"
+#include "CompressionKit/image/Decoding.h"
+#include "CompressionKit/image/HEICDecoding.h"
+#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/image/Metadata.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/UUID.h"
+
+namespace tidewell {
+namespace {
+
+/// Longer sides of what is looked at: the worst region is found without reducing the usual photo.
+constexpr std::int64_t measuredSide = 4096, pictureSide = 1600;
+
+/// One of the two files, as an image that the metric and the decoders read: a HEIC file as its PNG.
+class Picture {
+ public:
+  Picture(const URL& file, const URL& scratch, const StopToken& stop) : url_(file), stop_(stop) {
+    if (ImageKind::from(file) == ImageKind::heic) {
+      url_ = scratch;
+      HEICDecoding(file, HEICDecoding::Purpose::show, stop).savePNG(url_);
+    }
+    auto [facts, views] = ImageFacts::inspectWithViews(url_, stop);
+    facts_ = std::move(facts);
+    views_ = std::move(views);
+    side_ = {.bytes = fileSize(file),
+             .width = facts_.width,
+             .height = facts_.height,
+             .frames = facts_.frameCount,
+             .profile = facts_.profileName};
+    if (facts_.orientation >= 5) std::swap(side_.width, side_.height);
+  }
+
+  const URL& url() const { return url_; }
+  const ImageFacts& facts() const { return facts_; }
+  const std::optional<views::Pair>& views() const { return views_; }
+  const Comparison::Side& side() const { return side_; }
+  bool isGIF() const { return facts_.kind == ImageKind::gif; }
+
+  Bitmap view(std::int64_t maximumSide) const {
+    return decoding([&] {
+      const auto source = ImageSource::open(url_, stop_);
+      return views::thumbnail(*source, source->primaryIndex(), maximumSide, true);
+    });
+  }
+
+ private:
+  URL url_;
+  StopToken stop_;
+  ImageFacts facts_;
+  std::optional<views::Pair> views_;
+  Comparison::Side side_;
+};
+
+/// One comparison, with a directory of its own that goes with it.
+class Work {
+ public:
+  Work(const ComparedFiles& files, const ToolRunner& tools)
+      : tools_(tools),
+        directory_(files::temporaryDirectory().appending("tidewell-compare-" + UUID::random().string())) {
+    files::createDirectory(directory_.url(), 0700);
+    original_.emplace(files.original, file("original.png"), tools.stopToken());
+    result_.emplace(files.result, file("result.png"), tools.stopToken());
+  }
+
+  Comparison comparison(const std::optional<URL>& picture) const {
+    Comparison found{.original = original_->side(), .result = result_->side()};
+    if (!haveOneSize()) return found;
+    const ComparisonViews views = viewsOf(measuredSide);
+    if (original_->side().frames == result_->side().frames) found.score = score(views);
+    if (original_->side().profile == result_->side().profile) {
+      found.worst = views.worstRegion(found.original.width, found.original.height);
+    }
+    if (picture) {
+      const ComparisonViews shown = viewsOf(pictureSide);
+      found.amplification = shown.amplification();
+      shown.write(*picture, found.amplification);
+    }
+    return found;
+  }
+
+ private:
+  URL file(const char* name) const { return directory_.url().appending(name); }
+
+  bool haveOneSize() const {
+    const auto &original = original_->side(), &result = result_->side();
+    return original.width == result.width && original.height == result.height;
+  }
+
+  ComparisonViews viewsOf(std::int64_t side) const {
+    return {.original = original_->view(side), .result = result_->view(side)};
+  }
+
+  /// As the gate for candidates measures where that can be; else the upright views.
+  double score(const ComparisonViews& views) const {
+    if (original_->isGIF() && result_->isGIF()) return gifScore();
+    const ImageFacts &original = original_->facts(), &result = result_->facts();
+    if (original_->isGIF() || result_->isGIF() || original.width != result.width ||
+        original.orientation != result.orientation) {
+      writePNG(views.original, file("view-1.png"));
+      writePNG(views.result, file("view-2.png"));
+      return QualityAssessment::measure(file("view-1.png"), file("view-2.png"), tools_);
+    }
+    if (!original_->views() || !result_->views()) {
+      return QualityAssessment::measure(original_->url(), result_->url(), tools_);
+    }
+    const auto files = QualityAssessment::writeViews(*original_->views(), directory_.url(), "0");
+    return QualityAssessment::score(files, *result_->views(), directory_.url(), tools_);
+  }
+
+  /// No frame is too bad to be told.
+  double gifScore() const {
+    constexpr double none = -std::numeric_limits<double>::infinity();
+    const CompressionEngine engine(tools_, UndoStore(file("Undo")), {none, none, none});
+    CompressionTrace trace(original_->url());
+    const CompressionRun run{.engine = engine,
+                             .url = original_->url(),
+                             .sessionID = UUID::random(),
+                             .trace = trace,
+                             .original = original_->facts(),
+                             .originalBytes = original_->side().bytes,
+                             .originalHash = "",
+                             .workingDirectory = directory_.url(),
+                             .originalViews = std::nullopt,
+                             .candidates = {},
+                             .lastError = nullptr};
+    if (const auto score = gifQualityScore(run, result_->url())) return *score;
+    throw CompressionError::validationFailed();  // the alpha of a frame differs
+  }
+
+  const ToolRunner& tools_;
+  files::TemporaryTree directory_;
+  std::optional<Picture> original_, result_;
+};
+
+}  // namespace
+
+ComparedFiles ComparedFiles::of(const UndoStore& store, const UndoRecord& record) {
+  return {.original = store.backupURL(record),
+          .result = URL::file(record.convertedPath.value_or(record.originalPath)),
+          .originalHash = store.verifyBackup(record),
+          .resultHash = record.replacementHash};
+}
+
+Comparison compare(const ComparedFiles& files, const ToolRunner& tools, const std::optional<URL>& picture) {
+  const std::string originalHash = hash(files.original), resultHash = hash(files.result);
+  if (files.originalHash.value_or(originalHash) != originalHash ||
+      files.resultHash.value_or(resultHash) != resultHash) {
+    throw CompressionError::fileOperation("图片文件已被修改，无法对比");
+  }
+  Comparison found = Work(files, tools).comparison(picture);
+  found.lostMetadata = metadata::gone(metadata::entries(files.original), metadata::entries(files.result));
+  if (hash(files.original) != originalHash || hash(files.result) != resultHash) {
+    throw CompressionError::fileOperation("图片文件在载入过程中被修改，请重新打开对比");
+  }
+  return found;
+}
+
+}  // namespace tidewell
