@@ -19,6 +19,7 @@
 #include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/UUID.h"
 
 namespace tidewell {
@@ -72,14 +73,16 @@ class Work {
  public:
   Work(const ComparedFiles& files, const ToolRunner& tools)
       : tools_(tools),
-        directory_(files::temporaryDirectory().appending("tidewell-compare-" + UUID::random().string())) {
+        directory_(locations::temporaryDirectory().appending("tidewell-compare-" + UUID::random().string())) {
     files::createDirectory(directory_.url(), 0700);
     original_.emplace(files.original, file("original.png"), tools.stopToken());
     result_.emplace(files.result, file("result.png"), tools.stopToken());
   }
 
   Comparison comparison(const std::optional<URL>& picture) const {
-    Comparison found{.original = original_->side(), .result = result_->side()};
+    Comparison found;
+    found.original = original_->side();
+    found.result = result_->side();
     if (!haveOneSize()) return found;
     const ComparisonViews views = viewsOf(measuredSide);
     if (original_->side().frames == result_->side().frames) found.score = score(views);
@@ -131,10 +134,12 @@ class Work {
     const CompressionRun run{.engine = engine,
                              .url = original_->url(),
                              .sessionID = UUID::random(),
+                             .options = {},
                              .trace = trace,
                              .original = original_->facts(),
                              .originalBytes = original_->side().bytes,
                              .originalHash = "",
+                             .times = {},
                              .workingDirectory = directory_.url(),
                              .originalViews = std::nullopt,
                              .candidates = {},
