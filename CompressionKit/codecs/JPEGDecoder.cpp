@@ -132,8 +132,7 @@ class JPEGRowReader final : public RowReader {
       while (jpeg.scale_num > 1 && longSide * (jpeg.scale_num / 2) / 8 >= wish.minimumLongSide)
         jpeg.scale_num /= 2;
     }
-    const bool keeps =
-        kept_.width > 0 && kept_.height > 0 && jpeg.scale_num < 8 && JPEGPart::isPossible(jpeg);
+    const bool keeps = mayKeep();
     auto arrays = arraysFor(jpeg, keeps ? 0 : wish.maximumPlainBytes);
     if (keeps) {
       if (!arrays) {
@@ -143,6 +142,15 @@ class JPEGRowReader final : public RowReader {
       arrays->copyTo(part_.emplace(jpeg, kept_));
     }
     decompressor_.setArrays(std::move(arrays));
+  }
+
+  /// Where an image that is not progressive shrinks to a pixel for each block, libjpeg keeps nothing else of
+  /// the block.
+  bool mayKeep() const {
+    const auto& jpeg = decompressor_.jpeg();
+    const unsigned smallest = jpeg.progressive_mode != FALSE ? 1 : 2;
+    return kept_.width > 0 && kept_.height > 0 && jpeg.scale_num < 8 && jpeg.scale_num >= smallest &&
+           JPEGPart::isPossible(jpeg);
   }
 
   /// What stands behind the last row is no matter to whoever reads rows: `verify` will say what is wrong.
