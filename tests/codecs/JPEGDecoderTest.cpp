@@ -5,6 +5,7 @@
 
 #include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/JPEGDecoder.h"
+#include "CompressionKit/codecs/Views.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/Decoding.h"
 #include "support/TemporaryFolder.h"
@@ -196,6 +197,48 @@ TEST_F(JPEGDecoder, SparseCoefficientsGiveTheSamePixels) {
     }
     const URL cut = folder.write("b.jpg", whole.substr(0, whole.size() - 9));
     EXPECT_THROW(openJPEG(ImageInput(cut), {}, 0)->verify(0), ImageDecodeError);
+  }
+}
+
+TEST_F(JPEGDecoder, KeepsPartsOfWhatItReduces) {
+  constexpr int width = 331, height = 217;
+  const JPEGFileOptions cases[] = {{},
+                                   {.quality = 20, .across = 1, .down = 1},
+                                   {.across = 2, .down = 1, .restart = 7},
+                                   {.across = 1, .down = 2},
+                                   {.across = 4, .down = 1},
+                                   {.across = 1, .down = 4},
+                                   {.restart = 3, .colors = JPEGColors::grey},
+                                   {.colors = JPEGColors::inks}};
+  const Rectangle parts[] = {{0, 0, 1, 1}, {0, 150, 90, 67}, {141, 84, 50, 48}, {330, 216, 1, 1}};
+  for (JPEGFileOptions options : cases) {
+    for (const bool progressive : {false, true}) {
+      options.progressive = progressive;
+      const std::string whole = write(options, width, height);
+      const auto source = ImageSource::open(jpeg);
+      const auto kept = [&](ImageSource& of, int atLeast, const Rectangle& part) {
+        const auto rows = of.rowsKeeping(0, atLeast, part);
+        Bitmap result{.width = part.width, .height = part.height, .pixels = {}, .color = {}};
+        result.pixels.resize(static_cast<std::size_t>(part.width * part.height) * 4);
+        EXPECT_FALSE(rows->readKept(result.pixels));
+        std::vector<std::uint8_t> row(static_cast<std::size_t>(rows->width()) * 4);
+        for (auto y = rows->height(); y > 0; --y) rows->read(row);
+        return rows->readKept(result.pixels) ? result.pixels : std::vector<std::uint8_t>{};
+      };
+      for (const Rectangle& part : parts) {
+        SCOPED_TRACE(testing::Message() << options.across << options.down << progressive << " at " << part.x);
+        const auto expected = views::crop(*source, 0, part.x, part.y, part.width, part.height).pixels;
+        EXPECT_EQ(kept(*source, 150, part), expected);
+        EXPECT_EQ(kept(*source, 80, part), expected);
+        // Of an eighth, only the scans of a progressive image are read whole.
+        EXPECT_EQ(kept(*source, 40, part), progressive ? expected : std::vector<std::uint8_t>{});
+      }
+      if (!progressive) continue;
+      // Where scans are missing, pixels depend on more than the part.
+      const auto scan = whole.find("\xFF\xC4", whole.find("\xFF\xDA"));
+      const auto coarse = ImageSource::open(folder.write("coarse.jpg", whole.substr(0, scan) + "\xFF\xD9"));
+      EXPECT_TRUE(kept(*coarse, 150, parts[2]).empty());
+    }
   }
 }
 

@@ -99,6 +99,7 @@ void writeJPEGFile(const URL& url, const Raster& raster, const JPEGFileOptions& 
     jpeg.comp_info[0].h_samp_factor = options.across;
     jpeg.comp_info[0].v_samp_factor = options.down;
   }
+  jpeg.restart_interval = static_cast<unsigned>(options.restart);
   if (options.progressive) jpeg_simple_progression(&jpeg);
   jpeg_start_compress(&jpeg, TRUE);
   const auto bytes = [](const std::string& text) { return reinterpret_cast<const JOCTET*>(text.data()); };

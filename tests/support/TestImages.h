@@ -38,6 +38,7 @@ struct JPEGFileOptions {
   int across = 2, down = 2;  ///< pixels that share one chroma sample
   bool progressive = false;
   bool arithmetic = false;
+  int restart = 0;  ///< groups of blocks between two restart markers
   JPEGColors colors = JPEGColors::rgb;
   std::string exif = {};  ///< the body of an APP1 segment
   std::string icc = {};
