@@ -1,6 +1,5 @@
-#include "CompressionKit/engine/CandidateValidation.h"
-
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/engine/GIFQuality.h"
 #include "CompressionKit/engine/Metric.h"
@@ -13,20 +12,22 @@ namespace {
 /// Judges one output; keeps what the checks share.
 class Validation {
  public:
-  Validation(const CompressionRun& run, const URL& output, const std::string& encoder, const Proof& proof)
+  Validation(CompressionRun& run, const URL& output, const std::string& encoder, const Proof& proof)
       : run_(run), output_(output), encoder_(encoder), proof_(proof), bytes_(fileSize(output)) {}
 
   std::optional<Candidate> candidate() {
     if (bytes_ < 1) return rejected("empty_output", std::nullopt);
-    if (!policy_.judgesLargerOutputs && bytes_ >= fileSize(run_.url)) return rejected("not_smaller", bytes_);
+    if (!policy_.judgesLargerOutputs && bytes_ >= run_.original.bytes())
+      return rejected("not_smaller", bytes_);
     // Before anything else reads it, so that the bytes with this hash are the ones that are judged.
     const std::string outputHash = hash(output_);
     const ImageFacts::Inspection found = inspected();
-    if (policy_.saysItsColors && !colorsAgree(run_.url, output_, mayBeConverted(), stop_)) {
+    if (policy_.saysItsColors &&
+        !colorsAgree(run_.original.properties(), found.properties, mayBeConverted())) {
       record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       return std::nullopt;
     }
-    if (isLossless() && !samePixels(run_.url)) return rejected("pixels_changed", bytes_);
+    if (isLossless() && !samePixels(run_.url())) return rejected("pixels_changed", bytes_);
     const auto* same = std::get_if<SamePixelsAs>(&proof_);
     const bool isCopy = same && samePixels(same->candidate.url);  // its alpha has been judged, then
     if (!isCopy && !alphaSurvives(found.facts)) return rejected("alpha_mismatch", bytes_);
@@ -36,14 +37,13 @@ class Validation {
       if (!isCopy) return rejected("pixels_changed", bytes_);
       score = same->candidate.score;
     } else if (const auto* least = std::get_if<ScoreAtLeast>(&proof_)) {
+      const double minimum = least->minimum.value_or(run_.engine.thresholds().*policy_.threshold);
       if (policy_.isScoredByFrame) {
-        score = gifQualityScore(run_, output_);
+        score = gifQualityScore(run_, output_, minimum);
         if (!score) return rejected("gif_frame_quality_or_alpha", bytes_);
       } else {
         score = measured(found);
-        if (*score < least->minimum.value_or(run_.engine.thresholds().*policy_.threshold)) {
-          return rejected("quality_below_threshold", bytes_, score);
-        }
+        if (*score < minimum) return rejected("quality_below_threshold", bytes_, score);
       }
     }
     record("accepted", "validated", bytes_, score);
@@ -55,13 +55,10 @@ class Validation {
   bool mayBeConverted() const { return policy_.mayBeConvertedToSRGB && !isLossless(); }
 
   ImageFacts::Inspection inspected() const {
-    ImageFacts::Inspection found{.facts = {}};
-    if (run_.originalViews && std::holds_alternative<ScoreAtLeast>(proof_)) {
-      found = ImageFacts::inspectWithViews(output_, stop_);
-    } else {
-      found.facts = ImageFacts::inspect(output_, stop_);
-    }
-    if (!run_.original.compatible(found.facts, mayBeConverted())) {
+    using Views = ImageFacts::Views;
+    const bool isMeasured = std::holds_alternative<ScoreAtLeast>(proof_);
+    auto found = ImageFacts::inspection(output_, isMeasured ? Views::wanted : Views::unwanted, stop_);
+    if (!run_.facts().compatible(found.facts, mayBeConverted())) {
       record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       throw CompressionError::fileOperation("压缩结果的尺寸、方向、帧信息或色彩配置与原图不一致");
     }
@@ -69,7 +66,7 @@ class Validation {
   }
 
   std::string profiles(const ImageFacts& facts) const {
-    return run_.original.profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
+    return run_.facts().profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
   }
 
   /// A kind that no plan recompresses without loss can prove nothing of the sort.
@@ -79,14 +76,14 @@ class Validation {
 
   /// Where all pixels are the same, so is their alpha.
   bool alphaSurvives(const ImageFacts& facts) const {
-    if (isLossless() || !policy_.alphaSurvives || !(run_.original.hasAlpha || facts.hasAlpha)) return true;
-    return policy_.alphaSurvives(run_.url, output_, stop_);
+    if (isLossless() || !policy_.alphaSurvives || !(run_.facts().hasAlpha || facts.hasAlpha)) return true;
+    return policy_.alphaSurvives(run_.url(), output_, stop_);
   }
 
   /// Both have views or neither: they are of one size.
-  double measured(const ImageFacts::Inspection& found) const {
-    if (!found.views) return QualityAssessment::measure(run_.url, output_, run_.tools());
-    return QualityAssessment::score(*run_.originalViews, *found.views, run_.workingDirectory, run_.tools());
+  double measured(const ImageFacts::Inspection& found) {
+    if (!found.views) return QualityAssessment::measure(run_.url(), output_, run_.tools());
+    return QualityAssessment::score(run_.originalViews(), *found.views, run_.workingDirectory, run_.tools());
   }
 
   std::optional<Candidate> rejected(const char* reason, std::optional<std::int64_t> bytes,
@@ -100,26 +97,26 @@ class Validation {
     run_.trace.append({encoder_, status, reason, bytes, score, std::move(detail)});
   }
 
-  const CompressionRun& run_;
+  CompressionRun& run_;
   const URL& output_;
   const std::string& encoder_;
   const Proof& proof_;
   const std::int64_t bytes_;
-  const FormatPolicy& policy_ = formatPolicy(run_.original.kind);
+  const FormatPolicy& policy_ = formatPolicy(run_.facts().kind);
   const StopToken stop_ = run_.tools().stopToken();
 };
 
 }  // namespace
 
-std::optional<Candidate> validated(const CompressionRun& run, const URL& output, const std::string& encoder,
-                                   const Proof& proof) {
-  return Validation(run, output, encoder, proof).candidate();
-}
-
-bool CompressionRun::consider(const URL& output, const std::string& encoder, const Proof& proof) {
-  auto candidate = validated(*this, output, encoder, proof);
-  if (candidate) candidates.push_back(*std::move(candidate));
-  return candidate.has_value();
+std::optional<Candidate> CompressionRun::consider(const URL& output, const std::string& encoder,
+                                                  const Proof& proof) {
+  const FormatPolicy& policy = formatPolicy(facts().kind);
+  if (policy.preserveOrientation && std::holds_alternative<ScoreAtLeast>(proof)) {
+    policy.preserveOrientation(static_cast<int>(facts().orientation), output, tools().stopToken());
+  }
+  auto candidate = Validation(*this, output, encoder, proof).candidate();
+  if (candidate && candidate->bytes < original.bytes()) candidates.push_back(*candidate);
+  return candidate;
 }
 
 }  // namespace tidewell

@@ -27,6 +27,10 @@ struct CompressionOptions {
   bool keepTimes = false;
   /// A smaller gain counts as none.
   std::optional<MinimumSaving> minimumSaving = std::nullopt;
+
+  bool isTooLittle(std::int64_t originalBytes, std::int64_t finalBytes) const {
+    return minimumSaving && !minimumSaving->met(originalBytes, finalBytes);
+  }
 };
 
 }  // namespace tidewell

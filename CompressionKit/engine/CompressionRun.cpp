@@ -9,4 +9,24 @@ const Candidate* CompressionRun::smallest() const {
   return found == candidates.end() ? nullptr : &*found;
 }
 
+const Candidate* CompressionRun::choice() const {
+  const Candidate* found = smallest();
+  if (!found && lastError) std::rethrow_exception(lastError);
+  return found;
+}
+
+CompressionResult CompressionRun::passedOver(PassedOver reason) const {
+  CompressionResult result;
+  result.url = original.url();
+  result.originalBytes = result.finalBytes = original.bytes();
+  result.passedOver = reason;
+  if (original.isUntouched()) result.originalHash = original.hash();  // else who knows what the tools saw
+  return result;
+}
+
+const QualityAssessment::ViewFiles& CompressionRun::originalViews() {
+  if (!viewFiles) viewFiles = QualityAssessment::writeViews(original.takeViews(), workingDirectory, "0");
+  return *viewFiles;
+}
+
 }  // namespace tidewell

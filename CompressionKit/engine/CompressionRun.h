@@ -11,11 +11,9 @@
 #include "CompressionKit/diagnostics/CompressionTrace.h"
 #include "CompressionKit/engine/CompressionEngine.h"
 #include "CompressionKit/engine/Metric.h"
-#include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/engine/Original.h"
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/URL.h"
-#include "CompressionKit/platform/UUID.h"
 
 namespace tidewell {
 
@@ -49,26 +47,25 @@ using Proof = std::variant<ScoreAtLeast, SamePixels, SamePixelsAs>;
 /// far. Belongs to one thread.
 struct CompressionRun {
   const CompressionEngine& engine;
-  const URL url;
-  const UUID sessionID;
-  const CompressionOptions options;
+  const CompressionOptions& options;
   CompressionTrace& trace;
-  const ImageFacts original;
-  const std::int64_t originalBytes;
-  const std::string originalHash;
-  const std::optional<files::Times> times;  ///< which the result is to have
+  Original& original;
   const URL workingDirectory;
-  const std::optional<QualityAssessment::ViewFiles> originalViews;  ///< of one too large to be measured whole
 
-  std::vector<Candidate> candidates;  ///< in the order they were found
-  std::exception_ptr lastError;       ///< of the last attempt that threw
+  std::vector<Candidate> candidates = {};  ///< in the order they were found
+  std::exception_ptr lastError = nullptr;  ///< of the last attempt that threw
+  std::optional<QualityAssessment::ViewFiles> viewFiles = std::nullopt;
 
   const ToolRunner& tools() const { return engine.tools(); }
+  const URL& url() const { return original.url(); }
+  const ImageFacts& facts() const { return original.facts(); }
   URL workingFile(const std::string& name) const { return workingDirectory.appending(name); }
+  /// The original's views, written when they are first asked for. Throws as `writeViews`.
+  const QualityAssessment::ViewFiles& originalViews();
 
   /// The tool may read the file and work in the working directory.
   void runTool(const std::string& tool, const std::vector<std::string>& arguments) const {
-    tools().run(tool, arguments, toolTimeout, {.readable = {url}, .writable = {workingDirectory}});
+    tools().run(tool, arguments, toolTimeout, {.readable = {url()}, .writable = {workingDirectory}});
   }
 
   /// Runs one guarded step of a plan: false when it threw, which is recorded and fails nothing but the step.
@@ -92,11 +89,19 @@ struct CompressionRun {
     }
   }
 
-  /// Lets the gate judge an output and, where it passes, adds it to the candidates. Throws as `validated`.
-  bool consider(const URL& output, const std::string& encoder, const Proof& proof);
+  /// The one way to become a candidate: gives an output what it must have of the original, lets the gate
+  /// judge it, and adds what passes to the candidates where it is smaller than the original. What has passed
+  /// comes back, nothing else. The gate's checks are of growing cost, the first that fails ends it; it leaves
+  /// one record in the trace. Throws what the checks throw, and `CompressionError::fileOperation` for an
+  /// output that is structurally another image.
+  std::optional<Candidate> consider(const URL& output, const std::string& encoder, const Proof& proof);
 
   /// The candidate with the fewest bytes, the first of several; null when there is none.
   const Candidate* smallest() const;
+  /// The same at the end of the plan: without a candidate, the error of the last step that threw is thrown.
+  const Candidate* choice() const;
+  /// The result of a file that stays as it is.
+  CompressionResult passedOver(PassedOver reason) const;
 };
 
 }  // namespace tidewell

@@ -3,6 +3,8 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/EncoderPlans.h"
 #include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/image/JPEGMetadata.h"
+#include "CompressionKit/image/PNGMetadata.h"
 
 namespace tidewell {
 namespace {
@@ -11,11 +13,13 @@ constexpr FormatPolicy jpegPolicy{
     .plan = runJPEGPlan,
     .threshold = &CompressionEngine::Thresholds::quality,
     .judgesLargerOutputs = true,
+    .preserveOrientation = JPEGMetadata::preserveOrientation,
 };
 
 constexpr FormatPolicy pngPolicy{
     .plan = runPNGPlan,
     .threshold = &CompressionEngine::Thresholds::pngQuality,
+    .preserveOrientation = PNGMetadata::preserveOrientation,
     .mayBeConvertedToSRGB = true,
     .samePixels = ImageFacts::samplesEqual,  // at the depth of the files, which is more than what is shown
     .alphaSurvives = ImageFacts::quantizedAlphaWithin,

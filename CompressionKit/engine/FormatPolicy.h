@@ -15,10 +15,12 @@ struct FormatPolicy {
   using Comparison = bool (*)(const URL& original, const URL& candidate, const StopToken& stop);
 
   void (*plan)(CompressionRun& run);
-  /// The lowest score of a lossy output; nothing overrides it for a kind that is scored frame by frame.
+  /// The lowest score of a lossy output, or of each frame of one, where its step asks for no other.
   double CompressionEngine::Thresholds::*threshold;
   /// The plan itself compares sizes: an output that is not smaller tells it where to search.
   bool judgesLargerOutputs = false;
+  /// Writes the original's orientation into a lossy output; none for kinds without.
+  void (*preserveOrientation)(int orientation, const URL& output, const StopToken& stop) = nullptr;
   bool isScoredByFrame = false;
   bool saysItsColors = true;          ///< files of this kind carry profiles
   bool mayBeConvertedToSRGB = false;  ///< by a lossy step

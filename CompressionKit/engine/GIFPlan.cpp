@@ -16,7 +16,7 @@ void optimise(CompressionRun& run) {
   run.attempt([&] {
     const URL output = run.workingFile("optimized.gif");
     run.runTool("gifsicle",
-                {"-O2", "-Okeep-empty", "--no-ignore-errors", run.url.path(), "-o", output.path()});
+                {"-O2", "-Okeep-empty", "--no-ignore-errors", run.url().path(), "-o", output.path()});
     run.consider(output, "Gifsicle -O2", SamePixels{});
   });
 }
@@ -28,11 +28,11 @@ void tryLossyLevels(CompressionRun& run, std::int64_t budget) {
     run.attempt([&] {
       const URL output = run.workingFile(std::string("lossy-") + level + ".gif");
       run.runTool("gifsicle", {"-O2", "-Okeep-empty", "--no-ignore-errors", "--gamma=1",
-                               std::string("--lossy=") + level, run.url.path(), "-o", output.path()});
+                               std::string("--lossy=") + level, run.url().path(), "-o", output.path()});
       if (fileSize(output) >= budget) {
         ended = true;
       } else {
-        ended = run.consider(output, std::string("Gifsicle lossy") + level, ScoreAtLeast{});
+        ended = run.consider(output, std::string("Gifsicle lossy") + level, ScoreAtLeast{}).has_value();
       }
     });
     if (ended) return;
@@ -48,14 +48,15 @@ bool trySharedPalette(CompressionRun& run, const URL& sample, const std::string&
               {colours, "--speed", "1", "--floyd=0.25", "--output", palette.path(), "--", sample.path()});
   GIFPalette::colourMap(palette, map);
   run.runTool("gifsicle", {"-O3", "-Okeep-empty", "--no-ignore-errors", "--gamma=1", "--use-colormap",
-                           map.path(), "--no-dither", "--lossy=4", run.url.path(), "-o", output.path()});
-  return run.consider(output, "pngquant GIF " + colours + " colors + Gifsicle lossy4", ScoreAtLeast{});
+                           map.path(), "--no-dither", "--lossy=4", run.url().path(), "-o", output.path()});
+  return run.consider(output, "pngquant GIF " + colours + " colors + Gifsicle lossy4", ScoreAtLeast{})
+      .has_value();
 }
 
 void trySharedPalettes(CompressionRun& run) {
   std::optional<URL> sample;
   run.attempt([&] {
-    const auto wanted = GIFPalette::sampledFrames(static_cast<std::size_t>(run.original.frameCount));
+    const auto wanted = GIFPalette::sampledFrames(static_cast<std::size_t>(run.facts().frameCount));
     sample =
         GIFPalette::sample(gifReferenceFrames(run, wanted), run.workingDirectory, run.tools().stopToken());
   });
@@ -75,7 +76,7 @@ void runGIFPlan(CompressionRun& run) {
   optimise(run);
   if (!QualityAssessment::isAvailable(run.tools())) return;
 
-  const std::int64_t budget = run.originalBytes * 9 / 10;
+  const std::int64_t budget = run.original.bytes() * 9 / 10;
   tryLossyLevels(run, budget);
   if (!run.tools().has("pngquant")) return;
   if (const Candidate* best = run.smallest(); best && best->bytes < budget) return;

@@ -117,7 +117,7 @@ class FramePairs {
 std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector<std::size_t>& wanted) {
   const URL directory = referenceDirectory(run);
   std::vector<URL> frames;
-  for (std::int64_t i = 0; i < run.original.frameCount; ++i) {
+  for (std::int64_t i = 0; i < run.facts().frameCount; ++i) {
     frames.push_back(frameFile(directory, static_cast<std::size_t>(i)));
   }
   std::optional<GIFFrames> original;
@@ -125,7 +125,7 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   for (const std::size_t index : wanted) {
     if (files::exists(frames.at(index))) continue;
     if (!original) {
-      original.emplace(run.url, run.tools().stopToken());
+      original.emplace(run.url(), run.tools().stopToken());
       files::createDirectories(directory, 0777, files::Durability::cached);
     }
     while (next <= index) original->next(), ++next;
@@ -134,13 +134,13 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   return frames;
 }
 
-std::optional<double> gifQualityScore(const CompressionRun& run, const URL& output) {
+std::optional<double> gifQualityScore(const CompressionRun& run, const URL& output, double minimum) {
   const URL references = referenceDirectory(run);
   // Frames take far more room than the animation; those of one output are not needed for the next.
   const files::TemporaryTree outputs(run.workingFile(output.lastPathComponent() + "-frames"));
-  GIFFrames original(run.url, run.tools().stopToken()), candidate(output, run.tools().stopToken());
+  GIFFrames original(run.url(), run.tools().stopToken()), candidate(output, run.tools().stopToken());
   const std::size_t count = candidate.count();
-  if (count != original.count() || std::cmp_not_equal(count, run.original.frameCount)) return std::nullopt;
+  if (count != original.count() || std::cmp_not_equal(count, run.facts().frameCount)) return std::nullopt;
   for (const URL& directory : {references, outputs.url()}) {
     files::createDirectories(directory, 0777, files::Durability::cached);
   }
@@ -151,7 +151,7 @@ std::optional<double> gifQualityScore(const CompressionRun& run, const URL& outp
     if (!pairs.await(i)) return std::nullopt;
     const double score =
         QualityAssessment::measure(frameFile(references, i), frameFile(outputs.url(), i), run.tools());
-    if (score < run.engine.thresholds().gifQuality) return std::nullopt;
+    if (score < minimum) return std::nullopt;
     worst = std::min(worst, score);
   }
   return worst;

@@ -15,9 +15,9 @@ namespace tidewell {
 std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector<std::size_t>& wanted);
 
 /// The worst perceptual score among the output's frames, at most 100. Nothing when the number of frames or
-/// any alpha value differs or a frame scores below the engine's threshold. The first frame in their order
+/// any alpha value differs or a frame scores below `minimum`. The first frame in their order
 /// that is such, or cannot be exported or measured, ends the scoring. Throws `CompressionError`, `FileError`,
 /// `Interrupted`.
-std::optional<double> gifQualityScore(const CompressionRun& run, const URL& output);
+std::optional<double> gifQualityScore(const CompressionRun& run, const URL& output, double minimum);
 
 }  // namespace tidewell

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
@@ -19,65 +20,85 @@ bool isUpright(const ImageFacts& png, const ImageFacts& original) {
   return png.width == width && png.height == height && png.orientation == 1;
 }
 
-/// One attempt to save `png` under the name `destination`: the record of the saved PNG, or nothing when
+/// A PNG that is finished, and what was judged of it.
+struct Finished {
+  URL url;
+  std::string hash;
+  std::optional<std::string> encoder;
+  std::optional<double> score;
+};
+
+/// The smallest encoding of the decoded image, or that itself. Throws as `compress`.
+Finished compressed(const CompressionRun& run, Original& decoded) {
+  CompressionTrace trace(decoded.url());
+  CompressionRun nested{.engine = run.engine,
+                        .options = run.options,
+                        .trace = trace,
+                        .original = decoded,
+                        .workingDirectory = run.workingFile("png")};
+  files::createDirectory(nested.workingDirectory);
+  formatPolicy(ImageKind::png).plan(nested);
+  const Candidate* choice = nested.choice();
+  if (decoded.hasChanged()) throw CompressionError::changedDuringCompression();
+  if (!choice) return {decoded.url(), decoded.hash(), std::nullopt, std::nullopt};
+  return {choice->url, choice->hash, choice->encoder, choice->score};
+}
+
+/// One attempt to save the PNG under the name `destination`: the record of the saved PNG, or nothing when
 /// something else took the name first.
-std::optional<UndoRecord> save(const URL& png, const URL& destination, const URL& original,
-                               const std::string& originalHash, const UUID& sessionID,
-                               const std::optional<files::Times>& times, const UndoStore& undo) {
-  ReplacementTransaction conversion(undo, {.original = original,
-                                           .originalHash = originalHash,
-                                           .candidate = png,
-                                           .sessionID = sessionID,
-                                           .destination = destination,
-                                           .times = times});
+std::optional<UndoRecord> save(const CompressionRun& run, const Finished& png, const URL& destination,
+                               const UUID& sessionID) {
+  const Original& original = run.original;
+  ReplacementTransaction conversion(
+      run.engine.undo(), {.original = original.url(),
+                          .originalHash = original.hash(),
+                          .candidate = png.url,
+                          .sessionID = sessionID,
+                          .destination = destination,
+                          .times = run.options.keepTimes ? std::optional(original.times()) : std::nullopt});
   if (!conversion.swap()) return std::nullopt;
-  // Its bytes are all there is to know; they were inspected before.
-  conversion.verify(conversion.record().replacementHash, [](const URL&) {});
+  conversion.verify(png.hash, [](const URL&) { throw CompressionError::validationFailed(); });
   conversion.commit();
   return conversion.record();
 }
 
 }  // namespace
 
-CompressionResult compressHEIC(const CompressionEngine& engine, const URL& url, HEICDecoding& decoding,
-                               std::int64_t originalBytes, const std::string& originalHash,
-                               const UUID& sessionID, const std::optional<files::Times>& times,
-                               const URL& workingDirectory) {
-  const ImageFacts& original = decoding.facts();
-  if (original.frameCount != 1) throw CompressionError::fileOperation("暂不支持包含多张图片的 HEIC 文件");
-  const URL png = workingDirectory.appending("decoded.png");
-  decoding.savePNG(png);
-  if (decoding.hash() != originalHash) throw CompressionError::changedDuringCompression();
-  const ImageFacts decoded = ImageFacts::inspect(png);
-  if (!isUpright(decoded, original)) throw CompressionError::validationFailed();
-  engine.tools().stopToken().throwIfStopped();
-
-  // Its backups and reports go the way of the working directory.
-  const CompressionEngine nested(engine.tools(), UndoStore(workingDirectory.appending("Undo")),
-                                 engine.thresholds());
-  const CompressionResult compressed = nested.compress(png, sessionID);
-  if (!decoded.compatible(ImageFacts::inspect(png), true) || hash(url) != originalHash) {
-    throw CompressionError::changedDuringCompression();
+CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {
+  Original& original = run.original;
+  if (original.facts().frameCount != 1) {
+    throw CompressionError::fileOperation("暂不支持包含多张图片的 HEIC 文件");
   }
-  files::copyAttributes(url, png);  // a private photo stays private, a tagged one tagged
-  engine.tools().stopToken().throwIfStopped();
+  const URL decodedPNG = run.workingFile("decoded.png");
+  original.heic()->savePNG(decodedPNG);
+  if (original.hasChanged()) throw CompressionError::changedDuringCompression();
+  Original decoded(decodedPNG, run.tools().stopToken());
+  if (!isUpright(decoded.facts(), original.facts())) throw CompressionError::validationFailed();
+  run.tools().stopToken().throwIfStopped();
+
+  const Finished png = compressed(run, decoded);
+  if (hash(png.url) != png.hash || original.hasChanged()) throw CompressionError::changedDuringCompression();
+  if (run.options.isTooLittle(original.bytes(), fileSize(png.url))) {
+    return run.passedOver(PassedOver::belowMinimum);
+  }
+  files::copyAttributes(original.url(), png.url);  // a private photo stays private, a tagged one tagged
+  run.tools().stopToken().throwIfStopped();
 
   CompressionResult result;
-  result.originalBytes = originalBytes;
-  result.originalHash = originalHash;
-  result.finalBytes = fileSize(png);
+  result.originalBytes = original.bytes();
+  result.finalBytes = fileSize(png.url);
   result.outcome = CompressionOutcome::converted;
-  result.encoder = "HEIC → PNG · " + compressed.encoder.value_or("无损 PNG");
-  result.qualityScore = compressed.qualityScore;
-  const URL directory = url.deletingLastPathComponent();
+  result.encoder = "HEIC → PNG · " + png.encoder.value_or("无损 PNG");
+  result.qualityScore = png.score;
+  result.originalHash = original.hash();
+  result.finalHash = png.hash;
+  const URL directory = original.url().deletingLastPathComponent();
   for (int i = 0; i < 1000; ++i) {
     const std::string number = i == 0 ? "" : "（潮汐井" + std::to_string(i) + "）";
-    result.url = directory.appending(url.stem() + number + ".png");
+    result.url = directory.appending(original.url().stem() + number + ".png");
     if (files::exists(result.url)) continue;
-    result.undoRecord = save(png, result.url, url, originalHash, sessionID, times, engine.undo());
-    if (!result.undoRecord) continue;
-    result.finalHash = result.undoRecord->replacementHash;
-    return result;
+    result.undoRecord = save(run, png, result.url, sessionID);
+    if (result.undoRecord) return result;
   }
   throw CompressionError::fileOperation("无法创建 PNG：同名文件过多");
 }

@@ -4,9 +4,8 @@
 #include <vector>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/engine/CandidateValidation.h"
+#include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
-#include "CompressionKit/image/JPEGMetadata.h"
 
 namespace tidewell {
 namespace {
@@ -26,10 +25,10 @@ struct Policy {
 
 Policy policy(const CompressionRun& run) {
   const double threshold = run.engine.thresholds().quality;
-  if (!ImageFacts::hasFineJPEGQuantization(run.url)) {
+  if (!ImageFacts::hasFineJPEGQuantization(run.url())) {
     return {threshold, std::max(threshold, 70.0), {"420", "444"}, 72, true};
   }
-  if (run.original.hasJPEGMultiPictureData) {
+  if (run.facts().hasJPEGMultiPictureData) {
     const double minimum = std::max(threshold, 70.0);
     return {minimum, std::max(minimum, 76.0), {"420", "444"}, 72, true};
   }
@@ -37,15 +36,13 @@ Policy policy(const CompressionRun& run) {
   return {minimum, minimum, {"444", "420"}, 90, false};
 }
 
-std::optional<Candidate> encoded(const CompressionRun& run, const std::string& chroma, int quality,
+std::optional<Candidate> encoded(CompressionRun& run, const std::string& chroma, int quality,
                                  double minimumScore) {
   const std::string number = std::to_string(quality);
   const URL output = run.workingFile("jpegli-" + chroma + "-" + number + ".jpg");
-  run.runTool("cjpegli", {run.url.path(), output.path(), "--quality=" + number,
+  run.runTool("cjpegli", {run.url().path(), output.path(), "--quality=" + number,
                           "--chroma_subsampling=" + chroma, "--quiet"});
-  JPEGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output,
-                                    run.tools().stopToken());
-  return validated(run, output, "Jpegli q" + number + " " + chroma, ScoreAtLeast{minimumScore});
+  return run.consider(output, "Jpegli q" + number + " " + chroma, ScoreAtLeast{minimumScore});
 }
 
 /// Appends at most one candidate: the first that is good enough and smaller than the original.
@@ -56,10 +53,7 @@ void searchQuality(CompressionRun& run, const Policy& policy, const std::string&
     std::optional<Candidate> candidate;
     if (!run.attempt([&] { candidate = encoded(run, chroma, quality, policy.minimumScore); })) return;
 
-    if (candidate && candidate->bytes < run.originalBytes) {
-      run.candidates.push_back(*std::move(candidate));
-      return;
-    }
+    if (!run.candidates.empty()) return;
     if (candidate) {
       const double excess = candidate->score.value_or(0) - policy.target;
       if (excess <= 1) return;

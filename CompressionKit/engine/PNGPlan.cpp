@@ -3,7 +3,6 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
-#include "CompressionKit/image/PNGMetadata.h"
 
 namespace tidewell {
 namespace {
@@ -24,9 +23,7 @@ const Rung ladder[] = {
 void tryRung(CompressionRun& run, const Rung& rung, std::size_t number) {
   const URL output = run.workingFile("quant-" + std::to_string(number) + ".png");
   run.runTool("pngquant", {"--quality=0-" + rung.maximumQuality, "--speed", rung.speed,
-                           "--floyd=" + rung.dither, "--output", output.path(), "--", run.url.path()});
-  PNGMetadata::preserveOrientation(static_cast<int>(run.original.orientation), output,
-                                   run.tools().stopToken());
+                           "--floyd=" + rung.dither, "--output", output.path(), "--", run.url().path()});
   run.consider(output, "pngquant q" + rung.maximumQuality + " floyd" + rung.dither + " s" + rung.speed,
                ScoreAtLeast{});
 }
@@ -70,7 +67,7 @@ void runPNGPlan(CompressionRun& run) {
     const Candidate palette = *found;  // the list grows meanwhile
     optimise(run, palette.url, "palette-opt.png", palette.encoder + " + OxiPNG", SamePixelsAs{palette});
   } else {
-    optimise(run, run.url, "lossless.png", "OxiPNG", SamePixels{});
+    optimise(run, run.url(), "lossless.png", "OxiPNG", SamePixels{});
   }
 }
 

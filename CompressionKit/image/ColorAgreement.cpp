@@ -1,9 +1,7 @@
 #include "CompressionKit/image/ColorAgreement.h"
 
 #include "CompressionKit/codecs/ColorProfile.h"
-#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/codecs/PNGWriter.h"
-#include "CompressionKit/image/Decoding.h"
 
 namespace tidewell {
 namespace {
@@ -13,7 +11,9 @@ bool canBeConverted(const ImageProperties& original) {
   return !original.hasGreyProfile && isAllowedInPNG(original.color.icc);
 }
 
-bool agree(const ImageProperties& original, const ImageProperties& candidate, bool mayBeConverted) {
+}  // namespace
+
+bool colorsAgree(const ImageProperties& original, const ImageProperties& candidate, bool mayBeConverted) {
   if (original.codePoints != candidate.codePoints) return false;
   if (!original.codePoints.empty() || !original.profileName) return true;
   const std::string& icc = original.color.icc;
@@ -22,15 +22,6 @@ bool agree(const ImageProperties& original, const ImageProperties& candidate, bo
            (color::isSRGB(candidate.color.icc) && (mayBeConverted || color::isSRGB(icc)));
   }
   return (candidate.isTagged && mayBeConverted && canBeConverted(original)) || color::isSRGB(icc);
-}
-
-}  // namespace
-
-bool colorsAgree(const URL& original, const URL& candidate, bool mayBeConverted, const StopToken& stop) {
-  return decoding([&] {
-    return agree(ImageSource::open(original, stop)->properties(0),
-                 ImageSource::open(candidate, stop)->properties(0), mayBeConverted);
-  });
 }
 
 }  // namespace tidewell

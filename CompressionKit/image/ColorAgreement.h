@@ -1,13 +1,12 @@
 #pragma once
 
-#include "CompressionKit/platform/Stop.h"
-#include "CompressionKit/platform/URL.h"
+#include "CompressionKit/codecs/ImageProperties.h"
 
 namespace tidewell {
 
 /// What `ImageFacts::compatible` cannot tell from names: whether the candidate's file says of its colours
 /// what keeps those of the original. `mayBeConverted`: its pixels may have been converted to sRGB, which it
-/// must then say. Throws `CompressionError::invalidImage`, `Interrupted`.
-bool colorsAgree(const URL& original, const URL& candidate, bool mayBeConverted, const StopToken& stop = {});
+/// must then say.
+bool colorsAgree(const ImageProperties& original, const ImageProperties& candidate, bool mayBeConverted);
 
 }  // namespace tidewell

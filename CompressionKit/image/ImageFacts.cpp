@@ -46,23 +46,23 @@ bool profilesAgree(const ImageFacts& original, const ImageFacts& candidate, bool
          saysSRGB(candidate, original);
 }
 
-enum class Views { unwanted, wanted };
-
 /// Views are made of the rows that prove the image to be whole.
-ImageFacts::Inspection inspectSource(ImageSource& source, ImageKind kind, const URL& url, Views wish) {
+ImageFacts::Inspection inspectSource(ImageSource& source, ImageKind kind, const URL& url,
+                                     ImageFacts::Views wish) {
   if (source.count() < 1) throw CompressionError::invalidImage();
   if (!kind.accepts(source.container())) throw CompressionError::formatMismatch();
-  ImageFacts::Inspection inspection;
+  ImageFacts::Inspection inspection{.facts = {}, .properties = source.properties(0)};
   ImageFacts& facts = inspection.facts;
-  const ImageProperties properties = source.properties(0);
-  if (wish == Views::wanted && kind != ImageKind::gif && properties.height > 0 &&
-      properties.width > ImageFacts::maximumWholePixels / properties.height) {
+  const ImageProperties& properties = inspection.properties;
+  facts.kind = kind;
+  facts.width = properties.width;
+  facts.height = properties.height;
+  if (wish == ImageFacts::Views::wanted && facts.isShownInViews()) {
     inspection.views = views::overviewAndDetail(source, 0, overviewSide, detailSide);
   } else {
     source.verify(0);
   }
 
-  facts.kind = kind;
   facts.hasJPEGMultiPictureData = kind == ImageKind::jpeg && JPEGMetadata::hasMultiplePictures(url);
   facts.frameCount = static_cast<std::int64_t>(source.count());
   facts.gifLoopCount = properties.loopCount;
@@ -74,12 +74,20 @@ ImageFacts::Inspection inspectSource(ImageSource& source, ImageKind kind, const 
   facts.hasAlpha = properties.hasAlpha;
   facts.profileName = properties.profileName ? properties.profileName : properties.colorSpaceName;
   facts.orientation = properties.orientation.value_or(1);
-  facts.width = properties.width;
-  facts.height = properties.height;
   return inspection;
 }
 
-ImageFacts::Inspection inspected(const URL& url, const StopToken& stop, Views wish) {
+}  // namespace
+
+bool ImageFacts::isShownInViews() const {
+  return kind != ImageKind::gif && height > 0 && width > maximumWholePixels / height;
+}
+
+ImageFacts ImageFacts::inspect(const URL& url, const StopToken& stop) {
+  return inspection(url, Views::unwanted, stop).facts;
+}
+
+ImageFacts::Inspection ImageFacts::inspection(const URL& url, Views wish, const StopToken& stop) {
   const auto kind = ImageKind::from(url);
   if (kind == ImageKind::png) PNGMetadata::validateStatic(url, stop);
   if (!kind) throw CompressionError::invalidImage();
@@ -87,16 +95,6 @@ ImageFacts::Inspection inspected(const URL& url, const StopToken& stop, Views wi
     return {.facts = HEICDecoding(url, HEICDecoding::Purpose::inspect, stop).facts()};
   }
   return decoding([&] { return inspectSource(*ImageSource::open(url, stop), *kind, url, wish); });
-}
-
-}  // namespace
-
-ImageFacts ImageFacts::inspect(const URL& url, const StopToken& stop) {
-  return inspected(url, stop, Views::unwanted).facts;
-}
-
-ImageFacts::Inspection ImageFacts::inspectWithViews(const URL& url, const StopToken& stop) {
-  return inspected(url, stop, Views::wanted);
 }
 
 bool ImageFacts::compatible(const ImageFacts& candidate, bool allowSRGBConversion) const {

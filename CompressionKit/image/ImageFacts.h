@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "CompressionKit/codecs/ImageProperties.h"
 #include "CompressionKit/codecs/Views.h"
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Stop.h"
@@ -34,10 +35,12 @@ struct ImageFacts {
 
   /// Pixels of an image that the metric is shown whole; of a larger one it gets two views.
   static constexpr std::int64_t maximumWholePixels = 8'000'000;
+  bool isShownInViews() const;
   /// What one pass over the rows of an image yields.
   struct Inspection;
-  /// As `inspect`, with the views of a JPEG or PNG image above `maximumWholePixels`.
-  static Inspection inspectWithViews(const URL& url, const StopToken& stop = {});
+  enum class Views { unwanted, wanted };
+  /// As `inspect`, with all that was found, and the views of an image that is shown in them.
+  static Inspection inspection(const URL& url, Views views, const StopToken& stop = {});
 
   /// Called on the original's facts: whether the candidate keeps the original's observable properties.
   /// `allowSRGBConversion`: the candidate may have been converted to sRGB (PNG only).
@@ -70,6 +73,7 @@ struct ImageFacts {
 
 struct ImageFacts::Inspection {
   ImageFacts facts;
+  ImageProperties properties = {};  ///< of image 0; not of a HEIC file
   std::optional<views::Pair> views = std::nullopt;
 };
 

@@ -8,6 +8,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/EngineTest.h"
+#include "support/Faults.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -68,6 +69,24 @@ TEST_F(Engine, KeepsTimesWhereAsked) {
   }
 }
 
+TEST_F(Engine, PassesOverWhatSavesTooLittle) {
+  const auto saved = std::ssize(before) - fileSize(tools.answer("jpegli-420-72.jpg"));
+  const double percent = 100.0 * static_cast<double>(saved) / static_cast<double>(before.size());
+  for (const auto& [minimum, isReached] : {std::pair(MinimumSaving{percent, saved}, true),
+                                           {MinimumSaving{percent + 0.001, 0}, false},
+                                           {MinimumSaving{0, saved + 1}, false}}) {
+    files::writeAtomically(photo, before);
+    options.minimumSaving = minimum;
+    const CompressionResult result = compress(photo);
+    EXPECT_EQ(result.originalHash, hash(before));
+    EXPECT_EQ(result.passedOver, isReached ? std::nullopt : std::optional(PassedOver::belowMinimum));
+    EXPECT_EQ(result.outcome == CompressionOutcome::replaced, isReached);
+    EXPECT_EQ(files::read(photo) == before, !isReached);
+    EXPECT_EQ(test::latestReport(undo).at("attempts").back().at("reason"),
+              isReached ? "validated" : "below_minimum");
+  }
+}
+
 TEST_F(Engine, LeavesAFileThatNothingImproves) {
   for (const char* output : {"jpegli-420-72.jpg", "jpegli-444-72.jpg"}) {
     files::writeAtomically(tools.answer(output), before);
@@ -77,6 +96,7 @@ TEST_F(Engine, LeavesAFileThatNothingImproves) {
   EXPECT_EQ(result.outcome, CompressionOutcome::skipped);
   EXPECT_EQ(result.finalBytes, result.originalBytes);
   EXPECT_FALSE(result.encoder || result.qualityScore || result.undoRecord);
+  EXPECT_EQ(result.passedOver, PassedOver::notSmaller);
   EXPECT_EQ(files::read(photo), before);
   EXPECT_TRUE(undo.readRecords().empty());
   expectEnd("skipped");
@@ -99,6 +119,28 @@ TEST_F(Engine, NeverReplacesAFileThatChangedMeanwhile) {
   EXPECT_EQ(files::read(photo), before + "more\n");
   EXPECT_TRUE(undo.readRecords().empty());
   expectEnd("failed");
+}
+
+/// Another file comes under the name at any moment of the first look: what is replaced is what was seen.
+TEST_F(Engine, JudgesByTheFileThatItFound) {
+  const URL turned = folder / "turned.jpg";
+  test::writeJPEGFile(turned, test::photoRaster(80, 60), {.exif = test::exifWithOrientation(6)});
+  int changed = 0;
+  for (bool isFirstLook = true; isFirstLook; ++changed) {
+    files::writeAtomically(photo, before);
+    const auto runs = tools.runs().size();
+    test::Faults faults;
+    faults.at(changed + 1, [&] {
+      isFirstLook = tools.runs().size() == runs;
+      files::writeAtomically(photo, files::read(turned));
+    });
+    if (test::textOf([&] { compress(photo); }) != "no error") continue;
+    const auto backup = undo.backupURL(undo.readRecords().at(0));
+    EXPECT_EQ(ImageFacts::inspect(photo).orientation, ImageFacts::inspect(backup).orientation)
+        << faults.where();
+    undo.deleteRecord(undo.readRecords().at(0));
+  }
+  EXPECT_GT(changed, 3);
 }
 
 TEST(CompressionValues, Derive) {

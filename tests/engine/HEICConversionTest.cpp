@@ -71,6 +71,12 @@ TEST_F(HEICConversion, KeepsThePlainPNGWhenNothingIsSmaller) {
   EXPECT_EQ(result.encoder, "HEIC → PNG · 无损 PNG");
   EXPECT_FALSE(result.qualityScore);
   EXPECT_EQ(ImageFacts::inspect(png).width, 64);
+
+  EXPECT_GT(result.finalBytes, result.originalBytes);
+  files::removeItem(png);
+  options.minimumSaving = MinimumSaving{};
+  EXPECT_EQ(compress(photo).passedOver, PassedOver::belowMinimum);
+  EXPECT_EQ(contents(), std::vector<std::string>{"photo.HEIC"});
 }
 
 /// A link to nothing is a name that looks free until the very moment of saving.
@@ -115,7 +121,8 @@ TEST_F(HEICConversion, FailuresLeaveNothing) {
   EXPECT_EQ(compress(photo).url.lastPathComponent(), "photo（潮汐井999）.png");
 }
 
-/// Another program writes to the HEIC file, or to the finished PNG, at any moment at which a file is moved.
+/// Another program writes to the HEIC file, or to the finished PNG, at any moment at which a file is made or
+/// moved.
 TEST_F(HEICConversion, SavesOnlyWhatItHasJudged) {
   test::writePNGFile(folder / "wide.png", flat(65));
   for (const bool changesPNG : {true, false}) {
@@ -129,11 +136,13 @@ TEST_F(HEICConversion, SavesOnlyWhatItHasJudged) {
             isSaved = files::exists(png);
             if (!changesPNG) return files::writeAtomically(photo, before + "more");
             for (const auto& name : files::namesInDirectory(pictures)) {
-              const URL decoded = pictures.appending(name).appending("decoded.png");
-              if (files::exists(decoded)) files::writeAtomically(decoded, files::read(folder / "wide.png"));
+              for (const char* finished : {"decoded.png", "png/quant-0.png"}) {
+                const URL found = pictures.appending(name).appending(finished);
+                if (files::exists(found)) files::writeAtomically(found, files::read(folder / "wide.png"));
+              }
             }
           },
-          test::FileCall::moves);
+          changesPNG ? test::FileCall::changes : test::FileCall::moves);
       const bool isDone = test::textOf([&] { compress(photo); }) == "no error";
       happened = faults.happened();
       if (isDone) {

@@ -103,7 +103,7 @@ TEST(Inspection, MakesViewsOfLargeImages) {
   for (const auto& [width, large] : {std::pair(4000, false), {4001, true}}) {
     const URL url = folder / (std::to_string(width) + ".png");
     test::writePNGFile(url, Raster(width, 2000, [](int, int) { return Pixel{90, 120, 150, 255}; }));
-    const auto found = ImageFacts::inspectWithViews(url);
+    const auto found = ImageFacts::inspection(url, ImageFacts::Views::wanted);
     EXPECT_EQ(found.facts, ImageFacts::inspect(url));
     EXPECT_EQ(found.views.has_value(), large) << width;
     if (found.views) {

@@ -87,23 +87,23 @@ TEST(ColorAgreement, KeepsColoursWhateverTheNamesSay) {
       {"code points, new", tag, cICP, false, false},
       {"code points, kept", cICP + tag, cICP, true, true},
   };
+  const auto properties = [](const URL& url) { return ImageSource::open(url)->properties(0); };
   const auto png = [&](const char* name, const std::string& chunks) {
-    return folder.write(name, test::pngOfOneRow(1, 8, 2, "\xFF\x01\x02", chunks));
+    return properties(folder.write(name, test::pngOfOneRow(1, 8, 2, "\xFF\x01\x02", chunks)));
   };
   for (const auto& c : cases) {
-    const URL original = png("a.png", c.original), candidate = png("b.png", c.candidate);
+    const auto original = png("a.png", c.original), candidate = png("b.png", c.candidate);
     EXPECT_EQ(colorsAgree(original, candidate, false), c.agrees) << c.what;
     EXPECT_EQ(colorsAgree(original, candidate, true), c.mayBeConverted) << c.what;
   }
-  EXPECT_EQ(ImageSource::open(png("odd.png", profileChunk(odd)))->properties(0).profileName,
-            "sRGB Transfer with DCI-P3 Gamut");
+  EXPECT_EQ(png("odd.png", profileChunk(odd)).profileName, "sRGB Transfer with DCI-P3 Gamut");
 
   // A JPEG says nothing without a profile.
   const auto jpeg = [&](const char* name, const std::string& icc) {
     test::writeJPEGFile(folder / name, test::photoRaster(16, 16), {.icc = icc});
-    return folder / name;
+    return properties(folder / name);
   };
-  const URL plain = jpeg("plain.jpg", ""), wide = jpeg("p3.jpg", p3);
+  const auto plain = jpeg("plain.jpg", ""), wide = jpeg("p3.jpg", p3);
   EXPECT_TRUE(colorsAgree(plain, plain, false));
   EXPECT_TRUE(colorsAgree(jpeg("sRGB.jpg", sRGB), plain, false));
   EXPECT_FALSE(colorsAgree(wide, plain, false));
