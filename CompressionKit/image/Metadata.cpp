@@ -36,7 +36,7 @@ const Format* formatOf(const ImageInput& file) {
 }  // namespace
 
 void Pieces::add(Piece piece) {
-  bytes_ += piece.whole.size();
+  bytes_ += sizeof(Piece) + piece.whole.size();  // many may be empty
   if (bytes_ > maximumBytes) throw CompressionError::validationFailed();
   all.push_back(std::move(piece));
 }

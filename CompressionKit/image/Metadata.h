@@ -8,11 +8,10 @@
 #include "CompressionKit/platform/URL.h"
 
 /// What an image file says beside its pixels and their colours: date, place, camera, author, text.
-/// Every file may be hostile. What is held of one in memory is bounded by its size, and never above
-/// `maximumBytes`.
+/// Every file may be hostile. An original's pixels are not read; a candidate is held in memory once or twice.
 namespace tidewell::metadata {
 
-/// Metadata of one file; a file with more of it is refused.
+/// What is held of the metadata of one file; a file with more of it is refused.
 constexpr std::size_t maximumBytes = std::size_t{64} << 20;
 
 /// Writes `candidate`, made of `original`, anew with the metadata of `original` in place of its own, byte for
@@ -20,9 +19,9 @@ constexpr std::size_t maximumBytes = std::size_t{64} << 20;
 /// Pixels, colour profile and all else that says how to show them stay the candidate's.
 ///
 /// - JPEG: Exif with its thumbnail, XMP with its extension, Photoshop and IPTC (APP13), comments, the density
-///   of JFIF, FlashPix, Kodak "Meta", "Ducky" and picture information (APP12), thermal data (FLIR), GoPro.
-///   Not kept: APP14 (decides colours), ICC profiles, the index of further pictures (MPF), whatever
-///   else stands in APPn, and what lies behind the picture.
+///   of JFIF (which is added where it cannot change colours), FlashPix, Kodak "Meta", "Ducky" and picture
+///   information (APP12), thermal data (FLIR), GoPro. Not kept: APP14 (decides colours), ICC profiles, the
+///   index of further pictures (MPF), whatever else stands in APPn, and what lies behind the picture.
 /// - PNG: eXIf, tEXt, zTXt, iTXt, pHYs, tIME.
 /// - GIF: comments and XMP.
 /// - HEIC to PNG: Exif, whose orientation becomes 1, for the PNG is upright, and XMP.

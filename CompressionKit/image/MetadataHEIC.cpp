@@ -14,7 +14,6 @@ namespace {
 
 using Kind = Piece::Kind;
 using namespace std::string_view_literals;
-using heif::Box;
 using heif::Bytes;
 
 /// Bytes of the file; none when they reach beyond its end.

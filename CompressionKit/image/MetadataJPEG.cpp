@@ -16,27 +16,27 @@ using namespace std::string_view_literals;
 /// How a segment begins that is known, and how many bytes of its body come before the data.
 struct Known {
   int marker;
-  std::string_view start;
   Kind kind;
+  std::string_view start;
   std::size_t prefix;
 };
 constexpr Known known[] = {
-    {0xE0, "JFIF\0"sv, Kind::density, 7},
-    {0xE1, "Exif\0"sv, Kind::exif, 6},
-    {0xE1, "http://ns.adobe.com/xap/1.0/\0"sv, Kind::xmp, 29},
-    {0xE1, "http://ns.adobe.com/xmp/extension/\0"sv, Kind::xmpExtension, 35 + 32 + 8},  // name, size, offset
-    {0xE1, "FLIR\0"sv, Kind::other, 5},
-    {0xE2, "FPXR\0"sv, Kind::other, 5},
-    {0xE2, "ICC_PROFILE\0"sv, Kind::profile, 14},
-    {0xE2, "MPF\0"sv, Kind::pictureIndex, 4},
-    {0xE3, "Meta\0"sv, Kind::other, 6},
-    {0xE3, "META\0"sv, Kind::other, 6},
-    {0xE6, "GoPro\0"sv, Kind::other, 6},
-    {0xEC, "Ducky"sv, Kind::other, 5},
-    {0xEC, "PictureInfo"sv, Kind::other, 11},
-    {0xEC, "[picture info]"sv, Kind::other, 14},
-    {0xED, "Photoshop 3.0\0"sv, Kind::photoshop, 14},
-    {0xFE, ""sv, Kind::comment, 0},
+    {0xE0, Kind::density, "JFIF\0"sv, 7},
+    {0xE1, Kind::exif, "Exif\0"sv, 6},
+    {0xE1, Kind::xmp, "http://ns.adobe.com/xap/1.0/\0"sv, 29},
+    {0xE1, Kind::xmpExtension, "http://ns.adobe.com/xmp/extension/\0"sv, 35 + 32 + 8},  // name, size, offset
+    {0xE1, Kind::other, "FLIR\0"sv, 5},
+    {0xE2, Kind::other, "FPXR\0"sv, 5},
+    {0xE2, Kind::profile, "ICC_PROFILE\0"sv, 14},
+    {0xE2, Kind::pictureIndex, "MPF\0"sv, 4},
+    {0xE3, Kind::other, "Meta\0"sv, 6},
+    {0xE3, Kind::other, "META\0"sv, 6},
+    {0xE6, Kind::other, "GoPro\0"sv, 6},
+    {0xEC, Kind::other, "Ducky"sv, 5},
+    {0xEC, Kind::other, "PictureInfo"sv, 11},
+    {0xEC, Kind::other, "[picture info]"sv, 14},
+    {0xED, Kind::photoshop, "Photoshop 3.0\0"sv, 14},
+    {0xFE, Kind::comment, ""sv, 0},
 };
 constexpr std::size_t densityAt = 8, densityBytes = 5;  // of the marker and body: unit, across, down
 constexpr auto squareDensity = "\0\0\1\0\1"sv;
