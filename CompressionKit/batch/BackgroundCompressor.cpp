@@ -1,83 +1,50 @@
 #include "CompressionKit/batch/BackgroundCompressor.h"
 
-#include <cstdint>
-#include <exception>
-#include <future>
 #include <string>
 #include <utility>
 
-#include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/undo/FolderSweep.h"
 
 namespace tidewell {
 namespace {
 
-constexpr double maximumBackupAge = UndoStore::backupRetention;
-constexpr std::int64_t maximumBackupBytes = std::int64_t{5} << 30;
-
-void fail(BackgroundBatchResult::Item& item) {
-  item.outcome = "failed";
-  item.error = localizedDescription(std::current_exception());
+BackgroundBatchResult::Item item(const FileReport& report) {
+  BackgroundBatchResult::Item item{.path = report.url.path(),
+                                   .outcome = std::string(rawValue(report.outcome)),
+                                   .originalBytes = report.originalBytes,
+                                   .finalBytes = report.finalBytes,
+                                   .error = std::nullopt};
+  if (report.error) item.error = localizedDescription(report.error);
+  if (report.reason == FileReport::Reason::unsupported) item.error = "不支持的文件格式";
+  return item;
 }
 
 }  // namespace
 
-BackgroundCompressor::BackgroundCompressor(CompressionEngine engine, CompressionQueue& queue)
-    : engine_(std::move(engine)), queue_(queue) {}
+BackgroundCompressor::BackgroundCompressor(CompressionEngine engine, CompressionQueue& queue,
+                                           std::unique_ptr<OutputMemory> memory)
+    : memory_(std::move(memory)), batch_(std::move(engine), queue, memory_.get()) {}
 
-BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& urls) {
-  cleanUp();
-  BackgroundBatchResult result{.sessionID = UUID::random(), .finishedAt = {}, .items = {}};
-  result.items.resize(urls.size());
-  for (std::size_t i = 0; i < urls.size(); ++i) result.items[i].path = urls[i].path();
-
-  FolderSweeps sweeps;
+BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& urls,
+                                                     const CompressionOptions& compression) {
   // All are queued before any is awaited. A file that waits costs a future, not a thread.
-  std::vector<std::future<CompressionResult>> futures(urls.size());
-  for (std::size_t i = 0; i < urls.size(); ++i) {
-    try {
-      if (ImageKind::from(urls[i])) {
-        futures[i] =
-            queue_.run(urls[i], nullptr, [this, &sweeps, &url = urls[i], session = result.sessionID] {
-              sweeps.sweepOnce(url.deletingLastPathComponent());
-              return engine_.compress(url, session);
-            });
-      } else {
-        result.items[i].outcome = "skipped";
-        result.items[i].error = "不支持的文件格式";
-      }
-    } catch (...) {
-      fail(result.items[i]);
-    }
-  }
-  // From the last to the first: most of them end in the order in which they were queued, so that this thread
-  // is not woken for each.
-  for (std::size_t i = urls.size(); i-- > 0;) {
-    if (!futures[i].valid()) continue;
-    auto& item = result.items[i];
-    try {
-      const CompressionResult compressed = futures[i].get();
-      item.outcome = compressed.outcome.rawValue();
-      item.originalBytes = compressed.originalBytes;
-      item.finalBytes = compressed.finalBytes;
-    } catch (...) {
-      fail(item);
-    }
-  }
-  cleanUp();
+  const BatchOptions options{.compression = compression, .again = true, .ahead = urls.size()};
+  BackgroundBatchResult result{.sessionID = options.sessionID, .finishedAt = {}, .items = {}};
+  result.items.resize(urls.size());
+  const auto next = [&urls, i = std::size_t{0}]() mutable -> std::optional<Found> {
+    if (i == urls.size()) return std::nullopt;
+    return Found{.url = urls[i++], .treePath = {}, .isNamed = true, .bytes = 0, .error = nullptr};
+  };
+  batch_.run(next, options, {.started = {}, .finished = [&](const auto& report) {
+                               result.items[report.number] = item(report);
+                             }});
   result.finishedAt = Date::now();
   return result;
 }
 
 BackgroundCompressor::Maintenance BackgroundCompressor::maintainBackups() {
-  const auto pass = cleanUp();
+  const auto pass = batch_.maintain();
   return {.deadline = pass.nextExpiration, .changed = pass.changed, .overdue = pass.overdue};
-}
-
-UndoStore::Maintenance BackgroundCompressor::cleanUp() {
-  const std::lock_guard lock(maintenance_);
-  return engine_.undo().maintain(maximumBackupAge, maximumBackupBytes, Date::now());
 }
 
 }  // namespace tidewell

@@ -1,10 +1,12 @@
 #pragma once
 
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <vector>
 
 #include "CompressionKit/batch/BackgroundBatchResult.h"
+#include "CompressionKit/batch/Batch.h"
+#include "CompressionKit/batch/OutputMemory.h"
 #include "CompressionKit/engine/CompressionEngine.h"
 #include "CompressionKit/platform/Date.h"
 #include "CompressionKit/platform/URL.h"
@@ -12,15 +14,17 @@
 
 namespace tidewell {
 
-/// Runs batches of files through the queue and the engine.
+/// Runs the service's batches: what comes of them is told in the order of the files, at the end.
 class BackgroundCompressor {
  public:
+  /// What it compresses is remembered, for others; the service itself passes nothing over.
   explicit BackgroundCompressor(CompressionEngine engine,
-                                CompressionQueue& queue = CompressionQueue::shared());
+                                CompressionQueue& queue = CompressionQueue::shared(),
+                                std::unique_ptr<OutputMemory> memory = nullptr);
 
   /// Blocks until every file is done; several threads may run batches at once. Never throws for a file:
   /// every error becomes an item. The backup clean-up runs before and after.
-  BackgroundBatchResult compress(const std::vector<URL>& urls);
+  BackgroundBatchResult compress(const std::vector<URL>& urls, const CompressionOptions& compression = {});
 
   struct Maintenance {
     std::optional<Date> deadline;  ///< when the next backup expires
@@ -30,14 +34,11 @@ class BackgroundCompressor {
   /// One clean-up pass over the backups. Blocks on the disk.
   Maintenance maintainBackups();
 
-  const CompressionEngine& engine() const { return engine_; }
+  const CompressionEngine& engine() const { return batch_.engine(); }
 
  private:
-  UndoStore::Maintenance cleanUp();
-
-  CompressionEngine engine_;
-  CompressionQueue& queue_;
-  std::mutex maintenance_;  ///< clean-up passes of this process run one at a time
+  std::unique_ptr<OutputMemory> memory_;
+  Batch batch_;
 };
 
 }  // namespace tidewell

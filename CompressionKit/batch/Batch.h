@@ -22,7 +22,7 @@ inline constexpr std::int64_t maximumBackupBytes = std::int64_t{5} << 30;
 
 struct BatchOptions {
   UUID sessionID = UUID::random();  ///< names the batch in the undo store
-  CompressionOptions compression;
+  CompressionOptions compression = {};
   /// Also what the memory knows as compressed before is compressed.
   bool again = false;
   /// Works on a copy in the temporary directory and throws it away with backup, record and report. Nothing is
@@ -32,7 +32,7 @@ struct BatchOptions {
   /// backup, no record, no report. What is passed over is copied unchanged. Nothing is overwritten: a taken
   /// name is a `FileError` (EEXIST). Copies have mode, owner (where permitted) and extended attributes of the
   /// original.
-  std::optional<URL> output;
+  std::optional<URL> output = std::nullopt;
   /// Files queued ahead of those at work; 0 for four times the queue's limit.
   std::size_t ahead = 0;
 };
@@ -93,5 +93,9 @@ class BatchStop {
 /// Whether the files of a walk are more than `bytes` together: read from directories, and no further than
 /// needed.
 bool exceeds(FolderWalk walk, std::int64_t bytes);
+
+/// What the backups in a store take now. With `exceeds` it tells whether a batch may cost the oldest of them,
+/// or of its own: when it comes to more than `maximumBackupBytes` less this.
+std::int64_t backupBytes(const UndoStore& store) noexcept;
 
 }  // namespace tidewell

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -23,6 +24,7 @@ struct FileReport {
   /// Why a file was passed over.
   enum class Reason { alreadyCompressed, unsupported, belowMinimum, notSmaller, embeddedMedia };
 
+  std::size_t number = 0;  ///< how many files the batch was given before this one
   URL url;
   bool isNamed = false;  ///< not found in a folder
   Outcome outcome = Outcome::failed;

@@ -26,6 +26,7 @@ class CompressionEngine {
   const ToolRunner& tools() const { return tools_; }
   const UndoStore& undo() const { return undo_; }
   const Thresholds& thresholds() const { return thresholds_; }
+  const HEICProgram& heicProgram() const { return heicProgram_; }
 
   /// Blocks for as long as the tools run. `sessionID` names the batch in the undo store. Every run on a file
   /// URL leaves one diagnostics report and no working directory. Throws `CompressionError`, `FileError`,

@@ -64,6 +64,11 @@ std::optional<UndoRecord> save(const CompressionRun& run, const Finished& png, c
 
 }  // namespace
 
+URL conversionURL(const URL& original, int attempt) {
+  const std::string number = attempt == 0 ? "" : "（潮汐井" + std::to_string(attempt) + "）";
+  return original.deletingLastPathComponent().appending(original.stem() + number + ".png");
+}
+
 CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {
   Original& original = run.original;
   if (original.facts().frameCount != 1) {
@@ -92,10 +97,8 @@ CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {
   result.qualityScore = png.score;
   result.originalHash = original.hash();
   result.finalHash = png.hash;
-  const URL directory = original.url().deletingLastPathComponent();
-  for (int i = 0; i < 1000; ++i) {
-    const std::string number = i == 0 ? "" : "（潮汐井" + std::to_string(i) + "）";
-    result.url = directory.appending(original.url().stem() + number + ".png");
+  for (int attempt = 0; attempt < maximumConversionNames; ++attempt) {
+    result.url = conversionURL(original.url(), attempt);
     if (files::exists(result.url)) continue;
     result.undoRecord = save(run, png, result.url, sessionID);
     if (result.undoRecord) return result;

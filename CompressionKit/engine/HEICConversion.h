@@ -2,9 +2,15 @@
 
 #include "CompressionKit/engine/CompressionResult.h"
 #include "CompressionKit/engine/CompressionRun.h"
+#include "CompressionKit/platform/URL.h"
 #include "CompressionKit/platform/UUID.h"
 
 namespace tidewell {
+
+/// A conversion gets the first of so many names that is free.
+inline constexpr int maximumConversionNames = 1000;
+/// The name beside the original that is tried as this one, counted from 0.
+URL conversionURL(const URL& original, int attempt);
 
 /// Saves the HEIC file of the run as a new, compressed PNG beside it, recorded in the engine's undo store,
 /// and never touches the file itself. Everything temporary lies in the run's working directory, the attempts

@@ -1,0 +1,237 @@
+#include "CompressionKit/batch/BatchJob.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/engine/HEICConversion.h"
+#include "CompressionKit/image/ImageKind.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
+#include "CompressionKit/undo/AtomicRename.h"
+#include "CompressionKit/undo/WorkingDirectory.h"
+
+namespace tidewell {
+namespace {
+
+using Outcome = FileReport::Outcome;
+using Reason = FileReport::Reason;
+
+/// All besides the file itself that decides whether something smaller is found.
+std::string conditions(const CompressionEngine& engine, const CompressionOptions& options,
+                       const std::string& tools) {
+  if (tools.empty()) return {};
+  const auto& floors = engine.thresholds();
+  return tools + "; floors " + nlohmann::json{floors.quality, floors.pngQuality, floors.gifQuality}.dump() +
+         (options.keepMetadata ? "; metadata kept" : "");
+}
+
+Reason reason(PassedOver why) {
+  switch (why) {
+    case PassedOver::notSmaller:
+      return Reason::notSmaller;
+    case PassedOver::belowMinimum:
+      return Reason::belowMinimum;
+    case PassedOver::embeddedMedia:
+      break;
+  }
+  return Reason::embeddedMedia;
+}
+
+void fill(FileReport& report, const CompressionResult& result) {
+  report.outcome = result.outcome == CompressionOutcome::replaced    ? Outcome::replaced
+                   : result.outcome == CompressionOutcome::converted ? Outcome::converted
+                                                                     : Outcome::skipped;
+  if (result.passedOver) report.reason = reason(*result.passedOver);
+  report.originalBytes = result.originalBytes;
+  report.finalBytes = result.finalBytes;
+  report.score = result.qualityScore;
+  report.encoder = result.encoder;
+}
+
+void fillKnown(FileReport& report, const URL& url, std::optional<double> score) {
+  report.outcome = Outcome::skipped;
+  report.reason = Reason::alreadyCompressed;
+  report.originalBytes = report.finalBytes = fileSize(url);
+  report.score = score;
+}
+
+/// As the engine asks of what it compresses: copies of links and devices would be compressed, too.
+void requireRegularFile(const URL& url) {
+  if (!files::resourceValues(url).isRegularFile) throw CompressionError::fileOperation("请选择普通图片文件");
+}
+
+/// The first name beside the original that is free.
+URL nameOfConversion(const URL& original) {
+  int attempt = 0;
+  while (attempt + 1 < maximumConversionNames && files::exists(conversionURL(original, attempt))) ++attempt;
+  return conversionURL(original, attempt);
+}
+
+FileError nameTaken(const URL& url) {
+  return {"写入", url.path(), EEXIST};
+}
+
+}  // namespace
+
+FileReport reportOn(const Found& file) {
+  FileReport report;
+  report.url = file.url;
+  report.isNamed = file.isNamed;
+  return report;
+}
+
+BatchJob::BatchJob(const CompressionEngine& engine, OutputMemory* memory, const BatchOptions& options)
+    : engine_(engine), memory_(memory), options_(options) {
+  if (!memory_) return;
+  tools_ = toolVersions(engine.tools().directory());
+  conditions_ = conditions(engine, options.compression, tools_);
+}
+
+FileReport BatchJob::perform(const Found& file) {
+  FileReport report = reportOn(file);
+  try {
+    if (options_.output) {
+      writeCopy(file, report);
+    } else if (options_.dryRun) {
+      rehearse(file, report);
+    } else {
+      compressInPlace(file, report);
+    }
+  } catch (...) {
+    report = reportOn(file);
+    report.error = std::current_exception();
+  }
+  return report;
+}
+
+void BatchJob::compressInPlace(const Found& file, FileReport& report) {
+  sweeps_.sweepOnce(file.url.deletingLastPathComponent());
+  if (const auto before = known(file.url)) return fillKnown(report, file.url, before->score);
+  const CompressionResult result = engine_.compress(file.url, options_.sessionID, options_.compression);
+  fill(report, result);
+  if (result.outcome == CompressionOutcome::converted) report.output = result.url;
+  if (result.undoRecord) report.record = result.undoRecord->id;
+  remember(result);
+}
+
+void BatchJob::rehearse(const Found& file, FileReport& report) {
+  requireRegularFile(file.url);
+  if (const auto before = known(file.url)) return fillKnown(report, file.url, before->score);
+  const URL temporary = locations::temporaryDirectory();
+  sweeps_.sweepOnce(temporary);
+  const WorkingDirectory directory(temporary);
+  const URL copy = directory.url().appending(file.url.lastPathComponent());
+  files::copyItem(file.url, copy);
+  const auto result = engineBeside(directory.url()).compress(copy, options_.sessionID, options_.compression);
+  fill(report, result);
+  if (result.outcome == CompressionOutcome::converted) report.output = nameOfConversion(file.url);
+}
+
+void BatchJob::writeCopy(const Found& file, FileReport& report) {
+  requireRegularFile(file.url);
+  URL target = options_.output->appending(file.treePath);
+  const URL folder = target.deletingLastPathComponent();
+  if (ImageKind::from(file.url) == ImageKind::heic) {
+    // Beside a PNG of that name it gets the one that it would get in place.
+    target = folder.appending(nameOfConversion(file.url).lastPathComponent());
+  }
+  if (files::exists(target)) throw nameTaken(target);
+  if (options_.dryRun) {
+    rehearse(file, report);
+  } else {
+    files::createDirectories(folder);
+    sweeps_.sweepOnce(folder);
+    publishCopy(file, target, report);
+  }
+  report.outcome = Outcome::written;
+  report.output = std::move(target);
+}
+
+void BatchJob::publishCopy(const Found& file, const URL& target, FileReport& report) {
+  const WorkingDirectory directory(target.deletingLastPathComponent());
+  const URL copy = directory.url().appending(file.url.lastPathComponent());
+  files::copyItem(file.url, copy);
+  CompressionResult result;
+  result.url = copy;
+  if (const auto before = known(copy)) {
+    fillKnown(report, copy, before->score);
+    result.originalHash = before->hash;
+  } else {
+    result = engineBeside(directory.url()).compress(copy, options_.sessionID, options_.compression);
+    fill(report, result);
+  }
+  if (hash(file.url) != result.originalHash) throw CompressionError::changedDuringCompression();
+  if (report.outcome == Outcome::skipped && !options_.compression.keepTimes) {
+    files::setTimes(copy, {.accessed = {0, UTIME_NOW}, .modified = {0, UTIME_NOW}});
+  }
+  engine_.tools().stopToken().throwIfStopped();
+  if (!atomicRenameIfAbsent(result.url, target)) throw nameTaken(target);
+  remember(result);
+}
+
+/// One whose backups and reports go the way of the directory.
+CompressionEngine BatchJob::engineBeside(const URL& directory) const {
+  return {engine_.tools(), UndoStore(directory.appending("Undo")), engine_.thresholds(),
+          engine_.heicProgram()};
+}
+
+std::optional<BatchJob::Known> BatchJob::known(const URL& url) const {
+  if (!memory_ || options_.again) return std::nullopt;
+  try {
+    // What is no image, a film perhaps, is not worth reading whole.
+    const auto kind = ImageKind::from(url);
+    if (!kind || !files::resourceValues(url).isRegularFile ||
+        !kind->accepts(ImageSource::open(url, engine_.tools().stopToken())->container())) {
+      return std::nullopt;
+    }
+    std::string hashed = hash(url);
+    if (const auto output = memory_->output(hashed)) return Known{std::move(hashed), output->score};
+    if (!conditions_.empty() && memory_->knowsNothingSmaller(hashed, conditions_)) {
+      return Known{std::move(hashed), std::nullopt};
+    }
+    if (kind != ImageKind::heic || options_.output) return std::nullopt;
+    const auto conversion = memory_->madeFrom(hashed);
+    if (conversion && hasConversionBeside(url, *conversion))
+      return Known{std::move(hashed), conversion->score};
+  } catch (const FileError&) {  // the engine says what is wrong with it
+  } catch (const ImageDecodeError&) {
+  }
+  return std::nullopt;
+}
+
+/// The file that was made of this one stands where the engine puts it: a second one would be the same.
+bool BatchJob::hasConversionBeside(const URL& url, const OutputMemory::Output& conversion) const {
+  for (int attempt = 0; attempt < maximumConversionNames; ++attempt) {
+    const URL candidate = conversionURL(url, attempt);
+    if (!files::exists(candidate)) {
+      if (attempt > 0) return false;
+    } else if (fileSize(candidate) == conversion.bytes && hash(candidate) == conversion.hash) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void BatchJob::remember(const CompressionResult& result) const {
+  if (!memory_ || !result.originalHash) return;
+  if (result.finalHash) {
+    memory_->remember({.hash = *result.finalHash,
+                       .madeFrom = *result.originalHash,
+                       .when = Date::now(),
+                       .encoder = result.encoder,
+                       .score = result.qualityScore,
+                       .bytes = result.finalBytes,
+                       .tools = tools_});
+  } else if (result.passedOver == PassedOver::notSmaller && !conditions_.empty()) {
+    memory_->rememberNothingSmaller(*result.originalHash, result.originalBytes, conditions_);
+  }
+}
+
+}  // namespace tidewell

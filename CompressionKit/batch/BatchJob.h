@@ -1,0 +1,47 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "CompressionKit/batch/Batch.h"
+#include "CompressionKit/undo/FolderSweep.h"
+
+namespace tidewell {
+
+/// The report on a file of which nothing is known yet: a failure.
+FileReport reportOn(const Found& file);
+
+/// What a batch does with one file after the other, in place or with copies. Any number of threads may use it
+/// for different files. The engine, the memory and the options must outlive it.
+class BatchJob {
+ public:
+  BatchJob(const CompressionEngine& engine, OutputMemory* memory, const BatchOptions& options);
+
+  /// Blocks while the file is compressed. Never throws for a file: every error is in the report.
+  FileReport perform(const Found& file);
+
+ private:
+  /// A file that was compressed before.
+  struct Known {
+    std::string hash;
+    std::optional<double> score;
+  };
+
+  void compressInPlace(const Found& file, FileReport& report);
+  void rehearse(const Found& file, FileReport& report);
+  void writeCopy(const Found& file, FileReport& report);
+  void publishCopy(const Found& file, const URL& target, FileReport& report);
+  CompressionEngine engineBeside(const URL& directory) const;
+  std::optional<Known> known(const URL& url) const;
+  bool hasConversionBeside(const URL& url, const OutputMemory::Output& conversion) const;
+  void remember(const CompressionResult& result) const;
+
+  const CompressionEngine& engine_;
+  OutputMemory* memory_;
+  const BatchOptions& options_;
+  std::string tools_;
+  std::string conditions_;  ///< under which a file cannot be made smaller; empty when they are not known
+  FolderSweeps sweeps_;
+};
+
+}  // namespace tidewell
