@@ -7,7 +7,7 @@
 #include <string>
 #include <variant>
 
-#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "Tidewell/CommandLine.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Errors.h"
@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
   std::signal(SIGXFSZ, SIG_IGN);
   tidewell::Terminal terminal;
   try {
-    tidewell::prepareTexts(tidewell::files::executableDirectory());
+    tidewell::prepareTexts(tidewell::locations::executableDirectory());
   } catch (const std::exception&) {
     // Without its own place, the program speaks English.
   }

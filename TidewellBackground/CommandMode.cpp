@@ -1,82 +1,26 @@
 #include "TidewellBackground/CommandMode.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
-#include <functional>
 #include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "CompressionKit/batch/BackgroundCompressor.h"
-#include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Signals.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/queue/CompressionQueue.h"
 
 namespace tidewell {
 namespace {
-
-/// The signals that ask for the end, blocked in this thread and in those that it starts from now on, to be
-/// read from a descriptor. One that is ignored (nohup) stays ignored.
-class TerminationSignals {
- public:
-  TerminationSignals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-      struct sigaction current {};
-      sigaction(signal, nullptr, &current);
-      if (current.sa_handler != SIG_IGN) sigaddset(&set, signal);
-    }
-    pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    descriptor_ = Descriptor(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!descriptor_) throw FileError("创建", "signalfd", errno);
-  }
-
-  int descriptor() const { return descriptor_.get(); }
-
-  /// The next signal that has arrived, or 0.
-  int take() const {
-    signalfd_siginfo info{};
-    return read(descriptor_.get(), &info, sizeof info) == sizeof info ? static_cast<int>(info.ssi_signo) : 0;
-  }
-
- private:
-  Descriptor descriptor_;
-};
-
-/// Calls a function, on a thread of its own, at the first signal that arrives in its lifetime.
-class SignalWatch {
- public:
-  SignalWatch(const TerminationSignals& signals, std::function<void()> action)
-      : thread_([&signals, action = std::move(action), ended = ended_.token()] {
-          pthread_setname_np(pthread_self(), "signals");
-          pollfd watched[] = {{.fd = signals.descriptor(), .events = POLLIN, .revents = 0},
-                              {.fd = ended.descriptor(), .events = POLLIN, .revents = 0}};
-          while (poll(watched, std::size(watched), -1) < 0 && errno == EINTR) {
-          }
-          if (watched[0].revents != 0) action();
-        }) {}
-  SignalWatch(const SignalWatch&) = delete;
-  SignalWatch& operator=(const SignalWatch&) = delete;
-  ~SignalWatch() { ended_.requestStop(); }
-
- private:
-  StopSource ended_;
-  std::jthread thread_;
-};
 
 /// Writes to standard output and closes it. Where the text has to wait for its reader, a signal ends the
 /// wait. Throws `FileError`.
@@ -125,9 +69,7 @@ int runCommandMode(std::span<const char* const> arguments, const URL& tools) {
     });
     result = compressor.compress(urls);
   }
-  const int signal = signals.take();
-  while (signals.take() != 0) {
-  }
+  const int signal = signals.takeAll();
   int status = result.failedCount() != 0 ? 1 : 0;
   try {
     print(result.json() + "\n", signals);
