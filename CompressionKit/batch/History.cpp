@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cerrno>
 #include <map>
+#include <unordered_map>
 #include <utility>
 
 #include "CompressionKit/platform/Error.h"
@@ -218,6 +219,25 @@ const History::Entry& History::selectOne(std::string_view text) const {
   std::vector<UndoRecord> candidates;
   for (const auto* entry : selection.entries) candidates.push_back(entry->record);
   throw SelectionError(std::move(candidates));
+}
+
+std::vector<const History::Entry*> History::undoOrder(const Selection& selection,
+                                                      std::optional<Date> now) const {
+  if (selection.kind == Kind::record || selection.kind == Kind::batch) return selection.entries;
+  std::vector<const Entry*> order;
+  std::unordered_map<std::string, const Entry*> lowest;  // of each file; null where no more can follow
+  for (const auto* entry : selection.entries) {
+    const UndoRecord& record = entry->record;
+    auto [found, isNewest] = lowest.try_emplace(record.convertedPath.value_or(record.originalPath), entry);
+    if (!isNewest) {
+      const bool follows = found->second && found->second->record.originalHash == record.replacementHash &&
+                           files::exists(store_.backupURL(record)) &&
+                           (!now || *now < entry->restorableUntil());
+      found->second = follows ? entry : nullptr;
+    }
+    if (found->second) order.push_back(entry);
+  }
+  return order;
 }
 
 }  // namespace tidewell

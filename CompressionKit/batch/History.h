@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <exception>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -68,6 +69,10 @@ class History {
   Selection select(std::string_view text) const;
   /// The same for one record: of a file the newest, of a batch its only one.
   const Entry& selectOne(std::string_view text) const;
+  /// What undoing a selection comes to, in the order in which it must happen: all of it where it is a record
+  /// or a batch; by path, of each file the newest record, and those before it while each made what the next
+  /// one found and has its backup, for which at `now`, where that is given, it is not too late.
+  std::vector<const Entry*> undoOrder(const Selection& selection, std::optional<Date> now) const;
 
  private:
   void readSession(const URL& session);

@@ -213,6 +213,12 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   EXPECT_EQ(candidates([&] { selected("ffff-ffff"); }), 0);
   EXPECT_EQ(candidates([&] { history.selectOne("latest"); }), 2);
   EXPECT_EQ(candidates([&] { History(UndoStore(folder_ / "none")).select("latest"); }), 0);
+  const auto order = [&](std::optional<Date> now) {
+    return history.undoOrder(history.select(folder + "/photos"), now).size();
+  };
+  EXPECT_EQ(order(Date::now()), 3U);
+  EXPECT_EQ(order(Date::now().adding(late)), 2U) << "what is too late below a newer one is out of reach";
+  EXPECT_EQ(order(std::nullopt), 3U);
   // An older replacement of a file fits below a newer one of the same bytes.
   EXPECT_EQ(actions_.check(oldA).outcome, Outcome::edited);
   EXPECT_EQ(actions_.check(oldA, &newA).outcome, Outcome::done);
