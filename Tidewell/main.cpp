@@ -29,6 +29,12 @@ void takeClosedDescriptors() {
 struct Runner {
   Terminal& terminal;
 
+  int operator()(const HistoryOptions& options) const { return runHistory(options, terminal); }
+  int operator()(const RestoreOptions& options) const { return runRestore(options, terminal); }
+  int operator()(const CompareOptions& options) const { return runCompare(options, terminal); }
+  int operator()(const ExplainOptions& options) const { return runExplain(options, terminal); }
+  int operator()(const ForgetOptions& options) const { return runForget(options, terminal); }
+  int operator()(const StatusOptions& options) const { return runStatus(options, terminal); }
   int operator()(const CompletionOptions& options) const { return runCompletion(options, terminal); }
   int operator()(const HelpOptions& options) const { return runHelp(options, terminal); }
   int operator()(const VersionOptions&) const {

@@ -1,0 +1,158 @@
+#include "Tidewell/Records.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+#include <utility>
+
+#include "CompressionKit/platform/Base64.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
+#include "Tidewell/Errors.h"
+#include "Tidewell/Output.h"
+#include "Tidewell/Terminal.h"
+#include "Tidewell/Texts.h"
+
+namespace tidewell {
+namespace {
+
+/// As many of them as help.
+void tellCandidates(const std::vector<UndoRecord>& candidates, Terminal& terminal) {
+  constexpr std::size_t most = 20;
+  for (std::size_t i = 0; i < std::min(candidates.size(), most); ++i) {
+    const UndoRecord& record = candidates[i];
+    terminal.tell("  " + record.id.string() + "  " + momentText(record.createdAt) + "  " +
+                  printable(record.originalPath));
+  }
+  if (candidates.size() > most) terminal.tell("  …");
+}
+
+/// With its command, for the shell.
+std::string copyingOut(const UndoRecord& record) {
+  return filled(_("The backup can be copied out: {1}"), {"tidewell restore --to DIR " + shortID(record.id)});
+}
+
+}  // namespace
+
+std::string shortID(const UUID& id) {
+  constexpr std::size_t digits = 8;
+  return id.string().substr(0, digits);
+}
+
+ExitStatus tellUnselected(const std::string& text, const SelectionError& error, Terminal& terminal) {
+  const std::string shown = printable(text);
+  if (!error.candidates().empty()) {
+    terminal.complain(filled(_("“{1}” may mean several records:"), {shown}));
+    tellCandidates(error.candidates(), terminal);
+    return unknownID;
+  }
+  if (text == "latest") {
+    terminal.complain(_("No replacement is recorded"));
+    return unknownID;
+  }
+  try {
+    const bool isFolder = files::resourceValues(URL::file(text)).isDirectory;
+    terminal.complain(
+        filled(isFolder ? _("Nothing below “{1}” is recorded") : _("“{1}” has no record"), {shown}));
+    return isFolder ? done : unknownID;
+  } catch (const FileError&) {
+  }
+  if (text.find('/') == text.npos && text.find('.') == text.npos) {
+    terminal.complain(filled(_("No record, batch or file is called “{1}”"), {shown}));
+    return unknownID;
+  }
+  terminal.complain(filled(_("“{1}” has no record, and there is no such file"), {shown}));
+  return failed;
+}
+
+History readHistory(Terminal& terminal) {
+  History history{UndoStore()};
+  if (const auto count = history.unreadable(); count > 0) {
+    terminal.complain(counted("{1} record or batch cannot be read", "{1} records or batches cannot be read",
+                              static_cast<std::int64_t>(count)));
+  }
+  return history;
+}
+
+Selected select(const History& history, const std::string& text, Terminal& terminal) {
+  try {
+    return {.status = done, .selection = history.select(text)};
+  } catch (const SelectionError& error) {
+    return {.status = tellUnselected(text, error, terminal), .selection = {}};
+  }
+}
+
+ExitStatus statusOf(UndoActions::Outcome outcome) {
+  switch (outcome) {
+    case UndoActions::Outcome::done:
+    case UndoActions::Outcome::nothingToDo:
+      return done;
+    case UndoActions::Outcome::edited:
+      return editedSince;
+    case UndoActions::Outcome::expired:
+    case UndoActions::Outcome::backupMissing:
+      return gone;
+    case UndoActions::Outcome::backupDamaged:
+    case UndoActions::Outcome::failed:
+      break;
+  }
+  return failed;
+}
+
+void tellOutcome(const UndoRecord& record, const UndoActions& actions, const UndoActions::Result& result,
+                 Terminal& terminal) {
+  const std::string name = printable(record.originalPath);
+  const bool hasBackup = files::exists(actions.store().backupURL(record));
+  switch (result.outcome) {
+    case UndoActions::Outcome::done:
+    case UndoActions::Outcome::nothingToDo:
+      return;
+    case UndoActions::Outcome::edited:
+      terminal.complain(filled(_("“{1}” was edited since and stays as it is"), {name}));
+      if (hasBackup) terminal.tell(copyingOut(record));
+      return;
+    case UndoActions::Outcome::expired:
+      terminal.complain(filled(_("It is too late to restore “{1}”"), {name}));
+      if (hasBackup) terminal.tell(copyingOut(record));
+      return;
+    case UndoActions::Outcome::backupMissing:
+      terminal.complain(filled(_("The backup of “{1}” is gone"), {name}));
+      return;
+    case UndoActions::Outcome::backupDamaged:
+      terminal.complain(filled(_("The backup of “{1}” is damaged"), {name}));
+      return;
+    case UndoActions::Outcome::failed:
+      terminal.complain(name + ": " + describedError(result.error));
+      return;
+  }
+}
+
+void printFacts(const std::vector<Fact>& facts, Terminal& terminal) {
+  std::size_t width = 0;
+  for (const auto& [label, value] : facts) width = std::max(width, displayWidth(label));
+  for (const auto& [label, value] : facts) {
+    terminal.print(label + std::string(width - displayWidth(label) + 2, ' ') + value);
+  }
+}
+
+std::string savedText(std::int64_t before, std::int64_t after) {
+  const double share =
+      before > 0 ? 100.0 * static_cast<double>(before - after) / static_cast<double>(before) : 0;
+  char text[32];
+  std::snprintf(text, sizeof text, " (%.0f%%)", share);
+  return sizeText(before - after) + text;
+}
+
+std::string scoreText(double score) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", score);
+  return text;
+}
+
+void putPath(nlohmann::ordered_json& object, const std::string& key, const std::string& path) {
+  object[key] = repairedUTF8(path);
+  if (!isValidUTF8(path)) object[key + "_b64"] = base64Encoded(path);
+}
+
+}  // namespace tidewell

@@ -1,0 +1,126 @@
+#include <exception>
+#include <map>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "CompressionKit/batch/History.h"
+#include "CompressionKit/batch/UndoActions.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Signals.h"
+#include "CompressionKit/queue/CompressionQueue.h"
+#include "Tidewell/Commands.h"
+#include "Tidewell/Output.h"
+#include "Tidewell/Records.h"
+#include "Tidewell/ServiceNotice.h"
+#include "Tidewell/Terminal.h"
+#include "Tidewell/Texts.h"
+
+namespace tidewell {
+namespace {
+
+using Outcome = UndoActions::Outcome;
+
+class Restoration {
+ public:
+  Restoration(const RestoreOptions& options, Terminal& terminal)
+      : options_(options),
+        terminal_(terminal),
+        history_(readHistory(terminal)),
+        queue_(CompressionQueue::recommendedConcurrentTasks()),
+        actions_(history_.store(), queue_) {}
+
+  ExitStatus run() {
+    // So that a file that is being restored is whole when the program ends.
+    const TerminationSignals signals;
+    {
+      const SignalWatch watch(signals, [this] { queue_.stop(); });
+      try {
+        for (const auto* entry : selected()) one(entry->record);
+      } catch (const Interrupted&) {
+      }
+    }
+    if (!options_.dryRun && !options_.to && done_ > 0) noticeUndoDidChange();
+    if (done_ > 0) summarize();
+    const int signal = signals.takeAll();
+    return signal != 0 ? static_cast<ExitStatus>(128 + signal) : status_.value();
+  }
+
+ private:
+  std::vector<const History::Entry*> selected() {
+    const std::optional<Date> now = options_.to ? std::nullopt : std::optional(Date::now());
+    std::vector<const History::Entry*> entries;
+    std::unordered_set<const History::Entry*> known;
+    for (const auto& text : options_.selectors) {
+      const auto [status, selection] = select(history_, text, terminal_);
+      status_.add(status);
+      for (const auto* entry : history_.undoOrder(selection, now)) {
+        if (known.insert(entry).second) entries.push_back(entry);
+      }
+    }
+    if (options_.to && !entries.empty()) files::createDirectories(folder());
+    return entries;
+  }
+
+  URL folder() const { return URL::file(*options_.to); }
+
+  void one(const UndoRecord& record) {
+    UndoActions::Result result;
+    if (options_.to) {
+      result = actions_.copyOut(record, folder());
+    } else if (options_.dryRun) {
+      const UndoRecord*& above = above_[record.convertedPath.value_or(record.originalPath)];
+      result = actions_.check(record, above);
+      above = &record;
+    } else {
+      result = actions_.restore(record);
+    }
+    status_.add(statusOf(result.outcome));
+    if (result.outcome == Outcome::done) ++done_;
+    if (statusOf(result.outcome) == done) {
+      terminal_.print(told(record, result));
+    } else {
+      tellOutcome(record, actions_, result, terminal_);
+    }
+  }
+
+  std::string told(const UndoRecord& record, const UndoActions::Result& result) const {
+    const std::string name = printable(record.originalPath);
+    if (result.outcome == Outcome::nothingToDo) {
+      return result.file ? filled(_("{1}: nothing to restore, the original is there"), {name})
+                         : filled(_("{1}: nothing to restore, its record is gone"), {name});
+    }
+    const std::string size = sizeText(record.originalBytes);
+    if (options_.to)
+      return filled(_("{1}: copied to {2} ({3})"), {name, printable(result.file->path()), size});
+    return filled(options_.dryRun ? _("{1}: would come back ({2})") : _("{1}: is back ({2})"), {name, size});
+  }
+
+  void summarize() {
+    if (options_.to) {
+      terminal_.print(counted("{1} backup copied", "{1} backups copied", done_));
+    } else if (options_.dryRun) {
+      terminal_.print(counted("{1} file would be restored", "{1} files would be restored", done_));
+    } else {
+      terminal_.print(counted("{1} file restored", "{1} files restored", done_));
+    }
+  }
+
+  const RestoreOptions& options_;
+  Terminal& terminal_;
+  History history_;
+  CompressionQueue queue_;
+  UndoActions actions_;
+  std::map<std::string, const UndoRecord*> above_;  ///< of each file, what a dry run has taken as restored
+  StatusOfMany status_;
+  std::int64_t done_ = 0;
+};
+
+}  // namespace
+
+int runRestore(const RestoreOptions& options, Terminal& terminal) {
+  return Restoration(options, terminal).run();
+}
+
+}  // namespace tidewell
