@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,15 +59,12 @@ int runCommandMode(std::span<const char* const> arguments, const URL& tools) {
   urls.reserve(arguments.size());
   for (const char* path : arguments) urls.push_back(URL::file(path));
 
-  StopSource stop;
-  BackgroundCompressor compressor(
-      CompressionEngine(ToolRunner(tools, stop.token()), UndoStore(undoRoot), {}));
+  BatchStop stop(CompressionQueue::shared());
+  BackgroundCompressor compressor(CompressionEngine(ToolRunner(tools, stop.token()), UndoStore(undoRoot), {}),
+                                  CompressionQueue::shared(), std::make_unique<OutputMemory>());
   BackgroundBatchResult result;
   {
-    const SignalWatch watch(signals, [&stop] {
-      CompressionQueue::shared().stop();
-      stop.requestStop();
-    });
+    const SignalWatch watch(signals, [&stop] { stop.stop(); });
     result = compressor.compress(urls);
   }
   const int signal = signals.takeAll();

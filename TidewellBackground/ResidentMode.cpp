@@ -2,12 +2,12 @@
 
 #include <csignal>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <system_error>
 
 #include "CompressionKit/batch/BackgroundCompressor.h"
 #include "CompressionKit/platform/Error.h"
-#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/queue/CompressionQueue.h"
 #include "TidewellBackground/resident/BackgroundApplication.h"
 #include "TidewellBackground/resident/BackgroundThreads.h"
@@ -21,13 +21,12 @@ namespace tidewell {
 
 int runResidentMode(const URL& tools) {
   EventLoop loop;
-  StopSource stop;
+  BatchStop stop(CompressionQueue::shared());
   std::optional<BackgroundApplication> application;
 
   // A stopped batch ends soon, and with a result: what was compressed before is reported.
   const auto quit = [&] {
-    stop.requestStop();
-    CompressionQueue::shared().stop();
+    stop.stop();
     application->terminateAfterBatches();
   };
   // Before any thread: none of them shall receive these.
@@ -45,7 +44,8 @@ int runResidentMode(const URL& tools) {
     return 1;
   }
 
-  BackgroundCompressor compressor(CompressionEngine(ToolRunner(tools, stop.token()), UndoStore(), {}));
+  BackgroundCompressor compressor(CompressionEngine(ToolRunner(tools, stop.token()), UndoStore(), {}),
+                                  CompressionQueue::shared(), std::make_unique<OutputMemory>());
   StatusNotifierArea statusArea(loop);
   CommandToken tokens;
   BackgroundThreads threads(loop);  // destroyed, and so joined, before what the threads use

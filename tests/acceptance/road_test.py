@@ -94,7 +94,8 @@ class Road(unittest.TestCase):
     def compress(self, *paths, processes=1):
         """Runs one batch, in each of the processes at once; returns the items of each, or of the one. Nothing may be
         left in the temporary and working folders."""
-        environment = dict(os.environ, XDG_DATA_HOME=str(self.folder / "data"), TMPDIR=str(self.folder / "tmp"))
+        environment = dict(os.environ, XDG_DATA_HOME=str(self.folder / "data"),
+                           XDG_STATE_HOME=str(self.folder / "state"), TMPDIR=str(self.folder / "tmp"))
         runs = [subprocess.Popen([PROGRAM, "--compress", *map(str, paths)], env=environment, stdout=subprocess.PIPE)
                 for _ in range(processes)]
         items = [json.loads(run.communicate(timeout=600)[0])["items"] for run in runs]

@@ -319,7 +319,8 @@ def main():
         print("no tools in", BUILD)
         return 1 if os.environ.get("TIDEWELL_REQUIRE_TOOLS") else SKIPPED
     with tempfile.TemporaryDirectory(prefix="tidewell-session-") as folder:
-        places = {"XDG_DATA_HOME": "data", "XDG_CONFIG_HOME": "config", "XDG_RUNTIME_DIR": "run", "TMPDIR": "tmp"}
+        places = {"XDG_DATA_HOME": "data", "XDG_CONFIG_HOME": "config", "XDG_STATE_HOME": "state",
+                  "XDG_RUNTIME_DIR": "run", "TMPDIR": "tmp"}
         environment = dict(os.environ, HOME=folder, TIDEWELL_SESSION="1",
                            XDG_DATA_DIRS=f"{folder}/a $pre%u fix/share:/usr/share")
         for variable, name in places.items():

@@ -60,6 +60,7 @@ class CommandModeTest : public testing::Test {
   const test::TemporaryFolder folder;
   const test::FakeTools tools;
   const test::ScopedEnvironment support{"XDG_DATA_HOME", (folder / "data").path().c_str()};
+  const test::ScopedEnvironment state{"XDG_STATE_HOME", (folder / "state").path().c_str()};
   const test::ScopedEnvironment temporary{"TMPDIR", (folder / "tmp").path().c_str()};
   const test::ScopedEnvironment bus{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/nowhere"};
 };

@@ -76,7 +76,7 @@ TEST_F(OutputMemoryTest, KnowsOutputsAndWhatCannotBeMadeSmaller) {
 }
 
 TEST_F(OutputMemoryTest, IsBounded) {
-  OutputMemory memory(file, 200);
+  OutputMemory memory(file, 40);
   const auto count = [&](int from, int to) {
     int known = 0;
     for (int i = from; i < to; ++i) {
@@ -84,15 +84,15 @@ TEST_F(OutputMemoryTest, IsBounded) {
     }
     return known;
   };
-  for (int i = 0; i < 150; ++i) memory.rememberNothingSmaller(hashOf(1000 + i), 1, "t");
-  for (int i = 0; i < 150; ++i) memory.remember(output(i));
-  EXPECT_EQ(count(0, 150), 150);
-  EXPECT_LE(count(1000, 1150), 60);
-  EXPECT_GE(count(1000, 1150), 30);
-  for (int i = 150; i < 400; ++i) memory.remember(output(i));
-  EXPECT_EQ(count(1000, 1150), 0);
-  EXPECT_EQ(count(250, 400), 150);
-  EXPECT_LE(count(0, 400), 203);
+  for (int i = 0; i < 30; ++i) memory.rememberNothingSmaller(hashOf(1000 + i), 1, "t");
+  for (int i = 0; i < 30; ++i) memory.remember(output(i));
+  EXPECT_EQ(count(0, 30), 30);
+  EXPECT_LE(count(1000, 1030), 10);
+  EXPECT_GE(count(1000, 1030), 7);
+  for (int i = 30; i < 80; ++i) memory.remember(output(i));
+  EXPECT_EQ(count(1000, 1030), 0);
+  EXPECT_EQ(count(45, 80), 35);
+  EXPECT_LE(count(0, 80), 40);
 }
 
 TEST_F(OutputMemoryTest, DamageCostsNoMoreThanWhatWasRemembered) {
@@ -135,7 +135,7 @@ TEST_F(OutputMemoryTest, DamageCostsNoMoreThanWhatWasRemembered) {
     SCOPED_TRACE(what);
     files::removeItemIfPossible(folder / "state");
     OutputMemory before(file);
-    for (int i = 0; i < 60; i += 2) before.remember(output(i));
+    for (int i = 0; i < 20; i += 2) before.remember(output(i));
     ASSERT_TRUE(before.output(hashOf(2)));
     damage();
     OutputMemory after(file);
@@ -156,11 +156,11 @@ TEST_F(OutputMemoryTest, IsSharedByThreadsAndProcesses) {
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([&, thread] {
       OutputMemory own(file);
-      for (int i = 0; i < 20; ++i) (thread % 2 == 0 ? own : shared).remember(output(2 * (thread * 20 + i)));
+      for (int i = 0; i < 8; ++i) (thread % 2 == 0 ? own : shared).remember(output(2 * (thread * 8 + i)));
     });
   }
   for (auto& thread : threads) thread.join();
-  for (int i = 0; i < 80; ++i) EXPECT_TRUE(shared.output(hashOf(2 * i))) << i;
+  for (int i = 0; i < 32; ++i) EXPECT_TRUE(shared.output(hashOf(2 * i))) << i;
 }
 
 TEST_F(OutputMemoryTest, ReadsTheVersionsOfTheTools) {
