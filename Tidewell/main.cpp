@@ -35,6 +35,7 @@ struct Runner {
   int operator()(const ExplainOptions& options) const { return runExplain(options, terminal); }
   int operator()(const ForgetOptions& options) const { return runForget(options, terminal); }
   int operator()(const StatusOptions& options) const { return runStatus(options, terminal); }
+  int operator()(const CompressCommandOptions& options) const { return runCompress(options, terminal); }
   int operator()(const CompletionOptions& options) const { return runCompletion(options, terminal); }
   int operator()(const HelpOptions& options) const { return runHelp(options, terminal); }
   int operator()(const VersionOptions&) const {
