@@ -34,7 +34,7 @@ std::string worded(const CLI::ParseError& error, const std::vector<std::string>&
   if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
     return filled(_("{1} needs a value"), {printable(arguments.back())});
   }
-  return _("A switch takes no value");
+  return _("The command line cannot be understood");
 }
 
 /// Only what follows "--" may look like an option without being one.
@@ -79,7 +79,13 @@ Line parseLine(const CommandSpec& spec, std::vector<std::string> arguments) {
     throw UsageError(worded(error, arguments));
   }
   for (const auto& [option, name] : added) {
-    if (option->count() != 0) line.options[name] = values.options[name];
+    if (option->count() == 0) continue;
+    line.options[name] = values.options[name];
+    const bool isSwitch = line.options[name].empty();
+    if (isSwitch &&
+        std::ranges::any_of(option->results(), [](const auto& value) { return value != "true"; })) {
+      throw UsageError(filled(_("{1} takes no value"), {"--" + name}));
+    }
   }
   takeWords(app.remaining(), line);
   line.words.insert(line.words.end(), behind.begin(), behind.end());

@@ -15,13 +15,15 @@ def output(*command):
 
 
 def faults(template, catalogue):
-    with tempfile.NamedTemporaryFile(suffix=".po") as merged, tempfile.NamedTemporaryFile(suffix=".mo") as compiled:
-        output("msgmerge", "--quiet", "--no-fuzzy-matching", "--output-file", merged.name, catalogue, template)
+    with tempfile.TemporaryDirectory() as folder:
+        merged, compiled = folder + "/merged.po", folder + "/compiled.mo"
+        output("msgmerge", "--quiet", "--no-fuzzy-matching", "--output-file", merged, catalogue, template)
         for what in ("--untranslated", "--only-fuzzy", "--only-obsolete"):
-            if listed := output("msgattrib", what, "--no-wrap", merged.name):
+            if listed := output("msgattrib", what, "--no-wrap", merged):
                 yield f"{what}:\n{listed}"
-        output("msgfmt", "--check-format", "--check-domain", "--output-file", compiled.name, catalogue)
-        texts = gettext.GNUTranslations(compiled)._catalog
+        output("msgfmt", "--check-format", "--check-domain", "--output-file", compiled, catalogue)
+        with open(compiled, "rb") as file:
+            texts = gettext.GNUTranslations(file)._catalog
     for text, translation in texts.items():
         english = text[0] if isinstance(text, tuple) else text
         if english and set(re.findall(r"\{\d\}", english)) != set(re.findall(r"\{\d\}", translation)):
