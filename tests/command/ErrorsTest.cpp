@@ -1,0 +1,73 @@
+#include "Tidewell/Errors.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <cerrno>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Locations.h"
+#include "Tidewell/Texts.h"
+
+namespace tidewell {
+namespace {
+
+template <std::size_t... index>
+std::vector<FileError> everyAction(std::index_sequence<index...>) {
+  return {FileError(fileActions[index].data(), "/照片/a.jpg", ENOSPC)...};
+}
+
+/// Without those that end in a reason.
+template <std::size_t... index>
+std::vector<CompressionError> everyProblem(std::index_sequence<index...>) {
+  return {CompressionError::fileOperation(fileProblems[index].data())...};
+}
+
+std::vector<std::exception_ptr> everyError() {
+  std::vector<std::exception_ptr> errors;
+  const auto add = [&](const auto& error) { errors.push_back(std::make_exception_ptr(error)); };
+  for (const auto& error : everyAction(std::make_index_sequence<fileActions.size()>())) add(error);
+  for (const auto& error : everyProblem(std::make_index_sequence<fileProblems.size() - 3>())) add(error);
+  for (int code = 1; code <= EHWPOISON; ++code) add(FileError("打开", "a", code));
+  const FileError reason("删除", "/a/b", EACCES);
+  for (const auto& error :
+       {CompressionError::toolMissing("gifsicle"), CompressionError::toolTimedOut("oxipng"),
+        CompressionError::toolExited("cjpegli", 3, "no {1}"),
+        CompressionError::toolGaveNoScore("ssimulacra2"),
+        CompressionError::fileOperation("无法删除 {1} 的记录或备份：{2}", "{2}.jpg", reason),
+        CompressionError::fileOperation("替换文件失败：", EOWNERDEAD),
+        CompressionError::fileOperation("保存 PNG 失败：", EOWNERDEAD), CompressionError::invalidImage(),
+        CompressionError::formatMismatch(), CompressionError::changedDuringCompression(),
+        CompressionError::validationFailed(), CompressionError::unsafeRestore()}) {
+    add(error);
+  }
+  add(Interrupted());
+  add(std::bad_alloc());
+  add(std::runtime_error("x"));
+  return errors;
+}
+
+// Which proves the values that errors carry, and the catalogue.
+TEST(Errors, SayInChineseWhatTheServiceSays) {
+  setenv("LC_ALL", "zh_CN.UTF-8", 1);
+  prepareTexts(locations::executableDirectory());
+  for (const auto& error : everyError()) EXPECT_EQ(describedError(error), localizedDescription(error));
+}
+
+TEST(Errors, HaveCodesForScripts) {
+  const auto code = [](const auto& error) { return errorCode(std::make_exception_ptr(error)); };
+  EXPECT_EQ(code(CompressionError::changedDuringCompression()), "changed_during_compression");
+  EXPECT_EQ(code(CompressionError::unsafeRestore()), "unsafe_restore");
+  EXPECT_EQ(code(FileError("打开", "a", ENOSPC)), "ENOSPC");
+  EXPECT_EQ(code(Interrupted()), "interrupted");
+  EXPECT_EQ(code(std::logic_error("x")), "internal");
+  EXPECT_EQ(describedError(std::make_exception_ptr(FileError("打开", "/照片/a.jpg", ENOENT))),
+            "Cannot open “a.jpg”: there is no such file");
+}
+
+}  // namespace
+}  // namespace tidewell
