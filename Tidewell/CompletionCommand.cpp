@@ -180,7 +180,10 @@ std::string zshOption(const OptionSpec& option) {
   const bool repeats = option.longName() == "exclude";
   const std::string words = repeats ? "*" : "(" + joined(names) + ")";
   std::string result;
-  for (const auto& name : names) result += " \\\n        " + quoted(words + name + text);
+  for (const auto& name : names) {
+    const char* joins = option.value == nullptr ? "" : name.starts_with("--") ? "=" : "+";
+    result += " \\\n        " + quoted(words + name + joins + text);
+  }
   return result;
 }
 
