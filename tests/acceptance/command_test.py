@@ -1,0 +1,153 @@
+#!/usr/bin/python3
+"""The command as people and scripts use it, with the real tools.
+
+    command_test.py PROGRAM [unittest options]
+
+Skipped without the tools in ../lib/tidewell/tools, or failed when TIDEWELL_REQUIRE_TOOLS is set.
+"""
+
+import base64
+import json
+import os
+import pathlib
+import pty
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import images
+
+PROGRAM = pathlib.Path(sys.argv.pop(1)).resolve()
+TOOLS = PROGRAM.parent.parent / "lib/tidewell/tools"
+
+
+def tree(folder):
+    """What lies there: paths and bytes."""
+    return {path.relative_to(folder): path.read_bytes() for path in folder.rglob("*") if path.is_file()}
+
+
+class Command(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        if not (TOOLS / "cjpegli").exists():
+            if os.environ.get("TIDEWELL_REQUIRE_TOOLS"):
+                raise AssertionError("no tools")
+            raise unittest.SkipTest("no tools")
+        cls.jpeg = images.saved(images.photo(320, 240), "JPEG", quality=97)
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.home = pathlib.Path(folder.name)
+        self.photos = self.home / "照片"
+        self.photos.mkdir()
+        self.environment = {**os.environ, "HOME": folder.name, "XDG_DATA_HOME": str(self.home / "data"),
+                            "XDG_STATE_HOME": str(self.home / "state"), "LC_ALL": "C.UTF-8", "TERM": "xterm"}
+
+    def add(self, name, data=None):
+        path = os.path.join(os.fsencode(self.photos), os.fsencode(name))
+        with open(path, "wb") as file:
+            file.write(data or self.jpeg)
+        return path
+
+    def run_command(self, *arguments, **more):
+        more = {"stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "env": self.environment, **more}
+        return subprocess.run([PROGRAM, *arguments], timeout=300, **more)
+
+    def lines(self, *arguments, status=0):
+        result = self.run_command(*arguments)
+        self.assertEqual(result.returncode, status, result.stderr.decode())
+        return [json.loads(line) for line in result.stdout.splitlines()]
+
+    def test_lines_for_scripts(self):
+        self.add(b"\xff.jpg")
+        self.add("b.jpg", images.saved(images.photo(8, 8), "JPEG", quality=1, optimize=True))
+        self.add("c.txt", b"text")
+        self.add("d.jpg", b"no picture")
+        found = self.lines("compress", "--json", self.photos, self.photos / "c.txt", self.home / "none", status=1)
+        files = {line.get("path_b64") or pathlib.Path(line["path"]).name: line for line in found if line["type"] == "file"}
+        odd = files[base64.b64encode(os.fsencode(self.photos) + b"/\xff.jpg").decode()]
+        self.assertLessEqual({"path", "outcome", "originalBytes", "finalBytes", "score", "encoder", "id"}, odd.keys())
+        self.assertEqual(odd["outcome"], "replaced")
+        self.assertEqual(files["b.jpg"]["reason"], "not_smaller")
+        self.assertEqual(files["c.txt"]["reason"], "unsupported")
+        self.assertEqual(files["d.jpg"]["error"]["code"], "invalid_image")
+        self.assertEqual(files["none"]["error"]["code"], "ENOENT")
+        summary = found[-1]
+        self.assertEqual([summary[key] for key in ("type", "files", "replaced", "skipped", "failed", "restorable")],
+                         ["summary", 5, 1, 2, 2, 1])
+        self.assertEqual(summary["savedBytes"], odd["originalBytes"] - odd["finalBytes"])
+        again = self.lines("compress", "--json", self.photos, status=1)
+        self.assertEqual([line.get("reason") for line in again if line["type"] == "file"],
+                         ["already_compressed", None, "already_compressed"])
+
+    def test_people(self):
+        self.assertEqual(self.run_command("compress", self.photos).returncode, 0, "an empty folder is nothing to do")
+        self.add("a.jpg")
+        before = tree(self.photos)
+        rehearsal = self.run_command("compress", "-nv", self.photos)
+        self.assertEqual(tree(self.home), {self.photos.name / path: data for path, data in before.items()} | {
+            path: data for path, data in tree(self.home).items() if path.parts[0] != self.photos.name})
+        self.assertIn("nothing was changed", rehearsal.stdout.decode())
+        self.environment |= {"LC_ALL": "zh_CN.UTF-8"}
+        result = self.run_command("compress", "--color=always", self.photos)
+        self.assertRegex(result.stdout.decode(), r"^1 个文件，节省 \x1b\[1m[\d.]+ kB\x1b\[0m；\d\d:\d\d 之前可用")
+        self.assertEqual(result.stderr, b"", "progress is for terminals")
+
+    def test_output_that_cannot_be_written(self):
+        for name in "ab":
+            self.add(name + ".jpg")
+        with open("/dev/full", "wb") as full:
+            result = self.run_command("compress", "-v", self.photos / "a.jpg", stdout=full)
+        self.assertEqual((result.returncode, b"the disk is full" in result.stderr), (1, True))
+        read, write = os.pipe()
+        os.close(read)
+        with open(write, "wb") as closed:
+            result = self.run_command("compress", "-v", self.photos, stdout=closed)
+        self.assertEqual((result.returncode, result.stderr), (0, b""), "a reader that left is no failure")
+        self.assertTrue(all(len(data) < len(self.jpeg) for data in tree(self.photos).values()))
+
+    def test_terminal_and_stop(self):
+        large = images.saved(images.photo(1600, 1200), "JPEG", quality=97)
+        for number in range(20):
+            self.add(f"{number}.jpg", large + bytes([number]))
+        before = tree(self.photos)
+        master, slave = pty.openpty()
+        process = subprocess.Popen([PROGRAM, "compress", self.photos], stdout=subprocess.PIPE, stderr=slave,
+                                   env=self.environment)
+        os.close(slave)
+        shown = b""
+        while not re.search(rb"[1-9]\d* of 20 files", shown):
+            shown += os.read(master, 4096)
+        process.send_signal(signal.SIGINT)
+        output = process.communicate(timeout=60)[0].decode()
+        os.close(master)
+        self.assertEqual(process.returncode, 130)
+        self.assertRegex(output, r"^\d+ files?, .* saved; `tidewell restore latest`")
+        after = tree(self.photos)
+        self.assertEqual(after.keys(), before.keys(), "no working directory stays")
+        self.assertGreater(sum(after[path] == before[path] for path in before), 0)
+
+    @unittest.skipUnless(shutil.which("parallel"), "GNU parallel is not installed")
+    def test_two_workers_on_one_tree(self):
+        small = images.saved(images.photo(120, 90), "JPEG", quality=97)
+        for number in range(24):
+            self.add(f"{number} x.jpg", small + bytes([number]))
+        script = 'find "$1" -name "*.jpg" -print0 | ' \
+                 'parallel --will-cite --null --jobs 2 --pipe -N 6 "$2" compress --json --files0-from -'
+        result = subprocess.run(["sh", "-c", script, "sh", self.photos, PROGRAM], stdout=subprocess.PIPE,
+                                env=self.environment, timeout=300)
+        self.assertEqual(result.returncode, 0)
+        lines = [json.loads(line) for line in result.stdout.splitlines()]
+        files = [line for line in lines if line["type"] == "file"]
+        self.assertEqual((len({line["path"] for line in files}), len(files)), (24, 24))
+        self.assertEqual({line["outcome"] for line in files}, {"replaced"})
+        self.assertEqual(sum(line["restorable"] for line in lines if line["type"] == "summary"), 24)
+
+
+if __name__ == "__main__":
+    unittest.main()
