@@ -36,9 +36,9 @@ class Picture {
       url_ = scratch;
       HEICDecoding(file, HEICDecoding::Purpose::show, stop).savePNG(url_);
     }
-    auto [facts, views] = ImageFacts::inspectWithViews(url_, stop);
-    facts_ = std::move(facts);
-    views_ = std::move(views);
+    auto found = ImageFacts::inspection(url_, ImageFacts::Views::wanted, stop);
+    facts_ = std::move(found.facts);
+    views_ = std::move(found.views);
     side_ = {.bytes = fileSize(file),
              .width = facts_.width,
              .height = facts_.height,
@@ -131,20 +131,14 @@ class Work {
     constexpr double none = -std::numeric_limits<double>::infinity();
     const CompressionEngine engine(tools_, UndoStore(file("Undo")), {none, none, none});
     CompressionTrace trace(original_->url());
+    const CompressionOptions options;
+    Original original(original_->url(), tools_.stopToken());
     const CompressionRun run{.engine = engine,
-                             .url = original_->url(),
-                             .sessionID = UUID::random(),
-                             .options = {},
+                             .options = options,
                              .trace = trace,
-                             .original = original_->facts(),
-                             .originalBytes = original_->side().bytes,
-                             .originalHash = "",
-                             .times = {},
-                             .workingDirectory = directory_.url(),
-                             .originalViews = std::nullopt,
-                             .candidates = {},
-                             .lastError = nullptr};
-    if (const auto score = gifQualityScore(run, result_->url())) return *score;
+                             .original = original,
+                             .workingDirectory = directory_.url()};
+    if (const auto score = gifQualityScore(run, result_->url(), none)) return *score;
     throw CompressionError::validationFailed();  // the alpha of a frame differs
   }
 
