@@ -1,11 +1,9 @@
 #include "CompressionKit/diagnostics/CompressionTrace.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <string_view>
 
-#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/platform/UUID.h"
 
@@ -17,32 +15,6 @@ using nlohmann::json;
 template <typename Value>
 void putIfPresent(json& object, const char* key, const std::optional<Value>& value) {
   if (value) object[key] = *value;
-}
-
-/// "^[0-9]+-[A-Fa-f0-9-]+\.json$" by hand: a regular expression for each of a hundred names at every save
-/// would cost more than the rest of a refused file.
-bool isReportName(std::string_view name) {
-  constexpr std::string_view ending = ".json";
-  if (!name.ends_with(ending)) return false;
-  name.remove_suffix(ending.size());
-  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  const auto dash = std::ranges::find_if_not(name, isDigit);
-  if (dash == name.begin() || dash == name.end() || *dash != '-' || dash + 1 == name.end()) return false;
-  return std::all_of(dash + 1, name.end(), [&](char c) {
-    return isDigit(c) || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f') || c == '-';
-  });
-}
-
-void prune(const URL& directory) {
-  auto reports = files::namesInDirectory(directory);
-  std::erase_if(reports, [](const auto& name) { return !isReportName(name); });
-  if (reports.size() <= CompressionTrace::reportsKept) return;
-  // Names begin with a time stamp of equal length, so this is oldest first.
-  const auto kept = reports.end() - CompressionTrace::reportsKept;
-  std::ranges::nth_element(reports, kept);
-  for (auto name = reports.begin(); name != kept; ++name) {
-    files::removeItemIfPossible(directory.appending(*name));
-  }
 }
 
 std::string fileName(const Date& startedAt) {
@@ -81,9 +53,8 @@ void CompressionTrace::append(CandidateDiagnostic diagnostic) {
   events_.push_back(std::move(diagnostic));
 }
 
-void CompressionTrace::save(const URL& directory) const noexcept {
+void CompressionTrace::save(ReportDirectory& reports) const noexcept {
   try {
-    files::createDirectories(directory);
     json report = {{"source", repairedUTF8(source)},
                    {"startedAt", startedAt.iso8601()},
                    {"outcome", outcome},
@@ -92,8 +63,7 @@ void CompressionTrace::save(const URL& directory) const noexcept {
     if (profile) report["profile"] = repairedUTF8(*profile);
     // A refusal is not worth waiting for the disk: a batch may hold thousands of them.
     const auto durability = events_.empty() ? files::Durability::cached : files::Durability::flushed;
-    files::writeAtomically(directory.appending(fileName(startedAt)), report.dump(2), durability);
-    prune(directory);
+    reports.add(fileName(startedAt), report.dump(2), durability);
   } catch (...) {
   }
 }

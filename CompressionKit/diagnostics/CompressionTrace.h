@@ -11,6 +11,8 @@
 
 namespace tidewell {
 
+class ReportDirectory;
+
 /// One attempt at a candidate and its verdict.
 struct CandidateDiagnostic {
   std::string encoder;  ///< label of the step, or "candidate"
@@ -33,7 +35,6 @@ class CompressionTrace {
  public:
   static constexpr std::size_t maximumEvents = 100;
   static constexpr std::size_t maximumDetailCharacters = 1000;
-  static constexpr std::size_t reportsKept = 100;
 
   explicit CompressionTrace(const URL& url, Date startedAt = Date::now());
 
@@ -47,9 +48,8 @@ class CompressionTrace {
   /// Drops the record once `maximumEvents` are held; cuts its detail to `maximumDetailCharacters`.
   void append(CandidateDiagnostic diagnostic);
 
-  /// Writes one report into the directory (made with its parents) and removes all but the newest reports.
-  /// Best effort: never throws.
-  void save(const URL& directory) const noexcept;
+  /// Adds one report. Best effort: never throws.
+  void save(ReportDirectory& reports) const noexcept;
 
  private:
   std::vector<CandidateDiagnostic> events_;

@@ -5,6 +5,7 @@
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/diagnostics/CompressionTrace.h"
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/engine/HEICConversion.h"
@@ -18,15 +19,15 @@ namespace {
 /// Saves the trace however the run ends.
 class SavedTrace {
  public:
-  SavedTrace(const URL& file, URL directory) : trace(file), directory_(std::move(directory)) {}
+  SavedTrace(const URL& file, ReportDirectory& reports) : trace(file), reports_(reports) {}
   SavedTrace(const SavedTrace&) = delete;
   SavedTrace& operator=(const SavedTrace&) = delete;
-  ~SavedTrace() { trace.save(directory_); }
+  ~SavedTrace() { trace.save(reports_); }
 
   CompressionTrace trace;
 
  private:
-  URL directory_;
+  ReportDirectory& reports_;
 };
 
 UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice, const UUID& sessionID) {
@@ -78,13 +79,14 @@ CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Threshold
                                      HEICProgram heicProgram)
     : tools_(std::move(tools)),
       undo_(std::move(undo)),
+      reports_(std::make_shared<ReportDirectory>(undo_.diagnosticsDirectory())),
       thresholds_(thresholds),
       heicProgram_(std::move(heicProgram)) {}
 
 CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID,
                                               const CompressionOptions& options) const {
   if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");
-  SavedTrace saved(url, undo_.diagnosticsDirectory());
+  SavedTrace saved(url, *reports_);
   CompressionTrace& trace = saved.trace;
   tools_.stopToken().throwIfStopped();
   Original original(url, tools_.stopToken(), heicProgram_);

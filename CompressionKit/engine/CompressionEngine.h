@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include "CompressionKit/engine/CompressionOptions.h"
 #include "CompressionKit/engine/CompressionResult.h"
 #include "CompressionKit/image/HEICDecoding.h"
@@ -9,6 +11,8 @@
 #include "CompressionKit/undo/UndoStore.h"
 
 namespace tidewell {
+
+class ReportDirectory;
 
 /// Compresses one image file in place, or converts a HEIC file into a PNG beside it. An immutable value:
 /// any number of threads may compress different files with it; two must never compress the same file.
@@ -37,6 +41,7 @@ class CompressionEngine {
  private:
   ToolRunner tools_;
   UndoStore undo_;
+  std::shared_ptr<ReportDirectory> reports_;  ///< of all copies
   Thresholds thresholds_;
   HEICProgram heicProgram_;
 };

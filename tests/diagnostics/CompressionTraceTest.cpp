@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <thread>
 
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Files.h"
 #include "support/TemporaryFolder.h"
 
@@ -19,7 +21,8 @@ std::vector<URL> filesIn(const URL& directory) {
 TEST(CompressionTrace, WritesAReportWithoutWhatIsAbsent) {
   const test::TemporaryFolder folder;
   const CompressionTrace trace(URL::file("/a/\xFF.jpg"), Date::since1970(1700000000.4));
-  trace.save(folder / "reports/deep");
+  ReportDirectory directory(folder / "reports/deep");
+  trace.save(directory);
   const auto reports = filesIn(folder / "reports/deep");
   ASSERT_EQ(reports.size(), 1U);
   EXPECT_TRUE(reports[0].lastPathComponent().starts_with("1700000000400-"));
@@ -49,7 +52,8 @@ TEST(CompressionTrace, RecordsAttemptsWithinItsLimits) {
   EXPECT_EQ(trace.events().size(), 100U);
   EXPECT_EQ(trace.events()[1].detail->size(), 3000U);
 
-  trace.save(folder.url());
+  ReportDirectory directory(folder.url());
+  trace.save(directory);
   const auto reports = filesIn(folder.url());
   ASSERT_EQ(reports.size(), 1U);
   const json report = json::parse(files::read(reports[0]));
@@ -67,18 +71,27 @@ TEST(CompressionTrace, KeepsTheNewestHundredReports) {
   const std::vector<std::string> strangers = {"notes.json", "1-xyz.json",     "-AB.json",
                                               "1-.json",    "12-AB.json.bak", "1.json"};
   for (const auto& stranger : strangers) folder.write(stranger, "");
-  CompressionTrace(URL::file("/a.jpg"), Date::since1970(1700000000)).save(folder.url());
-
-  EXPECT_EQ(filesIn(folder.url()).size(), 100U + strangers.size());
+  ReportDirectory directory(folder.url());
+  const auto save = [&](double second) {
+    CompressionTrace(URL::file("/a.jpg"), Date::since1970(second)).save(directory);
+    EXPECT_EQ(filesIn(folder.url()).size(), 100U + strangers.size());
+  };
+  save(1700000000);
   for (const auto& stranger : strangers) EXPECT_TRUE(files::exists(folder / stranger)) << stranger;
   EXPECT_FALSE(files::exists(folder / "16000000000104-AB-cd.json"));
   EXPECT_TRUE(files::exists(folder / "16000000000105-AB-cd.json"));
+  save(1700000001);
+  EXPECT_FALSE(files::exists(folder / "16000000000105-AB-cd.json"));
+  for (int i = 0; i < 3; ++i) folder.write("170000000000" + std::to_string(i) + "-AB.json", "{}");
+  std::this_thread::sleep_for(ReportDirectory::listingLifetime);
+  save(1700000002);
 }
 
 TEST(CompressionTrace, NeverFails) {
   const test::TemporaryFolder folder;
   folder.write("file", "x");
-  CompressionTrace(URL::file("/a.jpg")).save(folder / "file/reports");
+  ReportDirectory directory(folder / "file/reports");
+  CompressionTrace(URL::file("/a.jpg")).save(directory);
   EXPECT_EQ(files::read(folder / "file"), "x");
 }
 
