@@ -4,6 +4,7 @@
 #include "CompressionKit/engine/GIFQuality.h"
 #include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/ColorAgreement.h"
+#include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/platform/Digest.h"
 
 namespace tidewell {
@@ -114,6 +115,7 @@ std::optional<Candidate> CompressionRun::consider(const URL& output, const std::
   if (policy.preserveOrientation && std::holds_alternative<ScoreAtLeast>(proof)) {
     policy.preserveOrientation(static_cast<int>(facts().orientation), output, tools().stopToken());
   }
+  if (options.keepMetadata) metadata::carry(url(), output, tools().stopToken());
   auto candidate = Validation(*this, output, encoder, proof).candidate();
   if (candidate && candidate->bytes < original.bytes()) candidates.push_back(*candidate);
   return candidate;

@@ -10,6 +10,7 @@
 #include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/engine/HEICConversion.h"
 #include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
 #include "CompressionKit/undo/WorkingDirectory.h"
 
@@ -98,7 +99,13 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
                      .trace = trace,
                      .original = original,
                      .workingDirectory = working.url()};
-  CompressionResult result = original.heic() ? convertHEIC(run, sessionID) : recompress(run, sessionID);
+  CompressionResult result;
+  if (options.keepMetadata && metadata::embedsMedia(url, tools_.stopToken())) {
+    trace.append({"candidate", "rejected", "embedded_media", {}, {}, {}});
+    result = run.passedOver(PassedOver::embeddedMedia);
+  } else {
+    result = original.heic() ? convertHEIC(run, sessionID) : recompress(run, sessionID);
+  }
   trace.selectedEncoder = result.encoder;
   trace.outcome = result.outcome.rawValue();
   return result;

@@ -5,6 +5,7 @@
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/FormatPolicy.h"
+#include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/undo/ReplacementTransaction.h"
@@ -76,6 +77,7 @@ CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {
   }
   const URL decodedPNG = run.workingFile("decoded.png");
   original.heic()->savePNG(decodedPNG);
+  if (run.options.keepMetadata) metadata::carry(original.url(), decodedPNG, run.tools().stopToken());
   if (original.hasChanged()) throw CompressionError::changedDuringCompression();
   Original decoded(decodedPNG, run.tools().stopToken());
   if (!isUpright(decoded.facts(), original.facts())) throw CompressionError::validationFailed();

@@ -9,6 +9,7 @@
 #include "CompressionKit/platform/Digest.h"
 #include "engine/EngineTest.h"
 #include "support/Faults.h"
+#include "support/HEIFFile.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -85,6 +86,55 @@ TEST_F(Engine, PassesOverWhatSavesTooLittle) {
     EXPECT_EQ(test::latestReport(undo).at("attempts").back().at("reason"),
               isReached ? "validated" : "below_minimum");
   }
+}
+
+/// Each original is what the encoder makes of it with metadata and `ballast` in it; the metadata alone comes
+/// back, or nothing at all.
+TEST_F(Engine, CarriesMetadataWhereAsked) {
+  using namespace std::string_literals;
+  const URL still = folder / "still.png", animation = folder / "animation.gif";
+  test::writePNGFile(still, test::photoRaster(16, 16));
+  test::writeGIFFile(animation, {.frames = {{.width = 4, .height = 4, .indexes = {1}}}});
+  const std::string ballast(9000, 'b'), block = "\xFF" + std::string(255, 'b');
+  const struct {
+    const char *name, *output;
+    std::string encoded;
+    std::size_t at;
+    std::string metadata, ballast;
+  } cases[] = {
+      {"a.jpg", "jpegli-420-72.jpg", files::read(tools.answer("jpegli-420-72.jpg")), 20, "\xFF\xFE\0\6note"s,
+       "\xFF\xE5" + test::number(ballast.size() + 2, 2) + ballast},
+      {"a.png", "quant-0.png", files::read(still), 33, test::pngChunk("tEXt", "Author\0me"s),
+       test::pngChunk("baLl", ballast)},
+      {"a.gif", "optimized.gif", files::read(animation), files::read(animation).size() - 1,
+       "\x21\xFE\4note\0"s,
+       "\x21\xFF\x0B"
+       "BALLAST1234" +
+           block + block + block + '\0'},
+  };
+  for (const auto& c : cases) {
+    files::writeAtomically(tools.answer(c.output), c.encoded);
+    for (options.keepMetadata = true;; options.keepMetadata = false) {
+      const URL image = pictures.appending(c.name);
+      files::writeAtomically(image, std::string(c.encoded).insert(c.at, c.metadata + c.ballast));
+      EXPECT_EQ(compress(image).outcome, CompressionOutcome::replaced) << c.name;
+      std::string result = files::read(image);
+      const auto found = result.find(c.metadata);
+      EXPECT_EQ(found != std::string::npos, options.keepMetadata) << c.name;
+      if (options.keepMetadata) result.erase(found, c.metadata.size());
+      EXPECT_EQ(result, c.encoded) << c.name;
+      if (!options.keepMetadata) break;
+    }
+  }
+  options.keepMetadata = true;
+  const URL motion = folder.write("pictures/motion.jpg", before +
+                                                             "\0\0\0\x10"
+                                                             "ftypmp42\0\0\0\0"s);
+  const auto runs = tools.runs();
+  EXPECT_EQ(compress(motion).passedOver, PassedOver::embeddedMedia);
+  EXPECT_EQ(tools.runs(), runs);
+  options.keepMetadata = false;
+  EXPECT_EQ(compress(motion).outcome, CompressionOutcome::replaced);
 }
 
 TEST_F(Engine, LeavesAFileThatNothingImproves) {

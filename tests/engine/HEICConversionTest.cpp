@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include "CompressionKit/image/ImageFacts.h"
+#include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/EngineTest.h"
 #include "support/Faults.h"
@@ -61,6 +62,18 @@ TEST_F(HEICConversion, SavesACompressedPNGThatUndoTakesBack) {
   EXPECT_EQ(contents(), std::vector<std::string>{"photo.HEIC"});
   EXPECT_EQ(files::read(photo), before);
   EXPECT_TRUE(undo.readRecords().empty());
+}
+
+TEST_F(HEICConversion, CarriesMetadataWhereAsked) {
+  file.items.push_back({2, "Exif", false, {}, test::number(6, 4) + test::exifWithOrientation(6)});
+  file.references.push_back({"cdsc", 2, {1}});
+  file.write(photo);
+  for (const bool keeps : {true, false}) {
+    options.keepMetadata = keeps;
+    EXPECT_EQ(compress(photo).finalBytes > fileSize(tools.answer("quant-0.png")), keeps);
+    EXPECT_EQ(metadata::entries(png).empty(), !keeps);
+    files::removeItem(png);
+  }
 }
 
 TEST_F(HEICConversion, KeepsThePlainPNGWhenNothingIsSmaller) {
