@@ -35,22 +35,22 @@ std::string jsonLine(const History::Entry& entry, History::State state) {
 std::string prospect(const History& history, const History::Entry& entry) {
   const auto state = history.state(entry);
   const std::string until = momentText(entry.restorableUntil());
-  const bool hasBackup = files::exists(history.store().backupURL(entry.record));
+  const auto hasBackup = [&] { return files::exists(history.store().backupURL(entry.record)); };
   const bool isInTime = Date::now() < entry.restorableUntil();
   switch (state) {
     case History::State::restorable:
       return filled(_("restorable until {1}"), {until});
     case History::State::missing:
-      return hasBackup && isInTime ? filled(_("file is missing, restorable until {1}"), {until})
-                                   : _("file is missing");
+      return isInTime && hasBackup() ? filled(_("file is missing, restorable until {1}"), {until})
+                                     : _("file is missing");
     case History::State::edited:
-      return hasBackup ? _("edited since, backup can be copied out") : _("edited since");
+      return hasBackup() ? _("edited since, backup can be copied out") : _("edited since");
     case History::State::interrupted:
       return _("interrupted");
     case History::State::expired:
       break;
   }
-  return hasBackup ? _("expired, backup can be copied out") : _("expired");
+  return hasBackup() ? _("expired, backup can be copied out") : _("expired");
 }
 
 std::string rememberedScore(OutputMemory& memory, const UndoRecord& record) {
