@@ -72,8 +72,6 @@ FolderWalk::FolderWalk(PathSource paths, WalkOptions options, StopToken stop)
   for (auto& pattern : options_.excludes) {
     while (pattern.size() > 1 && pattern.ends_with('/')) pattern.pop_back();
   }
-  struct stat info {};
-  if (options_.leftOut && stat(options_.leftOut->path().c_str(), &info) == 0) leftOut_ = identity(info);
 }
 
 FolderWalk::FolderWalk(FolderWalk&&) noexcept = default;
@@ -121,14 +119,18 @@ std::optional<Found> FolderWalk::named(const std::string& path) {
 /// Gives an error, and otherwise nothing: the folder's entries come next.
 std::optional<Found> FolderWalk::enter(const URL& folder, std::string treePath, bool isNamed) {
   // A link is one that was named, or has just taken a folder's place.
-  Descriptor descriptor(
-      open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (isNamed ? 0 : O_NOFOLLOW)));
+  const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (isNamed ? 0 : O_NOFOLLOW);
+  Descriptor descriptor(open(folder.path().c_str(), flags, 0));
   struct stat info {};
   if (!descriptor || fstat(descriptor.get(), &info) != 0) {
     return failure(folder, std::move(treePath), isNamed, "读取文件夹", errno);
   }
   Level level{.folder = folder, .treePath = std::move(treePath), .identity = identity(info)};
-  if (level.identity == leftOut_) return std::nullopt;
+  // Asked each time: it may be made while others are walked.
+  if (options_.leftOut && stat(options_.leftOut->path().c_str(), &info) == 0 &&
+      level.identity == identity(info)) {
+    return std::nullopt;
+  }
   level.belowNamed = !isNamed                 ? levels_.back().belowNamed
                      : level.treePath.empty() ? 0
                                               : level.treePath.size() + 1;

@@ -66,7 +66,6 @@ class FolderWalk {
   PathSource paths_;
   WalkOptions options_;
   StopToken stop_;
-  std::string leftOut_;        ///< its identity
   std::vector<Level> levels_;  ///< down to the folder that is being walked
   std::unordered_set<std::string> seen_;
 };

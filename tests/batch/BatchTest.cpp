@@ -59,6 +59,7 @@ class BatchTest : public testing::Test {
   }
   FolderWalk walk(const std::vector<std::string>& names) const {
     std::vector<std::string> paths;
+    paths.reserve(names.size());
     for (const auto& name : names) paths.push_back((folder / name).path());
     return {namedPaths(paths), {.leftOut = folder / "out"}};
   }
@@ -83,7 +84,7 @@ class BatchTest : public testing::Test {
     Texts texts;
     if (!files::exists(folder / name)) return texts;
     for (const auto& entry : files::namesInDirectory(folder / name)) {
-      const std::string path = name + "/" + entry;
+      const std::string path = URL::file("/" + name).appending(entry).path().substr(1);
       if (files::resourceValues(folder / path).isDirectory) {
         texts.merge(contents(path));
       } else {
@@ -128,7 +129,6 @@ TEST_F(BatchTest, PassesOverWhatWasCompressedBefore) {
   EXPECT_EQ(tools.runs().size(), runs);
   EXPECT_EQ(reports.at("in/a.jpg").score, 70.5);
   EXPECT_EQ(reports.at("in/a.jpg").finalBytes, first.finalBytes);
-  EXPECT_EQ(compress({"in"}, {.dryRun = true}), expected(before, before));
   // An output stays one; that nothing smaller was found holds for the same question only.
   EXPECT_EQ(compress({"in"}, {.compression = {.keepMetadata = true}}), expected(before, smallest));
   EXPECT_EQ(compress({"in"}, {}, {.quality = 61}), expected(before, smallest));
@@ -145,18 +145,17 @@ TEST_F(BatchTest, PassesOverWhatWasCompressedBefore) {
 }
 
 TEST_F(BatchTest, ADryRunChangesNothing) {
-  photo("mode.jpg", 95);
   const Texts before = contents("in");
   const auto values = files::resourceValues(folder / "in/a.jpg");
   folder.write("tmp/mine", "");
   for (const bool writes : {false, true}) {
     const BatchOptions options{.dryRun = true,
                                .output = writes ? std::optional(folder / "out") : std::nullopt};
-    const Texts texts = compress({"in", "gone", "in/c.gif/.."}, options);
-    EXPECT_EQ(texts.at("in/a.jpg"), writes ? "written" : "replaced");
-    EXPECT_EQ(texts.at("in/sub/b.jpg"), writes ? "written not_smaller" : "skipped not_smaller");
-    EXPECT_EQ(texts.at("in/c.gif"), "failed 图片无法解码");
-    EXPECT_EQ(texts.at("gone"), "failed 2");
+    const Texts texts = compress({"in", "gone"}, options);
+    EXPECT_EQ(texts, (Texts{{"in/a.jpg", writes ? "written" : "replaced"},
+                            {"in/sub/b.jpg", writes ? "written not_smaller" : "skipped not_smaller"},
+                            {"in/c.gif", "failed 图片无法解码"},
+                            {"gone", "failed 2"}}));
     EXPECT_EQ(reports.at("in/a.jpg").finalBytes, fileSize(tools.answer("jpegli-420-72.jpg")));
     EXPECT_EQ(reports.at("in/a.jpg").score, 70.5);
     EXPECT_EQ(contents("in"), before);
@@ -165,8 +164,6 @@ TEST_F(BatchTest, ADryRunChangesNothing) {
     for (const char* name : {"data", "out"}) EXPECT_FALSE(files::exists(folder / name)) << name;
     EXPECT_FALSE(memory.knowsNothingSmaller(hash(folder / "in/sub/b.jpg"), conditions));
   }
-  EXPECT_EQ(compress({"mode.jpg"}), (Texts{{"mode.jpg", "replaced"}}));
-  EXPECT_EQ(reports.at("mode.jpg").finalBytes, fileSize(folder / "mode.jpg"));
 }
 
 TEST_F(BatchTest, WritesCopiesAndLeavesTheOriginals) {

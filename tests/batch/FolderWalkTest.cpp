@@ -85,9 +85,11 @@ TEST_F(FolderWalkTest, FindsWhatIsToBeCompressed) {
     EXPECT_EQ(walk(names, options), expected) << testing::PrintToString(names);
   }
   EXPECT_EQ(found(FolderWalk(namedPaths({""}), {})), Lines{"=!2"});
-  FolderWalk walk(namedPaths({(folder / "t").path()}), {});
+  FolderWalk walk(namedPaths({(folder / "t").path()}), {.leftOut = folder / "t/raw/new"});
   EXPECT_EQ(walk.next()->url, folder / "t/a.PNG");
   EXPECT_EQ(walk.next()->bytes, 5);
+  folder.write("t/raw/new/copy.jpg", "");  // the copies go there once there are any
+  EXPECT_EQ(found(std::move(walk)), (Lines{"t/raw/c.heic", "t/raw/x/d.gif", "t/z.jpg"}));
 }
 
 TEST_F(FolderWalkTest, GoesOnAfterAFailure) {
