@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/batch/History.h"
 #include "CompressionKit/batch/Reports.h"
 #include "CompressionKit/platform/Files.h"
@@ -114,7 +115,7 @@ int runExplain(const ExplainOptions& options, Terminal& terminal) {
     return tellUnselected(options.selector, *unknown, terminal);
   }
   terminal.complain(filled(_("No report on “{1}” is left; those on the last {2} files are kept"),
-                           {printable(path), std::to_string(CompressionTrace::reportsKept)}));
+                           {printable(path), std::to_string(ReportDirectory::reportsKept)}));
   return gone;
 }
 
