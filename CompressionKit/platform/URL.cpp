@@ -1,7 +1,12 @@
 #include "CompressionKit/platform/URL.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -148,6 +153,15 @@ URL URL::standardized() const {
 
 URL URL::resolvingSymlinks() const {
   URL url = standardized();
+  // What is no link needs no more than the path of its folder; a batch asks for thousands.
+  struct stat info {};
+  const bool isLink = lstat(url.path_.c_str(), &info) == 0 ? S_ISLNK(info.st_mode) : errno != ENOENT;
+  char folder[PATH_MAX];
+  if (!isLink && url.path_ != "/" && realpath(url.deletingLastPathComponent().path_.c_str(), folder)) {
+    const std::string name = url.lastPathComponent();
+    url.path_ = folder;
+    return url.appending(name);
+  }
   std::error_code error;
   const auto resolved = std::filesystem::weakly_canonical(url.path_, error);
   if (!error && !resolved.empty()) url.path_ = withoutTrailingSlashes(resolved.native());

@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "support/TemporaryFolder.h"
+
 namespace tidewell {
 namespace {
 
@@ -48,6 +52,22 @@ TEST(URL, Parses) {
        {"", "/plain/path", "1x:/", "file://elsewhere/a.png", "file:///a%00b", "file:relative"}) {
     EXPECT_FALSE(URL::parse(bad)) << bad;
   }
+}
+
+TEST(URL, ResolvesTheLinksOfWhatExists) {
+  const test::TemporaryFolder folder;
+  folder.write("real/photo.jpg", "");
+  const auto path = [&](const char* name) { return (folder / name).path(); };
+  ASSERT_EQ(symlink("real", path("linked").c_str()), 0);
+  ASSERT_EQ(symlink("real/photo.jpg", path("link.jpg").c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", path("dangling").c_str()), 0);
+  const auto resolved = [](const std::string& text) { return URL::file(text).resolvingSymlinks().path(); };
+  EXPECT_EQ(resolved(path("linked/photo.jpg")), resolved(path("link.jpg")));
+  for (const char* name : {"linked/photo.jpg", "linked/missing.jpg", "linked", "link.jpg", "dangling",
+                           "dangling/photo.jpg", "missing/photo.jpg", "linked/photo.jpg/below"}) {
+    EXPECT_EQ(resolved(path(name)), std::filesystem::weakly_canonical(path(name))) << name;
+  }
+  for (const char* root : {"/", "/missing.jpg"}) EXPECT_EQ(resolved(root), root);
 }
 
 }  // namespace
