@@ -8,8 +8,7 @@
 
 namespace tidewell {
 
-/// SHA-256 of a file's contents as 64 lower-case hexadecimal digits, read in pieces of 1 MiB. Hashing
-/// is no use of a file: its time of access stays, where that can be.
+/// SHA-256 of a file's contents as 64 lower-case hexadecimal digits, read in pieces of 1 MiB.
 /// Throws `FileError`.
 std::string hash(const URL& url);
 

@@ -135,15 +135,11 @@ std::vector<URL> contentsOfDirectory(const URL& directory) {
 }
 
 Descriptor openForReading(const URL& url) {
-  return open(url, O_RDONLY, "打开");
-}
-
-Descriptor openUnnoticed(const URL& url) {
   try {
     return open(url, O_RDONLY | O_NOATIME, "打开");
   } catch (const FileError& error) {
     if (error.code() != EPERM) throw;  // a file of somebody else's
-    return openForReading(url);
+    return open(url, O_RDONLY, "打开");
   }
 }
 

@@ -62,9 +62,8 @@ void visitDirectory(const URL& directory, const DirectoryVisitor& visit);
 
 // --- Reading and writing ---------------------------------------------------------------------------------
 
+/// Where we may ask that, reading does not count as a use of the file: its time of access stays.
 Descriptor openForReading(const URL& url);
-/// The same, for what does not count as a use of the file: its time of access stays, where we may ask that.
-Descriptor openUnnoticed(const URL& url);
 /// Up to `size` bytes at the descriptor's position; fewer only at the end of the file.
 std::size_t readFully(int descriptor, void* buffer, std::size_t size, const URL& url);
 void writeFully(int descriptor, const void* data, std::size_t size, const URL& url);
