@@ -34,9 +34,11 @@ int runResidentMode(const URL& tools) {
 
   std::optional<SessionService> session;
   try {
-    session.emplace(loop, SessionService::Handlers{.open = [&](const auto& urls) { application->open(urls); },
-                                                   .undoDidChange = [&] { application->undoDidChange(); },
-                                                   .disconnected = quit});
+    session.emplace(
+        loop, SessionService::Handlers{
+                  .open = [&](const auto& urls, const auto& options) { application->open(urls, options); },
+                  .undoDidChange = [&] { application->undoDidChange(); },
+                  .disconnected = quit});
     if (!session->acquireName()) return 0;
   } catch (const std::system_error& error) {
     std::fprintf(stderr, "TidewellBackground：没有可用的会话总线（DBUS_SESSION_BUS_ADDRESS）：%s\n",
@@ -49,14 +51,15 @@ int runResidentMode(const URL& tools) {
   StatusNotifierArea statusArea(loop);
   CommandToken tokens;
   BackgroundThreads threads(loop);  // destroyed, and so joined, before what the threads use
-  application.emplace(
-      CompressorOperations{.compress = [&](const auto& urls) { return compressor.compress(urls); },
-                           .maintainBackups = [&] { return compressor.maintainBackups(); }},
-      Desktop{.mainQueue = loop,
-              .workers = threads,
-              .statusBar = statusArea,
-              .notifications = *session,
-              .tokens = tokens});
+  application.emplace(CompressorOperations{
+                          .compress = [&](const auto& urls,
+                                          const auto& options) { return compressor.compress(urls, options); },
+                          .maintainBackups = [&] { return compressor.maintainBackups(); }},
+                      Desktop{.mainQueue = loop,
+                              .workers = threads,
+                              .statusBar = statusArea,
+                              .notifications = *session,
+                              .tokens = tokens});
   const WakeObserver wake(loop, [&] { application->workspaceDidWake(); });
   application->applicationDidFinishLaunching();
 

@@ -59,7 +59,7 @@ void BackgroundApplication::applicationDidFinishLaunching() {
   scheduleIdleExit();
 }
 
-void BackgroundApplication::open(const std::vector<URL>& urls) {
+void BackgroundApplication::open(const std::vector<URL>& urls, const CompressionOptions& options) {
   std::vector<URL> files;
   for (const URL& url : urls) {
     if (url.isFileURL()) {
@@ -68,7 +68,7 @@ void BackgroundApplication::open(const std::vector<URL>& urls) {
       std::ranges::move(filesOfCommand(url, desktop_.tokens), std::back_inserter(files));
     }
   }
-  enqueue(files);
+  enqueue(files, options);
 }
 
 void BackgroundApplication::undoDidChange() {
@@ -84,7 +84,7 @@ void BackgroundApplication::terminateAfterBatches() {
   if (activeBatches_ == 0) desktop_.mainQueue.terminate();
 }
 
-void BackgroundApplication::enqueue(const std::vector<URL>& urls) {
+void BackgroundApplication::enqueue(const std::vector<URL>& urls, const CompressionOptions& options) {
   std::vector<URL> files;
   std::unordered_set<std::string> kept;
   for (const URL& url : urls) {
@@ -100,8 +100,8 @@ void BackgroundApplication::enqueue(const std::vector<URL>& urls) {
   statusItem_->setTitle(compressingTitle);
   statusItem_->setToolTip("后台压缩 " + std::to_string(files.size()) + " 张图片");
 
-  desktop_.workers.run([this, files = std::move(files)] {
-    auto result = compressor_.compress(files);
+  desktop_.workers.run([this, files = std::move(files), options] {
+    auto result = compressor_.compress(files, options);
     desktop_.mainQueue.post([this, result = std::move(result)] { finish(result); });
   });
 }

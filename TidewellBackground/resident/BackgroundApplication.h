@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CompressionKit/batch/BackgroundBatchResult.h"
+#include "CompressionKit/engine/CompressionOptions.h"
 #include "CompressionKit/platform/URL.h"
 #include "TidewellBackground/resident/Desktop.h"
 
@@ -24,7 +25,7 @@ class BackgroundApplication {
 
   void applicationDidFinishLaunching();
   /// The URLs of one open event: command URLs and file URLs. At most one batch for all of them.
-  void open(const std::vector<URL>& urls);
+  void open(const std::vector<URL>& urls, const CompressionOptions& options = {});
   /// The foreground application restored or deleted something.
   void undoDidChange();
   /// The machine woke from sleep.
@@ -35,7 +36,7 @@ class BackgroundApplication {
   int activeBatches() const { return activeBatches_; }
 
  private:
-  void enqueue(const std::vector<URL>& urls);
+  void enqueue(const std::vector<URL>& urls, const CompressionOptions& options);
   void finish(const BackgroundBatchResult& result);
   void scheduleIdleExit();
 

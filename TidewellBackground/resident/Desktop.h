@@ -72,7 +72,7 @@ struct Desktop {
 
 /// The blocking operations of `BackgroundCompressor`, called on worker threads.
 struct CompressorOperations {
-  std::function<BackgroundBatchResult(const std::vector<URL>&)> compress;
+  std::function<BackgroundBatchResult(const std::vector<URL>&, const CompressionOptions&)> compress;
   std::function<BackgroundCompressor::Maintenance()> maintainBackups;
 };
 

@@ -2,6 +2,7 @@
 
 #include <systemd/sd-daemon.h>
 
+#include <string_view>
 #include <utility>
 
 #include "TidewellBackground/resident/EventLoop.h"
@@ -13,6 +14,32 @@ constexpr const char* serviceName = "com.vantor.tidewell.Background";
 constexpr const char* applicationPath = "/com/vantor/tidewell/Background";
 constexpr const char* notificationPath = "/com/vantor/tidewell";
 constexpr const char* notificationInterfaceName = "com.vantor.tidewell";
+
+/// Reads the data of a request: what it says of other things, or with a value of another type, is passed
+/// over.
+int readOptions(sd_bus_message* message, CompressionOptions& options) {
+  int result = sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "{sv}");
+  while (result >= 0 &&
+         (result = sd_bus_message_enter_container(message, SD_BUS_TYPE_DICT_ENTRY, "sv")) > 0) {
+    const char *text = nullptr, *contents = nullptr;
+    char type = 0;
+    if ((result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text)) < 0) break;
+    const std::string_view key = text;
+    bool* const option = key == "keep-metadata" ? &options.keepMetadata
+                         : key == "keep-times"  ? &options.keepTimes
+                                                : nullptr;
+    if ((result = sd_bus_message_peek_type(message, &type, &contents)) < 0) break;
+    if (option && std::string_view(contents) == "b") {
+      int value = 0;
+      result = sd_bus_message_read(message, "v", "b", &value);
+      *option = value != 0;
+    } else {
+      result = sd_bus_message_skip(message, "v");
+    }
+    if (result < 0 || (result = sd_bus_message_exit_container(message)) < 0) break;
+  }
+  return result;
+}
 
 }  // namespace
 
@@ -75,7 +102,10 @@ int SessionService::open(sd_bus_message* message, void* self, sd_bus_error*) noe
     if (auto url = URL::parse(text)) urls.push_back(std::move(*url));
   }
   if (result < 0) return result;
-  static_cast<SessionService*>(self)->handlers_.open(urls);
+  CompressionOptions options;
+  if ((result = sd_bus_message_exit_container(message)) < 0) return result;
+  if ((result = readOptions(message, options)) < 0) return result;
+  static_cast<SessionService*>(self)->handlers_.open(urls, options);
   return sd_bus_reply_method_return(message, "");
 }
 

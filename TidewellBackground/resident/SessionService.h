@@ -3,6 +3,7 @@
 #include <functional>
 #include <vector>
 
+#include "CompressionKit/engine/CompressionOptions.h"
 #include "CompressionKit/platform/URL.h"
 #include "TidewellBackground/resident/Bus.h"
 #include "TidewellBackground/resident/Desktop.h"
@@ -14,7 +15,8 @@ namespace tidewell {
 class SessionService final : public Notifications {
  public:
   struct Handlers {
-    std::function<void(const std::vector<URL>&)> open;  ///< one call for each request
+    /// One call for each request.
+    std::function<void(const std::vector<URL>&, const CompressionOptions&)> open;
     std::function<void()> undoDidChange;
     std::function<void()> disconnected;  ///< the bus has gone, and with it the session
   };

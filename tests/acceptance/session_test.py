@@ -44,6 +44,7 @@ BUILD = PROGRAM.parent.parent
 SERVICE = "com.vantor.tidewell.Background"
 WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
+OLD = 1_000_000_000_123_456_789  # nanoseconds since 1970
 TOKEN = "tide+well/&="
 COMPRESSING = "潮汐井：压缩中…"
 
@@ -111,7 +112,9 @@ class Session(unittest.TestCase):
 
     def picture(self, name, width=400):
         self.pictures.mkdir(exist_ok=True)
-        Image.fromarray(images.photo(width, width * 3 // 4, len(name))).save(self.pictures / name, "JPEG", quality=93)
+        image = Image.fromarray(images.photo(width, width * 3 // 4, len(name)))
+        image.save(self.pictures / name, "JPEG", quality=93, comment="of the sea")
+        os.utime(self.pictures / name, ns=(OLD, OLD))
         return self.pictures / name
 
     def command(self, *paths, token=TOKEN):
@@ -119,10 +122,10 @@ class Session(unittest.TestCase):
         query = urllib.parse.urlencode({"token": token, "files": base64.b64encode(data)}, quote_via=urllib.parse.quote)
         return "tidewell-background://compress?" + query
 
-    def open(self, *urls):
+    def open(self, *urls, data="@a{sv} {}"):
         subprocess.run(["gdbus", "call", "--session", "--dest", SERVICE, "--object-path",
                         "/com/vantor/tidewell/Background", "--method", "org.freedesktop.Application.Open",
-                        f"@as {list(urls)}", "@a{sv} {}"], check=True, stdout=subprocess.DEVNULL)
+                        f"@as {list(urls)}", data], check=True, stdout=subprocess.DEVNULL)
 
     def latest(self):
         return json.loads((self.support / "Background/latest.json").read_text())["items"]
@@ -176,7 +179,7 @@ class Commands(Session):
             self.bus.request_name(WATCHER)
             self.wait(lambda: len(watcher.items) == 2, "the status item after a restart")
             time.sleep(1)
-            self.open(second[0].as_uri())
+            self.open(second[0].as_uri(), data="{'keep-metadata': <true>, 'other': <7>, 'keep-times': <true>}")
             self.wait(lambda: len(self.titles) == 2, "the second batch")
             self.assertEqual(self.history, [])
             self.assertEqual(self.item(watcher.items[0])["ToolTip"][2], "后台压缩 1 张图片")
@@ -196,6 +199,8 @@ class Commands(Session):
         self.assertEqual(shown["ToolTip"][2], f"已压缩 {len(latest)} 张，跳过 0 张，失败 0 张")
         for path, size in sizes.items():
             self.assertLess(path.stat().st_size, size)
+            self.assertEqual(path.stat().st_mtime_ns == OLD, path in second)
+            self.assertEqual(b"of the sea" in path.read_bytes(), path in second)
         self.assertEqual(len(list((self.support / "Undo").glob("*/*.json"))), 3)
 
         self.open(self.command(self.pictures / "none.gif"))

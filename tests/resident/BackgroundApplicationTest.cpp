@@ -49,7 +49,7 @@ class BackgroundApplicationTest : public testing::Test {
   std::deque<Maintenance> outcomes;           ///< of the next maintenance passes
   int passes = 0;
   BackgroundApplication application{{.compress =
-                                         [this](const std::vector<URL>& files) {
+                                         [this](const std::vector<URL>& files, const CompressionOptions&) {
                                            Strings& paths = batches.emplace_back();
                                            for (const URL& file : files) paths.push_back(file.path());
                                            return takeFrom(results, resultWith({}));
