@@ -23,7 +23,7 @@ namespace tidewell {
 namespace {
 
 /// A batch that may exceed the store is told before it starts, unless counting it takes longer.
-constexpr auto surveyPatience = std::chrono::seconds(1);
+constexpr auto surveyPatience = std::chrono::milliseconds(500);
 
 bool readsStandardInput(const CompressCommandOptions& options) {
   return options.files0From == "-";
@@ -77,7 +77,7 @@ int concurrentTasks(const CompressCommandOptions& options) {
 }
 
 void warnOfLargeBatch(const Survey& survey, Terminal& terminal) {
-  if (survey.wait(surveyPatience).bytes <= maximumBackupBytes) return;
+  if (!survey.exceeds(maximumBackupBytes, surveyPatience)) return;
   terminal.tell(
       filled(_("The backups of this batch may exceed {1}; then the oldest go, and only what has a backup can "
                "be restored."),

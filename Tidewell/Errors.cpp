@@ -117,13 +117,20 @@ std::string described(const FileError& error) {
   return filled(wordsFor(error.action().text(), actions), {printable(name), describedErrno(error.code())});
 }
 
+/// On one line.
+std::string shown(std::string_view toolOutput) {
+  std::string line(trimmed(toolOutput));
+  std::ranges::replace(line, '\n', ' ');
+  return printable(line);
+}
+
 std::string describedToolFailure(const CompressionError& error) {
   switch (error.toolFailure().value()) {
     case CompressionError::ToolFailure::timedOut:
       return filled(_("A compression tool failed: {1} took too long"), {error.tool()});
     case CompressionError::ToolFailure::exited:
       return filled(_("A compression tool failed: {1} (status {2}): {3}"),
-                    {error.tool(), std::to_string(error.exitStatus()), error.toolOutput()});
+                    {error.tool(), std::to_string(error.exitStatus()), shown(error.toolOutput())});
     case CompressionError::ToolFailure::noScore:
       return filled(_("A compression tool failed: {1} gave no valid score"), {error.tool()});
   }

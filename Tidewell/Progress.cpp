@@ -10,6 +10,9 @@
 namespace tidewell {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
+constexpr auto glance = std::chrono::milliseconds(10);
 constexpr auto redrawInterval = std::chrono::milliseconds(100);
 
 }  // namespace
@@ -40,10 +43,17 @@ void Survey::count(FolderWalk walk) {
   changed_.notify_all();
 }
 
-Survey::Sum Survey::wait(std::chrono::milliseconds time) const {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, time, [&] { return sum_.complete; });
+Survey::Sum Survey::sum() const {
+  const std::lock_guard lock(mutex_);
   return sum_;
+}
+
+bool Survey::exceeds(std::int64_t bytes, std::chrono::milliseconds time) const {
+  const auto end = Clock::now() + time;
+  std::unique_lock lock(mutex_);
+  // Counting does not stop to say how far it is.
+  while (sum_.bytes <= bytes && !sum_.complete && Clock::now() < end) changed_.wait_for(lock, glance);
+  return sum_.bytes > bytes;
 }
 
 void Progress::started(const Found& found) {

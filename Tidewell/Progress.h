@@ -31,9 +31,9 @@ class Survey {
   /// Ends the counting.
   ~Survey();
 
-  /// What is counted so far, after at most this time to count all.
-  Sum wait(std::chrono::milliseconds time) const;
-  Sum sum() const { return wait(std::chrono::milliseconds(0)); }
+  Sum sum() const;
+  /// Whether there are more than `bytes`, as far as counting tells within this time.
+  bool exceeds(std::int64_t bytes, std::chrono::milliseconds time) const;
 
  private:
   void count(FolderWalk walk);
