@@ -1,7 +1,12 @@
 #include "Tidewell/Texts.h"
 
+#include <libintl.h>
+
 #include <clocale>
 #include <cstdlib>
+#include <optional>
+
+#include "Tidewell/Catalogue.h"
 
 namespace tidewell {
 namespace {
@@ -15,20 +20,46 @@ std::string wishedLocale() {
   return "C";
 }
 
+/// In place of gettext, which keeps its catalogue in the same way.
+std::optional<Catalogue>& ownCatalogue() {
+  static std::optional<Catalogue> catalogue;
+  return catalogue;
+}
+
+/// The first of the languages ("zh_CN:en") that there is a catalogue for.
+std::optional<Catalogue> firstCatalogue(std::string languages, const URL& share) {
+  for (languages += ':'; !languages.empty(); languages.erase(0, languages.find(':') + 1)) {
+    const std::string language = languages.substr(0, languages.find_first_of(":.@"));
+    if (language.starts_with("en")) break;  // the texts of the source
+    if (language.empty() || language.find('/') != std::string::npos) continue;
+    for (const std::string& name : {language, language.substr(0, language.find('_'))}) {
+      auto found = Catalogue::read(share.appending(name + "/LC_MESSAGES/tidewell.mo"));
+      if (found) return found;
+    }
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 void prepareTexts(const URL& executableDirectory) {
+  const URL share = executableDirectory.appending("../share/locale").standardized();
   // Only what people read: numbers and the order of names stay those of the C locale.
   const bool generated = setlocale(LC_MESSAGES, "") != nullptr;
   if (setlocale(LC_CTYPE, "") == nullptr) setlocale(LC_CTYPE, "C.UTF-8");
-  if (!generated && setlocale(LC_MESSAGES, "C.UTF-8") != nullptr) {
-    const std::string wished = wishedLocale();
-    setenv("LANGUAGE", wished.substr(0, wished.find_first_of(".@")).c_str(), 0);
-  }
-  const URL share = executableDirectory.appending("../share/locale").standardized();
   bindtextdomain("tidewell", share.path().c_str());
   bind_textdomain_codeset("tidewell", "UTF-8");
   textdomain("tidewell");
+  if (generated) return;
+  setlocale(LC_MESSAGES, "C.UTF-8");
+  setenv("LANGUAGE", wishedLocale().c_str(), 0);
+  // Every catalogue has something under the empty text.
+  if (*gettext("") == '\0') ownCatalogue() = firstCatalogue(std::getenv("LANGUAGE"), share);
+}
+
+const char* _(const char* text) {
+  const char* own = ownCatalogue() ? ownCatalogue()->text(text) : nullptr;
+  return own != nullptr ? own : gettext(text);
 }
 
 std::string filled(std::string_view pattern, std::initializer_list<std::string_view> values) {
@@ -47,7 +78,9 @@ std::string filled(std::string_view pattern, std::initializer_list<std::string_v
 }
 
 std::string counted(const char* one, const char* many, std::int64_t count) {
-  return filled(ngettext(one, many, static_cast<unsigned long>(count)), {std::to_string(count)});
+  const char* own = ownCatalogue() ? ownCatalogue()->text(one) : nullptr;
+  const char* text = own != nullptr ? own : ngettext(one, many, static_cast<unsigned long>(count));
+  return filled(text, {std::to_string(count)});
 }
 
 }  // namespace tidewell

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <libintl.h>
-
 #include <cstdint>
 #include <initializer_list>
 #include <string>
@@ -16,9 +14,7 @@ namespace tidewell {
 void prepareTexts(const URL& executableDirectory);
 
 /// The text in the user's language. Texts in the source are English.
-inline const char* _(const char* text) {
-  return gettext(text);
-}
+const char* _(const char* text);
 
 /// Marks a text that is translated later, where it is used.
 constexpr const char* N_(const char* text) {

@@ -94,6 +94,9 @@ class Command(unittest.TestCase):
             path: data for path, data in tree(self.home).items() if path.parts[0] != self.photos.name})
         self.assertIn("nothing was changed", rehearsal.stdout.decode())
         self.environment |= {"LC_ALL": "zh_CN.UTF-8"}
+        for place in ({}, {"LOCPATH": "/nowhere"}):  # as on a system without this locale, and without any
+            told = self.run_command("compress", "-n", self.photos, env=self.environment | place).stdout.decode()
+            self.assertRegex(told, "^1 个文件，可节省 .*；没有改动任何文件")
         result = self.run_command("compress", "--color=always", self.photos)
         self.assertRegex(result.stdout.decode(), r"^1 个文件，节省 \x1b\[1m[\d.]+ kB\x1b\[0m；\d\d:\d\d 之前可用")
         self.assertEqual(result.stderr, b"", "progress is for terminals")

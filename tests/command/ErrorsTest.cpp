@@ -10,8 +10,11 @@
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
+#include "Tidewell/Catalogue.h"
 #include "Tidewell/Texts.h"
+#include "support/TemporaryFolder.h"
 
 namespace tidewell {
 namespace {
@@ -67,6 +70,22 @@ TEST(Errors, HaveCodesForScripts) {
   EXPECT_EQ(code(std::logic_error("x")), "internal");
   EXPECT_EQ(describedError(std::make_exception_ptr(FileError("打开", "/照片/a.jpg", ENOENT))),
             "Cannot open “a.jpg”: there is no such file");
+}
+
+TEST(Catalogue, IsReadWholeOrNotAtAll) {
+  const URL built =
+      locations::executableDirectory().appending("../share/locale/zh_CN/LC_MESSAGES/tidewell.mo");
+  const auto catalogue = Catalogue::read(built);
+  ASSERT_TRUE(catalogue);
+  EXPECT_STREQ(catalogue->text("{1} file"), "{1} 个文件");
+  EXPECT_EQ(catalogue->text("no such text"), nullptr);
+  const test::TemporaryFolder folder;
+  const std::string bytes = files::read(built);
+  for (std::size_t size = 0; size < bytes.size(); size += 97) {
+    const URL cut = folder.url().appending("cut.mo");
+    files::writeAtomically(cut, std::string_view(bytes).substr(0, size), files::Durability::cached);
+    EXPECT_FALSE(Catalogue::read(cut)) << size;
+  }
 }
 
 }  // namespace
