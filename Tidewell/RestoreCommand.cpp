@@ -40,6 +40,7 @@ class Restoration {
         for (const auto* entry : selected()) one(entry->record);
       } catch (const Interrupted&) {
       }
+      terminal_.showProgress("");
     }
     if (!options_.dryRun && !options_.to && done_ > 0) noticeUndoDidChange();
     if (done_ > 0) summarize();
@@ -67,6 +68,8 @@ class Restoration {
 
   void one(const UndoRecord& record) {
     UndoActions::Result result;
+    // It may be compressed just now, and then it is waited for.
+    terminal_.showProgress(printable(record.originalPath));
     if (options_.to) {
       result = actions_.copyOut(record, folder());
     } else if (options_.dryRun) {
