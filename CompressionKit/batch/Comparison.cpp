@@ -1,6 +1,7 @@
 #include "CompressionKit/batch/Comparison.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <exception>
 #include <limits>
 #include <utility>
@@ -18,6 +19,7 @@
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/UUID.h"
@@ -157,6 +159,7 @@ ComparedFiles ComparedFiles::of(const UndoStore& store, const UndoRecord& record
 }
 
 Comparison compare(const ComparedFiles& files, const ToolRunner& tools, const std::optional<URL>& picture) {
+  if (picture && files::exists(*picture)) throw FileError("创建", picture->path(), EEXIST);
   const std::string originalHash = hash(files.original), resultHash = hash(files.result);
   if (files.originalHash.value_or(originalHash) != originalHash ||
       files.resultHash.value_or(resultHash) != resultHash) {
