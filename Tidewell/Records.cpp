@@ -132,7 +132,9 @@ void printFacts(const std::vector<Fact>& facts, Terminal& terminal) {
   std::size_t width = 0;
   for (const auto& [label, value] : facts) width = std::max(width, displayWidth(label));
   for (const auto& [label, value] : facts) {
-    terminal.print(label + std::string(width - displayWidth(label) + 2, ' ') + value);
+    std::string line = label;
+    line.append(width - displayWidth(label) + 2, ' ').append(value);
+    terminal.print(line);
   }
 }
 
