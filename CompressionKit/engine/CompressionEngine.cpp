@@ -62,7 +62,6 @@ CompressionResult recompress(CompressionRun& run, const UUID& sessionID) {
   }
   run.tools().stopToken().throwIfStopped();
   CompressionResult result;
-  result.undoRecord = replaceOriginal(run, *choice, sessionID);
   result.url = run.url();
   result.originalBytes = run.original.bytes();
   result.finalBytes = choice->bytes;
@@ -71,6 +70,8 @@ CompressionResult recompress(CompressionRun& run, const UUID& sessionID) {
   result.qualityScore = choice->score;
   result.originalHash = run.original.hash();
   result.finalHash = choice->hash;
+  if (run.options.outputs) run.options.outputs->willPublish(result);
+  result.undoRecord = replaceOriginal(run, *choice, sessionID);
   return result;
 }
 

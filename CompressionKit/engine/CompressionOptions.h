@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "CompressionKit/engine/CompressionResult.h"
+
 namespace tidewell {
 
 /// The least that a replacement must save to be worth it.
@@ -17,6 +19,16 @@ struct MinimumSaving {
   }
 };
 
+/// Hears of what replaces a file, or is made of it, before it stands under the user's name: so it misses
+/// none, whenever the process ends, and hears of some that never stand there.
+class OutputListener {
+ public:
+  virtual void willPublish(const CompressionResult& result) noexcept = 0;
+
+ protected:
+  ~OutputListener() = default;
+};
+
 /// What a caller may ask of one run. Without anything, a run does what the service does.
 struct CompressionOptions {
   /// Date, place, camera, author, comments and the like go with the image, and count as bytes of it. Files in
@@ -27,6 +39,8 @@ struct CompressionOptions {
   bool keepTimes = false;
   /// A smaller gain counts as none.
   std::optional<MinimumSaving> minimumSaving = std::nullopt;
+  /// Told of outputs before they stand anywhere; none when nobody asks.
+  OutputListener* outputs = nullptr;
 
   bool isTooLittle(std::int64_t originalBytes, std::int64_t finalBytes) const {
     return minimumSaving && !minimumSaving->met(originalBytes, finalBytes);

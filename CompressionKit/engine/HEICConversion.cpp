@@ -99,6 +99,7 @@ CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {
   result.qualityScore = png.score;
   result.originalHash = original.hash();
   result.finalHash = png.hash;
+  if (run.options.outputs) run.options.outputs->willPublish(result);
   for (int attempt = 0; attempt < maximumConversionNames; ++attempt) {
     result.url = conversionURL(original.url(), attempt);
     if (files::exists(result.url)) continue;
