@@ -15,7 +15,6 @@
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/undo/AtomicRename.h"
-#include "CompressionKit/undo/WorkingDirectory.h"
 
 namespace tidewell {
 namespace {
@@ -88,8 +87,9 @@ FileReport reportOn(const Found& file) {
 }
 
 BatchJob::BatchJob(const CompressionEngine& engine, OutputMemory* memory, const BatchOptions& options)
-    : engine_(engine), memory_(memory), options_(options) {
+    : engine_(engine), memory_(memory), options_(options), compression_(options.compression) {
   if (!memory_) return;
+  compression_.outputs = this;
   tools_ = toolVersions(engine.tools().directory());
   conditions_ = conditions(engine, options.compression, tools_);
 }
@@ -114,11 +114,11 @@ FileReport BatchJob::perform(const Found& file) {
 void BatchJob::compressInPlace(const Found& file, FileReport& report) {
   sweeps_.sweepOnce(file.url.deletingLastPathComponent());
   if (const auto before = known(file.url)) return fillKnown(report, file.url, before->score);
-  const CompressionResult result = engine_.compress(file.url, options_.sessionID, options_.compression);
+  const CompressionResult result = engine_.compress(file.url, options_.sessionID, compression_);
   fill(report, result);
   if (result.outcome == CompressionOutcome::converted) report.output = result.url;
   if (result.undoRecord) report.record = result.undoRecord->id;
-  remember(result);
+  rememberSkipped(result);
 }
 
 void BatchJob::rehearse(const Found& file, FileReport& report) {
@@ -136,44 +136,52 @@ void BatchJob::rehearse(const Found& file, FileReport& report) {
 
 void BatchJob::writeCopy(const Found& file, FileReport& report) {
   requireRegularFile(file.url);
-  URL target = options_.output->appending(file.treePath);
+  const URL target = options_.output->appending(file.treePath);
   const URL folder = target.deletingLastPathComponent();
-  if (ImageKind::from(file.url) == ImageKind::heic) {
-    // Beside a PNG of that name it gets the one that it would get in place.
-    target = folder.appending(nameOfConversion(file.url).lastPathComponent());
-  }
-  if (files::exists(target)) throw nameTaken(target);
+  const auto refuseTaken = [&](const URL& name) {
+    if (files::exists(name)) throw nameTaken(name);
+  };
+  if (ImageKind::from(file.url) != ImageKind::heic) refuseTaken(target);  // before any work is done
+  std::optional<WorkingDirectory> directory;
+  URL copy = file.url;
   if (options_.dryRun) {
     rehearse(file, report);
   } else {
     files::createDirectories(folder);
     sweeps_.sweepOnce(folder);
-    publishCopy(file, target, report);
+    directory.emplace(folder);
+    copy = makeCopy(file, *directory, report);
   }
+  // Beside a PNG of that name a conversion gets the one that it would get in place.
+  report.output = report.outcome == Outcome::converted
+                      ? folder.appending(nameOfConversion(file.url).lastPathComponent())
+                      : target;
+  refuseTaken(*report.output);
+  if (directory && !atomicRenameIfAbsent(copy, *report.output)) throw nameTaken(*report.output);
   report.outcome = Outcome::written;
-  report.output = std::move(target);
 }
 
-void BatchJob::publishCopy(const Found& file, const URL& target, FileReport& report) {
-  const WorkingDirectory directory(target.deletingLastPathComponent());
-  const URL copy = directory.url().appending(file.url.lastPathComponent());
+/// The file to be written, made and proven in the directory.
+URL BatchJob::makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report) {
+  URL copy = directory.url().appending(file.url.lastPathComponent());
   files::copyItem(file.url, copy);
-  CompressionResult result;
-  result.url = copy;
+  std::optional<std::string> original;  // the hash of what was copied
   if (const auto before = known(copy)) {
     fillKnown(report, copy, before->score);
-    result.originalHash = before->hash;
+    original = before->hash;
   } else {
-    result = engineBeside(directory.url()).compress(copy, options_.sessionID, options_.compression);
+    const auto result = engineBeside(directory.url()).compress(copy, options_.sessionID, compression_);
     fill(report, result);
+    rememberSkipped(result);
+    original = result.originalHash;
+    copy = result.url;
   }
-  if (hash(file.url) != result.originalHash) throw CompressionError::changedDuringCompression();
+  if (hash(file.url) != original) throw CompressionError::changedDuringCompression();
   if (report.outcome == Outcome::skipped && !options_.compression.keepTimes) {
     files::setTimes(copy, {.accessed = {0, UTIME_NOW}, .modified = {0, UTIME_NOW}});
   }
   engine_.tools().stopToken().throwIfStopped();
-  if (!atomicRenameIfAbsent(result.url, target)) throw nameTaken(target);
-  remember(result);
+  return copy;
 }
 
 /// One whose backups and reports go the way of the directory.
@@ -219,19 +227,19 @@ bool BatchJob::hasConversionBeside(const URL& url, const OutputMemory::Output& c
   return false;
 }
 
-void BatchJob::remember(const CompressionResult& result) const {
-  if (!memory_ || !result.originalHash) return;
-  if (result.finalHash) {
-    memory_->remember({.hash = *result.finalHash,
-                       .madeFrom = *result.originalHash,
-                       .when = Date::now(),
-                       .encoder = result.encoder,
-                       .score = result.qualityScore,
-                       .bytes = result.finalBytes,
-                       .tools = tools_});
-  } else if (result.passedOver == PassedOver::notSmaller && !conditions_.empty()) {
-    memory_->rememberNothingSmaller(*result.originalHash, result.originalBytes, conditions_);
-  }
+void BatchJob::willPublish(const CompressionResult& result) noexcept {
+  memory_->remember({.hash = result.finalHash.value_or(""),
+                     .madeFrom = result.originalHash.value_or(""),
+                     .when = Date::now(),
+                     .encoder = result.encoder,
+                     .score = result.qualityScore,
+                     .bytes = result.finalBytes,
+                     .tools = tools_});
+}
+
+void BatchJob::rememberSkipped(const CompressionResult& result) const {
+  if (!memory_ || conditions_.empty() || result.passedOver != PassedOver::notSmaller) return;
+  memory_->rememberNothingSmaller(result.originalHash.value(), result.originalBytes, conditions_);
 }
 
 }  // namespace tidewell

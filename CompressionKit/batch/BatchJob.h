@@ -5,6 +5,7 @@
 
 #include "CompressionKit/batch/Batch.h"
 #include "CompressionKit/undo/FolderSweep.h"
+#include "CompressionKit/undo/WorkingDirectory.h"
 
 namespace tidewell {
 
@@ -13,7 +14,7 @@ FileReport reportOn(const Found& file);
 
 /// What a batch does with one file after the other, in place or with copies. Any number of threads may use it
 /// for different files. The engine, the memory and the options must outlive it.
-class BatchJob {
+class BatchJob final : OutputListener {
  public:
   BatchJob(const CompressionEngine& engine, OutputMemory* memory, const BatchOptions& options);
 
@@ -21,6 +22,8 @@ class BatchJob {
   FileReport perform(const Found& file);
 
  private:
+  void willPublish(const CompressionResult& result) noexcept override;
+
   /// A file that was compressed before.
   struct Known {
     std::string hash;
@@ -30,15 +33,16 @@ class BatchJob {
   void compressInPlace(const Found& file, FileReport& report);
   void rehearse(const Found& file, FileReport& report);
   void writeCopy(const Found& file, FileReport& report);
-  void publishCopy(const Found& file, const URL& target, FileReport& report);
+  URL makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report);
   CompressionEngine engineBeside(const URL& directory) const;
   std::optional<Known> known(const URL& url) const;
   bool hasConversionBeside(const URL& url, const OutputMemory::Output& conversion) const;
-  void remember(const CompressionResult& result) const;
+  void rememberSkipped(const CompressionResult& result) const;
 
   const CompressionEngine& engine_;
   OutputMemory* memory_;
   const BatchOptions& options_;
+  CompressionOptions compression_;  ///< which tells us of outputs, to be remembered
   std::string tools_;
   std::string conditions_;  ///< under which a file cannot be made smaller; empty when they are not known
   FolderSweeps sweeps_;

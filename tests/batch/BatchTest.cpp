@@ -207,6 +207,12 @@ TEST_F(BatchTest, WritesCopiesAndLeavesTheOriginals) {
   EXPECT_EQ(compress({"in/a.jpg"}, {.output = folder / "out3"}),
             (Texts{{"in/a.jpg", "failed 原文件在压缩过程中被其他程序修改"}}));
   EXPECT_TRUE(contents("out3").empty());
+  // What is about to stand under a name is remembered before it does.
+  OutputMemory other(folder / "other.db");
+  FolderWalk changing = walk({"in/a.jpg"});
+  Batch(CompressionEngine(ToolRunner(tools.directory()), undo, {}), queue, &other)
+      .run([&] { return changing.next(); }, {}, {});
+  EXPECT_TRUE(undo.readRecords().empty() && other.output(hash(tools.answer("jpegli-420-72.jpg"))));
 }
 
 TEST_F(BatchTest, ConvertsOnceAndUnderNamesOfTheOriginalsFolder) {
@@ -219,6 +225,10 @@ TEST_F(BatchTest, ConvertsOnceAndUnderNamesOfTheOriginalsFolder) {
   const Texts texts = compress({"heic"}, {.output = folder / "out"});
   EXPECT_EQ(texts.at("heic/x.heic"), "written");
   EXPECT_EQ(reports.at("heic/x.heic").output, folder / "out/heic/x（潮汐井1）.png");
+  const CompressionOptions demanding{.minimumSaving = MinimumSaving{.percent = 100}};
+  EXPECT_EQ(compress({"heic/x.heic"}, {.compression = demanding, .output = folder / "out"}),
+            (Texts{{"heic/x.heic", "written below_minimum"}}));
+  EXPECT_EQ(files::read(folder / "out/x.heic"), files::read(folder / "heic/x.heic"));
   EXPECT_EQ(compress({"heic/x.heic"}, {.dryRun = true}).at("heic/x.heic"), "converted");
   const auto planned = reports.at("heic/x.heic");
   EXPECT_EQ(compress({"heic/x.heic"}).at("heic/x.heic"), "converted");
