@@ -228,11 +228,12 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
 
 TEST_F(UndoActionsTest, FindsTheNewestReportBeforeARecord) {
   const Date record = Date::since1970(1'700'000'010.0004);
+  ReportDirectory reports(store_.diagnosticsDirectory());
   const auto save = [&](const char* source, double startedAt, const char* outcome) {
     CompressionTrace trace(URL::file(source), Date::since1970(startedAt));
     trace.outcome = outcome;
     trace.append({"cjpegli", "rejected", "not_smaller", 7, 61.5, std::nullopt});
-    trace.save(store_.diagnosticsDirectory());
+    trace.save(reports);
   };
   const auto found = [&](const char* source) {
     const auto report = newestReport(store_.diagnosticsDirectory(), source, record);
