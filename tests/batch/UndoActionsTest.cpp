@@ -10,6 +10,7 @@
 
 #include "CompressionKit/batch/History.h"
 #include "CompressionKit/batch/Reports.h"
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/undo/AtomicRename.h"
 #include "support/TemporaryFolder.h"
