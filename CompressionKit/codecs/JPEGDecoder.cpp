@@ -100,7 +100,8 @@ class JPEGRowReader final : public RowReader {
 
   bool readKept(std::span<std::uint8_t> pixels) override {
     const auto& jpeg = decompressor_.jpeg();
-    if (!part_ || hasSkipped_ || !isAtEnd() || !part_->isComplete(jpeg)) return false;
+    // After an error behind the last row, libjpeg's state may be that of what is there.
+    if (!part_ || !isProven_ || hasSkipped_ || !isAtEnd() || !part_->isComplete(jpeg)) return false;
     JPEGDecompressor decompressor(*part_, jpeg, stop_);
     PixelRows rows(decompressor);
     const Rectangle& area = part_->area();

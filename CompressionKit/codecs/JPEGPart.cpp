@@ -102,11 +102,10 @@ void JPEGPart::copy(std::size_t component, std::size_t first, std::size_t count,
 
 bool JPEGPart::isComplete(const jpeg_decompress_struct& jpeg) const {
   if (SparseCoefficients::maySmooth(jpeg)) return false;
-  for (int c = 0; c < jpeg.num_components; ++c) {
-    const Component& component = components_[static_cast<std::size_t>(c)];
-    if (component.copied < component.rows || jpeg.comp_info[c].quant_table == nullptr) return false;
-  }
-  return true;
+  const jpeg_component_info* info = jpeg.comp_info;
+  return std::ranges::all_of(components_, [&](const Component& component) {
+    return component.copied == component.rows && (info++)->quant_table != nullptr;
+  });
 }
 
 std::string JPEGPart::header() const {
