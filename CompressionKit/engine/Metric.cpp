@@ -1,18 +1,19 @@
 #include "CompressionKit/engine/Metric.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <exception>
+#include <functional>
+#include <future>
+#include <semaphore>
 #include <string>
-#include <thread>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/PNGWriter.h"
 #include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/platform/UUID.h"
 
@@ -21,47 +22,20 @@ namespace {
 
 constexpr double toolTimeout = 180;
 
-/// One measurement on a thread of its own, which lives as long as the tool that it starts. It ends early when
-/// this goes.
-class Measurement {
- public:
-  Measurement(const URL& original, const URL& candidate, const ToolRunner& tools)
-      : stop_(tools.stopToken()),
-        thread_([this, original, candidate, own = ToolRunner(tools.directory(), ending_.token())] {
-          try {
-            score_ = measure(original, candidate, own);
-          } catch (...) {
-            error_ = std::current_exception();
-          }
-          done_.requestStop();
-        }) {}
-  Measurement(const Measurement&) = delete;
-  Measurement& operator=(const Measurement&) = delete;
-  ~Measurement() {
-    if (!thread_.joinable()) return;
-    ending_.requestStop();
-    thread_.join();
-  }
+double measureStarting(const URL& original, const URL& candidate, const ToolRunner& tools,
+                       const std::function<void()>& started) {
+  return parsedScore(tools.run(metricTool, {original.path(), candidate.path()}, toolTimeout,
+                               {.readable = {original, candidate}, .writable = {}}, started));
+}
 
-  /// Waits for it, or for a stop of the token that the tools were given.
-  double value() {
-    pollfd ends[] = {{.fd = done_.token().descriptor(), .events = 0, .revents = 0},
-                     {.fd = stop_.descriptor(), .events = 0, .revents = 0}};
-    while (poll(ends, std::size(ends), -1) < 0 && errno == EINTR) {
-    }
-    if (stop_.stopRequested()) ending_.requestStop();
-    thread_.join();
-    if (error_) std::rethrow_exception(error_);
-    return score_;
-  }
+ViewFiles viewFiles(const URL& directory, std::string_view number) {
+  return {.overview = directory.appending("overview-" + std::string(number) + ".png"),
+          .detail = directory.appending("detail-" + std::string(number) + ".png")};
+}
 
- private:
-  const StopToken stop_;
-  StopSource ending_, done_;
-  double score_ = 0;
-  std::exception_ptr error_;
-  std::thread thread_;
-};
+void write(const Bitmap& view, const URL& url) {
+  decoding([&] { writePNG(view, url); });
+}
 
 }  // namespace
 
@@ -70,29 +44,47 @@ bool isAvailable(const ToolRunner& tools) {
 }
 
 double measure(const URL& original, const URL& candidate, const ToolRunner& tools) {
-  return parsedScore(tools.run(metricTool, {original.path(), candidate.path()}, toolTimeout,
-                               {.readable = {original, candidate}, .writable = {}}));
+  return measureStarting(original, candidate, tools, {});
 }
 
 ViewFiles writeViews(const views::Pair& views, const URL& directory, std::string_view number) {
-  ViewFiles files{.overview = directory.appending("overview-" + std::string(number) + ".png"),
-                  .detail = directory.appending("detail-" + std::string(number) + ".png")};
-  decoding([&] {
-    writePNG(views.overview, files.overview);
-    writePNG(views.detail, files.detail);
-  });
+  ViewFiles files = viewFiles(directory, number);
+  write(views.overview, files.overview);
+  write(views.detail, files.detail);
   return files;
 }
 
 double score(const ViewFiles& original, const views::Pair& candidate, const URL& directory,
              const ToolRunner& tools) {
-  const URL scratch = directory.appending("score-" + UUID::random().string());
-  files::createDirectory(scratch);
-  const files::TemporaryTree removal(scratch);
-  const ViewFiles views = writeViews(candidate, scratch, "1");
-  Measurement detail(original.detail, views.detail, tools);
-  const double overview = measure(original.overview, views.overview, tools);
-  return std::min(overview, detail.value());
+  const files::TemporaryTree scratch(directory.appending("score-" + UUID::random().string()));
+  files::createDirectory(scratch.url());
+  const ViewFiles views = viewFiles(scratch.url(), "1");
+  write(candidate.overview, views.overview);
+
+  StopSource both(tools.stopToken());
+  const ToolRunner part(tools.directory(), both.token());
+  std::counting_semaphore begun(0);  // the overview's run, or ended before that
+  auto overview = std::async(std::launch::async, [&] {
+    try {
+      return measureStarting(original.overview, views.overview, part, [&] { begun.release(); });
+    } catch (...) {
+      both.requestStop();
+      begun.release();
+      throw;
+    }
+  });
+  double detail = 0;
+  std::exception_ptr error;
+  try {
+    begun.acquire();
+    write(candidate.detail, views.detail);
+    detail = measure(original.detail, views.detail, part);
+  } catch (...) {
+    error = std::current_exception();
+  }
+  const double overviewScore = overview.get();
+  if (error) std::rethrow_exception(error);
+  return std::min(overviewScore, detail);
 }
 
 double parsedScore(std::string_view output) {

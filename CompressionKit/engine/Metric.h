@@ -30,9 +30,9 @@ struct ViewFiles {
 /// names that end in `number`. Throws `CompressionError`, `FileError`.
 ViewFiles writeViews(const views::Pair& views, const URL& directory, std::string_view number);
 
-/// The worse score of the two views. They are measured side by side; the error of the overview counts before
-/// that of the detail. The candidate's views are written into `directory` while that takes. Throws as
-/// `measure`.
+/// The worse score of the two views. They are measured side by side, the overview from a moment before; its
+/// error counts first, and ends the other. The candidate's views are written into `directory` while that
+/// takes. Throws as `measure`.
 double score(const ViewFiles& original, const views::Pair& candidate, const URL& directory,
              const ToolRunner& tools);
 

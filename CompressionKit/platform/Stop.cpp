@@ -50,6 +50,7 @@ struct StopToken::State {
   std::mutex mutex;
   std::condition_variable sectionEnded;
   std::list<pthread_t> sections;  ///< threads inside an `Interruptible`
+  std::list<State*> parts;        ///< stopped together with this; each leaves the list before it goes
 };
 
 struct StopToken::Interruptible::Registration {
@@ -102,16 +103,37 @@ StopSource::StopSource() : state_(std::make_shared<StopToken::State>()) {
   state_->heldEnd = Descriptor(ends[1]);
 }
 
+StopSource::StopSource(const StopToken& whole) : StopSource() {
+  if (!whole.state_) return;
+  whole_ = whole.state_;
+  {
+    const std::lock_guard lock(whole_->mutex);
+    whole_->parts.push_back(state_.get());
+  }
+  if (whole.stopRequested()) requestStop();
+}
+
+StopSource::~StopSource() {
+  if (!whole_) return;
+  const std::lock_guard lock(whole_->mutex);
+  whole_->parts.remove(state_.get());
+}
+
 void StopSource::requestStop() {
-  state_->requested = true;
+  StopToken::request(*state_);
+}
+
+void StopToken::request(State& state) {
+  state.requested = true;
   // A thread may check the token just before the request and enter its call just after the signal, so one
   // signal is not enough. The list holds only threads that live: each leaves it, under the mutex, by itself.
   using namespace std::chrono_literals;
-  std::unique_lock lock(state_->mutex);
-  state_->heldEnd.reset();
-  while (!state_->sections.empty()) {
-    for (const pthread_t thread : state_->sections) pthread_kill(thread, kickSignal());
-    state_->sectionEnded.wait_for(lock, 1ms);
+  std::unique_lock lock(state.mutex);
+  state.heldEnd.reset();
+  for (State* const part : state.parts) request(*part);
+  while (!state.sections.empty()) {
+    for (const pthread_t thread : state.sections) pthread_kill(thread, kickSignal());
+    state.sectionEnded.wait_for(lock, 1ms);
   }
 }
 

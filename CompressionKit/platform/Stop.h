@@ -34,6 +34,7 @@ class StopToken {
  private:
   friend class StopSource;
   struct State;
+  static void request(State& state);
   explicit StopToken(std::shared_ptr<State> state) : state_(std::move(state)) {}
   std::shared_ptr<State> state_;
 };
@@ -42,13 +43,18 @@ class StopSource {
  public:
   /// Throws `FileError` when no descriptor is left.
   StopSource();
+  /// For a part of some work: a stop of the whole stops it, too.
+  explicit StopSource(const StopToken& whole);
+  StopSource(const StopSource&) = delete;
+  StopSource& operator=(const StopSource&) = delete;
+  ~StopSource();
   StopToken token() const { return StopToken(state_); }
   /// Returns when every `Interruptible` section of the token has ended. Must not be called from a signal
   /// handler or inside such a section. Calling it again does nothing.
   void requestStop();
 
  private:
-  std::shared_ptr<StopToken::State> state_;
+  std::shared_ptr<StopToken::State> state_, whole_;
 };
 
 }  // namespace tidewell

@@ -46,7 +46,7 @@ bool ToolRunner::has(std::string_view name) const {
 }
 
 std::string ToolRunner::run(std::string_view tool, const std::vector<std::string>& arguments, double timeout,
-                            const Confinement& files) const {
+                            const Confinement& files, const std::function<void()>& started) const {
   stop_.throwIfStopped();
   if (!has(tool)) throw CompressionError::toolMissing(tool);
 
@@ -65,6 +65,7 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
                    .standardOutput = output.get(),
                    .standardError = error.get(),
                    .confinement = files});
+  if (started) started();
   switch (process.waitUntil(deadlineAfter(timeout), stop_)) {
     case Process::Wait::exited:
       break;

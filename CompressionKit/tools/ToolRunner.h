@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,8 +27,9 @@ class ToolRunner {
   /// of its standard output as repaired UTF-8. Blocks until the tool has ended; after `timeout` seconds it is
   /// stopped (SIGTERM, one second later SIGKILL) and reaped. Throws `CompressionError` (`toolMissing`,
   /// `toolFailed`, `fileOperation`), `FileError`, or `Interrupted`. Nothing is left behind on any path.
+  /// `started` is called once the tool runs.
   std::string run(std::string_view tool, const std::vector<std::string>& arguments, double timeout,
-                  const Confinement& files = {}) const;
+                  const Confinement& files = {}, const std::function<void()>& started = {}) const;
 
  private:
   URL directory_;
