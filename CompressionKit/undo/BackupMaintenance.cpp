@@ -114,8 +114,8 @@ StoreSurvey UndoStore::survey() const {
 UndoStore::Maintenance UndoStore::maintain(double maxAge, std::int64_t maxBytes, Date now) const noexcept {
   Maintenance pass;
   try {
-    const StoreSurvey found = survey();
-    const auto records = committedOldestFirst(found.records());
+    StoreSurvey found = survey();
+    const auto records = committedOldestFirst(found.takeRecords());
     const auto isDue = [&](const UndoRecord& record) { return now.since(record.createdAt) >= maxAge; };
     for (const auto& record : records) {
       if (isDue(record)) pass.changed = remove(*this, record) || pass.changed;
@@ -138,7 +138,7 @@ void UndoStore::cleanup(double maxAge, std::int64_t maxBytes, Date now) const no
 
 std::optional<Date> UndoStore::nextBackupExpiration() const {
   try {
-    for (const auto& record : committedOldestFirst(survey().records())) {
+    for (const auto& record : committedOldestFirst(survey().takeRecords())) {
       if (files::exists(backupURL(record))) return record.createdAt.adding(backupRetention);
     }
   } catch (const std::exception&) {

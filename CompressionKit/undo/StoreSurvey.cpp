@@ -78,6 +78,8 @@ void StoreSurvey::look(const URL& directory, std::string_view name) {
 
 void StoreSurvey::keepRecord(UndoRecord record) {
   named_.insert(record.sessionID.string() + "/" + record.backupName);
+  record.originalPath = record.replacementHash = {};  // of a hundred thousand these are most
+  record.originalHash = record.convertedPath = {};
   records_.push_back(std::move(record));
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "CompressionKit/platform/URL.h"
@@ -33,7 +34,8 @@ class StoreSurvey {
   /// Takes these records, all that there are, instead of those read so far.
   void replaceRecords(std::vector<UndoRecord> records);
 
-  const std::vector<UndoRecord>& records() const { return records_; }
+  /// The records, without paths and hashes. The survey has none left.
+  std::vector<UndoRecord> takeRecords() { return std::move(records_); }
   const std::vector<Session>& sessions() const { return sessions_; }
   /// What killed writers left in the root itself.
   const std::vector<URL>& temporariesInRoot() const { return temporariesInRoot_; }
