@@ -86,7 +86,7 @@ void printRows(const History& history, const Entries& entries, OutputMemory& mem
 
 void printBatch(const History& history, const Entries& batch, OutputMemory& memory, Terminal& terminal) {
   std::int64_t saved = 0;
-  for (const auto* entry : batch) saved += entry->record.originalBytes - entry->record.replacementBytes;
+  for (const auto* entry : batch) saved += savedBytes(entry->record);
   const UndoRecord& newest = batch.front()->record;
   const std::string files = counted("{1} file", "{1} files", std::ssize(batch));
   terminal.print(terminal.styled(

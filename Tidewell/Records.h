@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
 #include <string>
@@ -56,6 +57,10 @@ using Fact = std::pair<std::string, std::string>;
 /// One a line, the values below each other.
 void printFacts(const std::vector<Fact>& facts, Terminal& terminal);
 
+/// What a replacement adds to a sum: one that grew, as a conversion may, adds nothing.
+inline std::int64_t savedBytes(const UndoRecord& record) {
+  return std::max<std::int64_t>(record.originalBytes - record.replacementBytes, 0);
+}
 /// "1.2 MB (57%)".
 std::string savedText(std::int64_t before, std::int64_t after);
 std::string scoreText(double score);

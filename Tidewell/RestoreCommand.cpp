@@ -42,8 +42,8 @@ class Restoration {
       }
       terminal_.showProgress("");
     }
-    if (!options_.dryRun && !options_.to && done_ > 0) noticeUndoDidChange();
-    if (done_ > 0) summarize();
+    if (!options_.dryRun && !options_.to && !done_.empty()) noticeUndoDidChange();
+    if (!done_.empty()) summarize();
     const int signal = signals.takeAll();
     return signal != 0 ? static_cast<ExitStatus>(128 + signal) : status_.value();
   }
@@ -80,7 +80,8 @@ class Restoration {
       result = actions_.restore(record);
     }
     status_.add(statusOf(result.outcome));
-    if (result.outcome == Outcome::done) ++done_;
+    if (result.outcome == Outcome::done)
+      done_.insert(options_.to ? result.file->path() : record.originalPath);
     if (statusOf(result.outcome) == done) {
       terminal_.print(told(record, result));
     } else {
@@ -102,11 +103,12 @@ class Restoration {
 
   void summarize() {
     if (options_.to) {
-      terminal_.print(counted("{1} backup copied", "{1} backups copied", done_));
+      terminal_.print(counted("{1} backup copied", "{1} backups copied", std::ssize(done_)));
     } else if (options_.dryRun) {
-      terminal_.print(counted("{1} file would be restored", "{1} files would be restored", done_));
+      terminal_.print(
+          counted("{1} file would be restored", "{1} files would be restored", std::ssize(done_)));
     } else {
-      terminal_.print(counted("{1} file restored", "{1} files restored", done_));
+      terminal_.print(counted("{1} file restored", "{1} files restored", std::ssize(done_)));
     }
   }
 
@@ -117,7 +119,7 @@ class Restoration {
   UndoActions actions_;
   std::map<std::string, const UndoRecord*> above_;  ///< of each file, what a dry run has taken as restored
   StatusOfMany status_;
-  std::int64_t done_ = 0;
+  std::unordered_set<std::string> done_;  ///< a file that went back by several steps is one
 };
 
 }  // namespace

@@ -55,9 +55,7 @@ Totals totals(const History& history) {
   for (const auto& entry : history.entries()) {
     const UndoRecord& record = entry.record;
     ++sum.records;
-    if (record.state == UndoRecord::State::committed) {
-      sum.savedBytes += record.originalBytes - record.replacementBytes;
-    }
+    if (record.state == UndoRecord::State::committed) sum.savedBytes += savedBytes(record);
     if (history.state(entry) == History::State::restorable) ++sum.restorable;
     try {
       sum.backupBytes += files::resourceValues(history.store().backupURL(record)).bytes;
