@@ -34,10 +34,12 @@ class UndoActionsTest : public testing::Test {
     const bool converts = original.pathExtension() == "heic";
     const URL target =
         converts ? original.deletingLastPathComponent().appending(original.stem() + ".png") : original;
-    const auto record =
+    auto record =
         store_.prepare(original, candidate, batch, converts ? std::optional(target.path()) : std::nullopt);
     if (until != Until::prepared) atomicRename(candidate, target);
-    if (until == Until::committed) store_.commit(record);
+    if (until != Until::committed) return record;
+    store_.commit(record);
+    record.state = UndoRecord::State::committed;
     return record;
   }
   /// So that the file's change time, of a few milliseconds' grain, is later than what was before.
@@ -176,7 +178,7 @@ TEST_F(UndoActionsTest, CopiesProvenBackupsBesideWhatIsThere) {
 
 TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   const UUID first = *UUID::parse("AAAA0000-0000-4000-8000-000000000001"),
-             second = *UUID::parse("AAAB0000-0000-4000-8000-000000000002");
+             second = *UUID::parse("AAAA1000-0000-4000-8000-000000000002");
   const URL a = folder_.write("photos/a.jpg", "one"), b = folder_.write("photos/deep/b.heic", "two"),
             c = folder_.write("photos2/c.jpg", "three");
   const auto oldA = replace(a, "on", Until::committed, first);
@@ -195,7 +197,7 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   using IDs = std::vector<UUID>;
   const std::string folder = folder_.url().path();
   EXPECT_EQ(selected("latest"), (IDs{onlyC.id, newA.id}));
-  EXPECT_EQ(selected("aaaa"), (IDs{onlyB.id, oldA.id}));
+  EXPECT_EQ(selected("aaaa0"), (IDs{onlyB.id, oldA.id}));
   EXPECT_EQ(selected(onlyB.id.string()), IDs{onlyB.id});
   EXPECT_EQ(selected(folder + "/photos/./deep/../a.jpg"), (IDs{newA.id, oldA.id}));
   EXPECT_EQ(selected(folder + "/photos/deep/b.png"), IDs{onlyB.id});
@@ -212,6 +214,7 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   };
   EXPECT_EQ(candidates([&] { selected("AAA"); }), 0) << "too short for an ID, and no file";
   EXPECT_EQ(candidates([&] { selected("ffff-ffff"); }), 0);
+  EXPECT_EQ(candidates([&] { selected("aaaa"); }), 4);
   EXPECT_EQ(candidates([&] { history.selectOne("latest"); }), 2);
   EXPECT_EQ(candidates([&] { History(UndoStore(folder_ / "none")).select("latest"); }), 0);
   const auto order = [&](std::optional<Date> now) {
@@ -220,6 +223,10 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   EXPECT_EQ(order(Date::now()), 3U);
   EXPECT_EQ(order(Date::now().adding(late)), 2U) << "what is too late below a newer one is out of reach";
   EXPECT_EQ(order(std::nullopt), 3U);
+  overwrite(c, "edited");
+  replace(c, "e");
+  const History again(store_);
+  EXPECT_EQ(again.undoOrder(again.select(c.path()), Date::now()).size(), 1U) << "what it was then is nowhere";
   // An older replacement of a file fits below a newer one of the same bytes.
   EXPECT_EQ(actions_.check(oldA).outcome, Outcome::edited);
   EXPECT_EQ(actions_.check(oldA, &newA).outcome, Outcome::done);
