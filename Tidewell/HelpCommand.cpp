@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tidewell/Commands.h"
@@ -16,13 +17,20 @@ struct Entry {
   std::string text;
 };
 
+constexpr std::size_t comfortableColumns = 100;
+constexpr std::size_t narrowestText = 20;
+
 /// Terms on the left and their texts beside them.
 void printEntries(const std::vector<Entry>& entries, Terminal& terminal) {
   std::size_t width = 0;
   for (const auto& entry : entries) width = std::max(width, displayWidth(entry.term));
+  const std::size_t columns = terminal.columns() == 0 ? comfortableColumns : terminal.columns();
+  const std::size_t textColumns = std::max(columns, width + 4 + narrowestText) - width - 4;
   for (const auto& entry : entries) {
-    const std::string fill(width - displayWidth(entry.term) + 2, ' ');
-    terminal.print("  " + entry.term + fill + entry.text);
+    std::string start = "  " + entry.term + std::string(width - displayWidth(entry.term) + 2, ' ');
+    for (const auto& line : wrapped(entry.text, textColumns)) {
+      terminal.print(std::exchange(start, std::string(width + 4, ' ')) + line);
+    }
   }
 }
 

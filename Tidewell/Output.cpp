@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <utility>
 
 #include "CompressionKit/platform/Text.h"
 #include "Tidewell/Terminal.h"
@@ -66,6 +67,26 @@ std::string prefixOfWidth(std::string_view text, std::size_t columns) {
     return true;
   });
   return columns == 0 ? result : result + "…";
+}
+
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns) {
+  std::vector<std::string> lines(1);
+  std::string piece;  // what must not be cut
+  const auto place = [&] {
+    if (displayWidth(lines.back()) + displayWidth(piece) > columns && !lines.back().empty())
+      lines.emplace_back();
+    if (lines.back().empty()) piece.erase(0, piece.find_first_not_of(' '));
+    lines.back() += std::exchange(piece, {});
+  };
+  visitCharacters(text, [&](utf8proc_int32_t character, std::string_view bytes, std::size_t width) {
+    const bool closes =
+        utf8proc_category(character) >= UTF8PROC_CATEGORY_PD;  // punctuation stays where it is
+    if (character == ' ' || (width == 2 && !closes)) place();
+    piece += bytes;
+    return true;
+  });
+  place();
+  return lines;
 }
 
 std::string printable(std::string_view path) {

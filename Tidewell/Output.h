@@ -16,6 +16,9 @@ class Terminal;
 std::size_t displayWidth(std::string_view text);
 /// As much of the text's start as `columns` hold, with "…" where something is left out.
 std::string prefixOfWidth(std::string_view text, std::size_t columns);
+/// The text in lines of so many columns, cut at spaces and behind Chinese characters; what has neither is
+/// longer.
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns);
 /// A name or path as people may see it: valid UTF-8, without control characters.
 std::string printable(std::string_view path);
 

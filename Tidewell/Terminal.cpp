@@ -115,6 +115,7 @@ void Terminal::tell(std::string_view line) {
 void Terminal::showProgress(std::string_view line) {
   if (!errorsAreTerminal_) return;
   const std::lock_guard lock(mutex_);
+  if (line.empty() && progress_.empty()) return;
   progress_ = prefixOfWidth(line, columnsOf(errors_) - 1);
   writeErrorsLocked(std::string(eraseLine) + progress_);
 }

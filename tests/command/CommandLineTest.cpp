@@ -116,6 +116,8 @@ TEST(Quantities, AreReadAsPeopleTypeThem) {
 TEST(Output, CountsColumnsAndUnits) {
   EXPECT_EQ(displayWidth("a照片é"), 6U);
   EXPECT_EQ(prefixOfWidth("照片与图片.jpg", 7), "照片与…");
+  EXPECT_EQ(wrapped("one two-three 四五六。七", 7),
+            (std::vector<std::string>{"one", "two-three", "四五", "六。七"}));
   EXPECT_EQ(printable("a\n\x1b[31m\xff"
                       "照"),
             "a??[31m\xef\xbf\xbd"
