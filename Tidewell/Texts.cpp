@@ -50,6 +50,7 @@ void prepareTexts(const URL& executableDirectory) {
   bindtextdomain("tidewell", share.path().c_str());
   bind_textdomain_codeset("tidewell", "UTF-8");
   textdomain("tidewell");
+  ownCatalogue().reset();
   if (generated) return;
   setlocale(LC_MESSAGES, "C.UTF-8");
   setenv("LANGUAGE", wishedLocale().c_str(), 0);

@@ -54,14 +54,19 @@ std::vector<std::exception_ptr> everyError() {
   return errors;
 }
 
+void speak(const char* locale) {
+  setenv("LC_ALL", locale, 1);
+  prepareTexts(locations::executableDirectory());
+}
+
 // Which proves the values that errors carry, and the catalogue.
 TEST(Errors, SayInChineseWhatTheServiceSays) {
-  setenv("LC_ALL", "zh_CN.UTF-8", 1);
-  prepareTexts(locations::executableDirectory());
+  speak("zh_CN.UTF-8");
   for (const auto& error : everyError()) EXPECT_EQ(describedError(error), localizedDescription(error));
 }
 
 TEST(Errors, HaveCodesForScripts) {
+  speak("C");
   const auto code = [](const auto& error) { return errorCode(std::make_exception_ptr(error)); };
   EXPECT_EQ(code(CompressionError::changedDuringCompression()), "changed_during_compression");
   EXPECT_EQ(code(CompressionError::unsafeRestore()), "unsafe_restore");
