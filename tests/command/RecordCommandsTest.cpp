@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CompressionKit/diagnostics/CompressionTrace.h"
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/undo/AtomicRename.h"
 #include "CompressionKit/undo/UndoStore.h"
@@ -95,7 +96,8 @@ TEST_F(RecordCommands, TellByTheirStatusWhatHappened) {
   CompressionTrace trace(URL::file(fresh.originalPath), fresh.createdAt.adding(-1));
   trace.outcome = "replaced";
   trace.append({"Jpegli", "rejected", "quality_below_threshold", 7, 51.5, std::nullopt});
-  trace.save(store_.diagnosticsDirectory());
+  ReportDirectory reports(store_.diagnosticsDirectory());
+  trace.save(reports);
 
   struct Case {
     Command command;
