@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 
-#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/batch/History.h"
 #include "CompressionKit/batch/Reports.h"
+#include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
 #include "Tidewell/Commands.h"
