@@ -278,7 +278,10 @@ TEST_F(BatchTest, HoldsFewFilesAtOnceAndEndsEarly) {
       EXPECT_EQ(told, taken);
       EXPECT_EQ(end == End::byStop, taken < 60);
     }
-    EXPECT_EQ(started + interrupted, taken);
+    // A stop also reaches files that have started.
+    EXPECT_LE(started, taken);
+    EXPECT_GE(started + interrupted, taken);
+    EXPECT_TRUE(interrupted == 0 || end == End::byStop);
   }
 }
 
