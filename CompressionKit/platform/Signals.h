@@ -8,8 +8,8 @@
 
 namespace tidewell {
 
-/// The signals that ask for the end (SIGINT, SIGTERM, SIGHUP), blocked from now on in this thread and in those
-/// that it starts, to be read from a descriptor. One that is ignored (nohup) stays ignored.
+/// The signals that ask for the end (SIGINT, SIGTERM, SIGHUP), blocked from now on in this thread and in
+/// those that it starts, to be read from a descriptor. One that is ignored (nohup) stays ignored.
 class TerminationSignals {
  public:
   /// Make it before any thread exists. Throws `FileError`.
@@ -25,8 +25,8 @@ class TerminationSignals {
   Descriptor descriptor_;
 };
 
-/// Calls a function, on a thread of its own, at the first signal that arrives in its lifetime. The signal stays
-/// to be taken.
+/// Calls a function, on a thread of its own, at the first signal that arrives in its lifetime. The signal
+/// stays to be taken.
 class SignalWatch {
  public:
   SignalWatch(const TerminationSignals& signals, std::function<void()> action);
