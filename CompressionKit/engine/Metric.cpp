@@ -6,8 +6,8 @@
 #include <exception>
 #include <functional>
 #include <future>
-#include <semaphore>
 #include <string>
+#include <utility>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/PNGWriter.h"
@@ -63,20 +63,23 @@ double score(const ViewFiles& original, const views::Pair& candidate, const URL&
 
   StopSource both(tools.stopToken());
   const ToolRunner part(tools.directory(), both.token());
-  std::counting_semaphore begun(0);  // the overview's run, or ended before that
+  std::promise<void> begun;  // the overview's run, or ended before that; told once, by its thread
+  auto tellBegun = [&begun, told = false]() mutable {
+    if (!std::exchange(told, true)) begun.set_value();
+  };
   auto overview = std::async(std::launch::async, [&] {
     try {
-      return measureStarting(original.overview, views.overview, part, [&] { begun.release(); });
+      return measureStarting(original.overview, views.overview, part, std::ref(tellBegun));
     } catch (...) {
       both.requestStop();
-      begun.release();
+      tellBegun();
       throw;
     }
   });
   double detail = 0;
   std::exception_ptr error;
   try {
-    begun.acquire();
+    begun.get_future().wait();
     write(candidate.detail, views.detail);
     detail = measure(original.detail, views.detail, part);
   } catch (...) {
