@@ -3,7 +3,6 @@
 #include <jerror.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <new>
 
 #include "CompressionKit/codecs/JPEGPart.h"
@@ -17,8 +16,8 @@ BlockArrays::BlockArrays(jpeg_decompress_struct& jpeg) : jpeg_(jpeg) {
 }
 
 // The two methods leave by longjmp where they fail, and no exception may pass through libjpeg: so what throws
-// is over before libjpeg's error is raised. What libjpeg takes for an array is the component's number from 1
-// on.
+// is over before libjpeg's error is raised. What libjpeg takes for an array is where the component's number
+// stands.
 
 jvirt_barray_ptr BlockArrays::request(j_common_ptr jpeg, int, boolean, JDIMENSION blocksPerRow,
                                       JDIMENSION rows, JDIMENSION maximumAccess) {
@@ -29,14 +28,16 @@ jvirt_barray_ptr BlockArrays::request(j_common_ptr jpeg, int, boolean, JDIMENSIO
     isMade = true;
   } catch (const std::bad_alloc&) {
   }
-  if (!isMade) ERREXIT1(jpeg, JERR_OUT_OF_MEMORY, 0);
-  return reinterpret_cast<jvirt_barray_ptr>(++self.count_);
+  if (!isMade || self.count_ == self.numbers_.size()) ERREXIT1(jpeg, JERR_OUT_OF_MEMORY, 0);
+  std::size_t& number = self.numbers_[self.count_];
+  number = self.count_++;
+  return reinterpret_cast<jvirt_barray_ptr>(&number);
 }
 
 JBLOCKARRAY BlockArrays::accessRows(j_common_ptr jpeg, jvirt_barray_ptr array, JDIMENSION first,
                                     JDIMENSION count, boolean writable) {
   auto& self = *static_cast<BlockArrays*>(jpeg->client_data);
-  const std::size_t component = reinterpret_cast<std::uintptr_t>(array) - 1;
+  const std::size_t component = *reinterpret_cast<const std::size_t*>(array);
   JBLOCKARRAY rows = nullptr;
   try {
     rows = self.access(component, first, count, writable != FALSE);

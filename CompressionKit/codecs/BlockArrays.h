@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdio>
 // libjpeg's header wants <cstdio> first.
@@ -42,6 +43,7 @@ class BlockArrays {
 
   const jpeg_decompress_struct& jpeg_;
   JPEGPart* part_ = nullptr;
+  std::array<std::size_t, MAX_COMPONENTS> numbers_{};
   std::size_t count_ = 0;
 };
 
