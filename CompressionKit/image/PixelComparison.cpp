@@ -67,18 +67,6 @@ bool compareFirstImages(const URL& original, const URL& candidate, const StopTok
   });
 }
 
-/// Both images are opaque, of one size, and sound: there is no alpha to compare.
-bool areOpaque(const URL& original, const URL& candidate, const StopToken& stop) {
-  return holds([&] {
-    const auto first = ImageSource::open(original, stop), second = ImageSource::open(candidate, stop);
-    const ImageProperties a = first->properties(0), b = second->properties(0);
-    if (a.hasAlpha || b.hasAlpha || a.width != b.width || a.height != b.height) return false;
-    first->verify(0);
-    second->verify(0);
-    return true;
-  });
-}
-
 bool bytesEqual(Band original, Band candidate) {
   return std::ranges::equal(original, candidate);
 }
@@ -147,7 +135,6 @@ bool ImageFacts::samplesEqual(const URL& original, const URL& candidate, const S
 
 bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
                                       const StopToken& stop) {
-  if (areOpaque(original, candidate, stop)) return true;
   return compareFirstImages(original, candidate, stop, [tolerance](Band a, Band b) {
     for (std::size_t i = 3; i < a.size(); i += 4) {
       if (std::abs(a[i] - b[i]) > tolerance) return false;

@@ -70,6 +70,18 @@ std::string hash(const URL& url) {
   return digest.hexadecimal();
 }
 
+std::string copyAndHash(const URL& from, const URL& to) {
+  SHA256 digest;
+  const bool isSeen =
+      files::copyItem(from, to, [&](std::string_view data) { digest.update(data.data(), data.size()); });
+  try {
+    return isSeen ? digest.hexadecimal() : hash(to);
+  } catch (...) {
+    files::removeItemIfPossible(to);
+    throw;
+  }
+}
+
 std::string hash(std::string_view bytes) {
   SHA256 digest;
   digest.update(bytes.data(), bytes.size());

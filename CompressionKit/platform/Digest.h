@@ -12,6 +12,9 @@ namespace tidewell {
 /// Throws `FileError`.
 std::string hash(const URL& url);
 
+/// Copies as `files::copyItem`; the hash of the copy, taken while it is written where that can be.
+std::string copyAndHash(const URL& from, const URL& to);
+
 /// SHA-256 of some bytes, in the same form.
 std::string hash(std::string_view bytes);
 

@@ -99,9 +99,10 @@ void copyOwnerAttributesAndMode(int from, int to, const struct stat& info, const
   if (fchmod(to, mode) != 0) throw FileError("设置权限", url.path(), errno);
 }
 
-void copyData(int from, int to, const URL& source, const URL& destination) {
-  if (ioctl(to, FICLONE, from) == 0) return;
-  for (;;) {
+/// Whether `visit` has seen the data.
+bool copyData(int from, int to, const URL& source, const URL& destination, const DataVisitor& visit) {
+  if (ioctl(to, FICLONE, from) == 0) return false;
+  while (!visit) {
     const ssize_t count = copy_file_range(from, nullptr, to, nullptr, std::size_t{1} << 30, 0);
     if (count > 0) continue;
     if (count == 0 || errno != EINTR) break;
@@ -111,13 +112,19 @@ void copyData(int from, int to, const URL& source, const URL& destination) {
   // errors.
   std::vector<char> buffer(std::size_t{1} << 18);
   while (const std::size_t count = readFully(from, buffer.data(), buffer.size(), source)) {
+    if (visit) visit({buffer.data(), count});
     writeFully(to, buffer.data(), count, destination);
   }
+  return true;
 }
 
 }  // namespace
 
 void copyItem(const URL& from, const URL& to) {
+  copyItem(from, to, {});
+}
+
+bool copyItem(const URL& from, const URL& to, const DataVisitor& visit) {
   const Descriptor source = openForReading(from);
   struct stat info {};
   if (fstat(source.get(), &info) != 0) throw FileError("读取", from.path(), errno);
@@ -125,12 +132,13 @@ void copyItem(const URL& from, const URL& to) {
   Descriptor destination(::open(to.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!destination) throw FileError("写入", to.path(), errno);
   try {
-    copyData(source.get(), destination.get(), from, to);
+    const bool isSeen = copyData(source.get(), destination.get(), from, to, visit);
     copyOwnerAttributesAndMode(source.get(), destination.get(), info, to, Missing::isAccepted);
     const timespec times[2] = {info.st_atim, info.st_mtim};
     if (futimens(destination.get(), times) != 0) throw FileError("写入", to.path(), errno);
     if (fsync(destination.get()) != 0) throw FileError("写入", to.path(), errno);
     if (::close(destination.release()) != 0) throw FileError("写入", to.path(), errno);
+    return isSeen;
   } catch (...) {
     ::unlink(to.path().c_str());
     throw;

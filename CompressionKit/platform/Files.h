@@ -102,6 +102,9 @@ void removeItemIfPossible(const URL& url) noexcept;
 /// must not exist. Data and metadata are flushed; the caller flushes the directory. Nothing is left at the
 /// destination after a failure.
 void copyItem(const URL& from, const URL& to);
+using DataVisitor = std::function<void(std::string_view data)>;
+/// The same by reflink, then false, or by plain reads, all of which `visit` sees.
+bool copyItem(const URL& from, const URL& to, const DataVisitor& visit);
 
 /// Gives `to` the owner and group (where permitted), mode and extended attributes of `from`; times stay.
 /// A user's own attribute or access control list that cannot be carried over is an error.

@@ -23,13 +23,13 @@ void removeIfPresent(const URL& url) {
 
 /// Other files of the batch may give up and remove the directory, which is empty yet, between the two steps,
 /// and others again make it anew. Only a source that is gone, or a directory that cannot be made, is a
-/// failure.
-void copyToSession(const URL& source, const URL& backup, const URL& session) {
+/// failure. The hash of the copy.
+std::string copyToSession(const URL& source, const URL& backup, const URL& session) {
   constexpr int maximumAttempts = 100;
   for (int attempt = 1;; ++attempt) {
     files::createDirectories(session, 0700);
     try {
-      return files::copyItem(source, backup);
+      return copyAndHash(source, backup);
     } catch (const FileError& error) {
       if (!error.isNoSuchFile() || !files::exists(source) || attempt == maximumAttempts) throw;
     }
@@ -46,14 +46,14 @@ UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUI
   record.backupName = record.id.string() + "." + asciiLowercased(source.pathExtension());
   const URL session = root_.appending(sessionID.string());
   const URL backup = backupURL(record);
-  copyToSession(source, backup, session);
+  record.originalHash =
+      copyToSession(source, backup, session);  // the copy's, so that the caller can prove it
   try {
     record.originalBytes = fileSize(source);
     record.replacementBytes = fileSize(candidate);
     record.createdAt = Date::now();
     record.originalPath = source.path();
     record.replacementHash = hash(candidate);
-    record.originalHash = hash(backup);  // of the copy, so that the caller can prove it
     record.state = UndoRecord::State::prepared;
     record.convertedPath = convertedPath;
     writeRecord(record);  // flushes the directory, and with it the backup's entry
