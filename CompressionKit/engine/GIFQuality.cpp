@@ -15,10 +15,6 @@
 namespace tidewell {
 namespace {
 
-URL frameFile(const URL& directory, std::size_t index) {
-  return directory.appending("frame-" + std::to_string(index) + ".png");
-}
-
 URL referenceDirectory(const CompressionRun& run) {
   return run.workingFile("gif-reference");
 }
@@ -84,7 +80,7 @@ class FramePairs {
   }
 
   bool exportPair(std::size_t index) {
-    const URL reference = frameFile(references_, index), output = frameFile(outputs_, index);
+    const URL reference = GIFFrames::file(references_, index), output = GIFFrames::file(outputs_, index);
     original_.next();
     if (!files::exists(reference)) original_.write(reference);
     output_.next();
@@ -93,7 +89,7 @@ class FramePairs {
     }
     // The file of a scored frame becomes that of the next: making files costs more than filling them.
     if (index > ahead) {
-      const URL scored = frameFile(outputs_, index - ahead - 1);
+      const URL scored = GIFFrames::file(outputs_, index - ahead - 1);
       if (rename(scored.path().c_str(), output.path().c_str()) != 0) files::removeItemIfPossible(scored);
     }
     output_.write(output);
@@ -118,7 +114,7 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   const URL directory = referenceDirectory(run);
   std::vector<URL> frames;
   for (std::int64_t i = 0; i < run.facts().frameCount; ++i) {
-    frames.push_back(frameFile(directory, static_cast<std::size_t>(i)));
+    frames.push_back(GIFFrames::file(directory, static_cast<std::size_t>(i)));
   }
   std::optional<GIFFrames> original;
   std::size_t next = 0;
@@ -149,8 +145,8 @@ std::optional<double> gifQualityScore(const CompressionRun& run, const URL& outp
   FramePairs pairs(references, outputs.url(), original, candidate);
   for (std::size_t i = 0; i < count; ++i) {
     if (!pairs.await(i)) return std::nullopt;
-    const double score =
-        QualityAssessment::measure(frameFile(references, i), frameFile(outputs.url(), i), run.tools());
+    const double score = QualityAssessment::measure(GIFFrames::file(references, i),
+                                                    GIFFrames::file(outputs.url(), i), run.tools());
     if (score < minimum) return std::nullopt;
     worst = std::min(worst, score);
   }

@@ -113,6 +113,10 @@ class GIFFrames::Indexes {
   std::vector<std::uint8_t> indexes_;
 };
 
+URL GIFFrames::file(const URL& directory, std::size_t index) {
+  return directory.appending("frame-" + std::to_string(index) + ".png");
+}
+
 GIFFrames::GIFFrames(const URL& gif, const StopToken& stop)
     : stop_(stop),
       source_(decoding([&] { return openAnimation(ImageInput(gif), stop); })),
@@ -178,7 +182,7 @@ std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& director
   files::createDirectories(directory, 0777, files::Durability::cached);
   std::vector<URL> frames;
   for (std::size_t i = 0; i < animation.count(); ++i) {
-    frames.push_back(directory.appending("frame-" + std::to_string(i) + ".png"));
+    frames.push_back(GIFFrames::file(directory, i));
     animation.next();
     animation.write(frames.back());
   }

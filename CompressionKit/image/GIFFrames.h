@@ -12,6 +12,9 @@ namespace tidewell {
 /// The frames of one animation, one after the other, as PNG files for the metric. Belongs to one thread.
 class GIFFrames {
  public:
+  /// The name under which frame `index` is kept in `directory`.
+  static URL file(const URL& directory, std::size_t index);
+
   /// Throws `CompressionError::invalidImage`, `Interrupted`.
   GIFFrames(const URL& gif, const StopToken& stop);
   GIFFrames(const GIFFrames&) = delete;

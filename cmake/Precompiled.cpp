@@ -1,0 +1,1 @@
+// Precompiled headers belong to a target, and targets have sources.
