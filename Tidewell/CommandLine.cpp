@@ -5,10 +5,11 @@
 #include <cmath>
 #include <utility>
 
-#include "Tidewell/Errors.h"
+#include "CompressionKit/platform/Text.h"
+#include "CompressionKit/wording/Errors.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Quantities.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
@@ -12,6 +13,12 @@
 #include "Tidewell/Terminal.h"
 
 namespace tidewell {
+
+/// A command line that cannot be understood; `what()` is told, and the status is 2.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 struct VersionOptions {};
 

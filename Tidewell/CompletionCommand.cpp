@@ -3,10 +3,10 @@
 #include <string_view>
 #include <vector>
 
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Interface.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

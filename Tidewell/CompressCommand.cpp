@@ -12,12 +12,13 @@
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Signals.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/CompressReport.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Progress.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -8,11 +8,13 @@
 
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
 #include "CompressionKit/undo/UndoRecord.h"
-#include "Tidewell/Errors.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Errors.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/JSON.h"
 #include "Tidewell/Output.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -8,11 +8,12 @@
 #include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Records.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -7,12 +7,13 @@
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Signals.h"
 #include "CompressionKit/queue/CompressionQueue.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Records.h"
 #include "Tidewell/ServiceNotice.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -3,11 +3,11 @@
 #include <utility>
 #include <vector>
 
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Interface.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -7,11 +7,13 @@
 #include "CompressionKit/batch/History.h"
 #include "CompressionKit/batch/OutputMemory.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Records.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "Tidewell/Texts.h"
+#include "CompressionKit/wording/Texts.h"
 
 namespace tidewell {
 namespace {

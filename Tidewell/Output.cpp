@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "CompressionKit/platform/Text.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {
@@ -29,20 +29,6 @@ void visitCharacters(std::string_view text, Visit visit) {
     if (!visit(character, text.substr(0, size), static_cast<std::size_t>(width))) return;
     text.remove_prefix(size);
   }
-}
-
-std::string formattedTime(const char* format, const std::tm& time) {
-  char buffer[64] = {};
-  std::strftime(buffer, sizeof buffer, format, &time);
-  return buffer;
-}
-
-std::tm localTime(Date moment) {
-  // What is beyond the calendar of a time_t is a broken record, told as the end of it.
-  const auto seconds = static_cast<std::time_t>(std::clamp(moment.since1970(), -6e10, 2e11));
-  std::tm time{};
-  localtime_r(&seconds, &time);
-  return time;
 }
 
 }  // namespace
@@ -87,48 +73,6 @@ std::vector<std::string> wrapped(std::string_view text, std::size_t columns) {
   });
   place();
   return lines;
-}
-
-std::string printable(std::string_view path) {
-  const std::string repaired = repairedUTF8(path);
-  std::string result;
-  visitCharacters(repaired, [&](utf8proc_int32_t character, std::string_view bytes, auto) {
-    const bool control = character < 0x20 || (character >= 0x7f && character < 0xa0);
-    const bool turnsDirection =
-        (character >= 0x202a && character <= 0x202e) || (character >= 0x2066 && character <= 0x2069);
-    result += control || turnsDirection ? "?" : bytes;
-    return true;
-  });
-  return result;
-}
-
-std::string sizeText(std::int64_t bytes) {
-  static constexpr std::array units{"B", "kB", "MB", "GB", "TB", "PB", "EB"};
-  auto size = static_cast<double>(bytes);
-  std::size_t unit = 0;
-  // As soon as it would be shown as 1000.
-  while (unit + 1 < units.size() && std::abs(size) >= (unit == 0 ? 1000 : 999.95)) {
-    size /= 1000;
-    ++unit;
-  }
-  char buffer[32] = {};
-  std::snprintf(buffer, sizeof buffer, unit == 0 ? "%.0f" : "%.1f", size);
-  return std::string(buffer) + " " + units[unit];
-}
-
-std::string momentText(Date moment, Date now) {
-  const std::tm time = localTime(moment);
-  const std::tm today = localTime(now);
-  const bool isToday = time.tm_year == today.tm_year && time.tm_yday == today.tm_yday;
-  return formattedTime(isToday ? "%H:%M" : "%Y-%m-%d %H:%M", time);
-}
-
-std::string durationText(double seconds) {
-  const auto whole = static_cast<std::int64_t>(std::clamp(std::ceil(seconds), 0.0, 1e9));
-  const auto text = [](std::int64_t number) { return std::to_string(number); };
-  if (whole < 60) return filled(_("{1} s"), {text(whole)});
-  if (whole < 3600) return filled(_("{1} min"), {text((whole + 59) / 60)});
-  return filled(_("{1} h {2} min"), {text(whole / 3600), text(whole % 3600 / 60)});
 }
 
 std::string Table::line(const std::vector<std::string>& cells, const std::vector<std::size_t>& widths) const {

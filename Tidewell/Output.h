@@ -19,16 +19,6 @@ std::string prefixOfWidth(std::string_view text, std::size_t columns);
 /// The text in lines of so many columns, cut at spaces and behind Chinese characters; what has neither is
 /// longer.
 std::vector<std::string> wrapped(std::string_view text, std::size_t columns);
-/// A name or path as people may see it: valid UTF-8, without control characters.
-std::string printable(std::string_view path);
-
-/// "41.2 MB", "812 B": decimal units, also for negative differences.
-std::string sizeText(std::int64_t bytes);
-/// "18:40" today, "2026-11-24 18:40" on another day; local time.
-std::string momentText(Date moment, Date now = Date::now());
-/// "2 h 5 min", "40 s".
-std::string durationText(double seconds);
-
 /// Lines of aligned cells.
 class Table {
  public:

@@ -1,11 +1,13 @@
 #include "Tidewell/Progress.h"
+#include "CompressionKit/platform/Text.h"
+#include "CompressionKit/wording/Amounts.h"
 
 #include <algorithm>
 #include <exception>
 #include <utility>
 
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Output.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

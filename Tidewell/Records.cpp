@@ -9,10 +9,11 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
-#include "Tidewell/Errors.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Errors.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {
@@ -136,20 +137,6 @@ void printFacts(const std::vector<Fact>& facts, Terminal& terminal) {
     line.append(width - displayWidth(label) + 2, ' ').append(value);
     terminal.print(line);
   }
-}
-
-std::string savedText(std::int64_t before, std::int64_t after) {
-  const double share =
-      before > 0 ? 100.0 * static_cast<double>(before - after) / static_cast<double>(before) : 0;
-  char text[32];
-  std::snprintf(text, sizeof text, " (%.0f%%)", share);
-  return sizeText(before - after) + text;
-}
-
-std::string scoreText(double score) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f", score);
-  return text;
 }
 
 void putPath(nlohmann::ordered_json& object, const std::string& key, const std::string& path) {

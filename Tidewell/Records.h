@@ -61,10 +61,6 @@ void printFacts(const std::vector<Fact>& facts, Terminal& terminal);
 inline std::int64_t savedBytes(const UndoRecord& record) {
   return std::max<std::int64_t>(record.originalBytes - record.replacementBytes, 0);
 }
-/// "1.2 MB (57%)".
-std::string savedText(std::int64_t before, std::int64_t after);
-std::string scoreText(double score);
-
 /// Puts a path under its key: repaired, and then exactly under "<key>_b64" too, where it is no UTF-8.
 void putPath(nlohmann::ordered_json& object, const std::string& key, const std::string& path);
 

@@ -8,13 +8,15 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
+#include "CompressionKit/platform/Text.h"
 #include "CompressionKit/queue/CompressionQueue.h"
 #include "CompressionKit/tools/ToolRunner.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Records.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -12,9 +12,9 @@
 #include <utility>
 
 #include "CompressionKit/platform/Error.h"
-#include "Tidewell/Errors.h"
+#include "CompressionKit/wording/Errors.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Output.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -8,11 +8,11 @@
 #include <variant>
 
 #include "CompressionKit/platform/Locations.h"
+#include "CompressionKit/wording/Errors.h"
+#include "CompressionKit/wording/Texts.h"
 #include "Tidewell/CommandLine.h"
 #include "Tidewell/Commands.h"
-#include "Tidewell/Errors.h"
 #include "Tidewell/Terminal.h"
-#include "Tidewell/Texts.h"
 
 namespace tidewell {
 namespace {

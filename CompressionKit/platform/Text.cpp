@@ -2,6 +2,7 @@
 
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace tidewell {
@@ -107,6 +108,23 @@ std::string characterPrefix(std::string_view text, std::size_t count) {
     position += next.length;
   }
   return std::string(text.substr(0, position));
+}
+
+std::string printable(std::string_view path) {
+  const std::string repaired = repairedUTF8(path);
+  std::string result;
+  for (std::string_view rest = repaired; !rest.empty();) {
+    utf8proc_int32_t character = 0;
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(rest.data());
+    const auto size = static_cast<std::size_t>(std::max<utf8proc_ssize_t>(
+        utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(rest.size()), &character), 1));
+    const bool control = character < 0x20 || (character >= 0x7f && character < 0xa0);
+    const bool turnsDirection =
+        (character >= 0x202a && character <= 0x202e) || (character >= 0x2066 && character <= 0x2069);
+    result += control || turnsDirection ? "?" : rest.substr(0, size);
+    rest.remove_prefix(size);
+  }
+  return result;
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -15,6 +15,9 @@ std::string repairedUTF8(std::string_view bytes);
 /// The first `count` user-perceived characters (extended grapheme clusters) of UTF-8 text.
 std::string characterPrefix(std::string_view text, std::size_t count);
 
+/// A name or path as people may see it: valid UTF-8, without control characters.
+std::string printable(std::string_view path);
+
 /// White space and line ends removed from both ends.
 std::string_view trimmed(std::string_view text);
 

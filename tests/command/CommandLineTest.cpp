@@ -6,7 +6,9 @@
 #include <variant>
 #include <vector>
 
-#include "Tidewell/Errors.h"
+#include "CompressionKit/platform/Text.h"
+#include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Errors.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Quantities.h"
 

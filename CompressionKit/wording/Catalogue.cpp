@@ -1,4 +1,4 @@
-#include "Tidewell/Catalogue.h"
+#include "CompressionKit/wording/Catalogue.h"
 
 #include <cstdint>
 #include <cstring>

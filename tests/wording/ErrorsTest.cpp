@@ -1,4 +1,4 @@
-#include "Tidewell/Errors.h"
+#include "CompressionKit/wording/Errors.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -12,8 +12,8 @@
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
-#include "Tidewell/Catalogue.h"
-#include "Tidewell/Texts.h"
+#include "CompressionKit/wording/Catalogue.h"
+#include "CompressionKit/wording/Texts.h"
 #include "support/TemporaryFolder.h"
 
 namespace tidewell {

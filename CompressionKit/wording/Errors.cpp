@@ -1,4 +1,4 @@
-#include "Tidewell/Errors.h"
+#include "CompressionKit/wording/Errors.h"
 
 #include <string.h>
 
@@ -13,8 +13,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Text.h"
-#include "Tidewell/Output.h"
-#include "Tidewell/Texts.h"
+#include "CompressionKit/wording/Texts.h"
 
 namespace tidewell {
 namespace {

@@ -1,4 +1,4 @@
-#include "Tidewell/Texts.h"
+#include "CompressionKit/wording/Texts.h"
 
 #include <libintl.h>
 
@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <optional>
 
-#include "Tidewell/Catalogue.h"
+#include "CompressionKit/wording/Catalogue.h"
 
 namespace tidewell {
 namespace {
