@@ -32,16 +32,17 @@ counted() {
 # prepare PRESET [TARGET]: from a checkout on a bare Debian to a complete build tree, or to what TARGET needs of it.
 # Quick when little has changed. To be called in the repository's root; the caller has no trap on EXIT.
 prepare() {
-  local preset=$1 targets=("${@:2}") build=build/$1 groups=() options=() tools
+  local preset=$1 targets=("${@:2}") build=build/$1 groups=() whole=ON tools
   if ((${#targets[@]})); then
     groups=(build run samples)
-    options=(-DTIDEWELL_TESTS=OFF -DTIDEWELL_BENCHMARKS=OFF)
+    whole=OFF
   fi
   echo "[1/4] packages"
   scripts/install-packages "${groups[@]}"
   # The part of a whole tree is built in that.
   if [[ ! -f $build/build.ninja || CMakePresets.json -nt $build/build.ninja || ${#targets[@]} == 0 ]]; then
-    logged "$build/configure.log" cmake --preset "$preset" "${options[@]}"
+    logged "$build/configure.log" cmake --preset "$preset" \
+      -DTIDEWELL_{TESTS,BENCHMARKS,DESKTOP}="$whole"
   fi
   # Beside our own build, for the encoders' have work for one processor only at times.
   scripts/get-tools "$build/lib/tidewell/tools" > >(sed --unbuffered 's|^get-tools:|[2/4] the encoders:|') &

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QString>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "CompressionKit/platform/URL.h"
+#include "CompressionKit/wording/Texts.h"
+
+namespace tidewell::desktop {
+
+// Texts and paths between the kit, which keeps bytes, and Qt. Texts are written `words(_("Compare"))`.
+
+inline QString words(std::string_view text) {
+  return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
+}
+
+/// `pattern` with "{1}" replaced by the first value, and so on.
+QString words(std::string_view pattern, std::initializer_list<QString> values);
+
+/// A path or name as people may see it; may not be fit for opening the file.
+QString shownPath(std::string_view path);
+
+/// The file that Qt means. Qt cannot tell names that are no UTF-8: take those from `mime` data or arguments
+/// as bytes.
+URL fileURL(const QString& path);
+
+}  // namespace tidewell::desktop
