@@ -14,6 +14,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -305,7 +306,7 @@ void reportRefusals(const URL& tools, const URL& scratch) {
 
 }  // namespace
 
-int main(int count, char** arguments) {
+int main(int count, char** arguments) try {
   URL tools = locations::toolsDirectory();
   bool quick = false;
   Plan plan;
@@ -322,6 +323,12 @@ int main(int count, char** arguments) {
       plan.before = arguments[++i];
     } else if (argument == "--save" && i + 1 < count) {
       plan.save = arguments[++i];
+    } else if (argument.starts_with('-')) {
+      std::fprintf(
+          stderr,
+          "usage: %s [--tools DIRECTORY] [--quick] [--runs N] [--before FILE] [--save FILE] [IMAGE...]\n",
+          arguments[0]);
+      return 2;
     } else {
       const URL url = URL::file(argument);
       images.push_back({url.lastPathComponent(), url});
@@ -337,4 +344,7 @@ int main(int count, char** arguments) {
   reportImages(images, tools, scratch.url(), plan);
   reportRefusals(tools, scratch.url());
   return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "%s\n", error.what());
+  return 1;
 }
