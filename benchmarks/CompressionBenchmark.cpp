@@ -14,8 +14,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <cstring>
+#include <exception>
 #include <fstream>
 #include <iterator>
 #include <map>
