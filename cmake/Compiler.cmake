@@ -19,6 +19,10 @@ if(TIDEWELL_SANITIZE)
 elseif(CMAKE_BUILD_TYPE MATCHES "Release|RelWithDebInfo")
   target_compile_definitions(tidewell_options INTERFACE _FORTIFY_SOURCE=2)
 endif()
+if(TIDEWELL_COVERAGE)
+  target_compile_options(tidewell_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(tidewell_options INTERFACE --coverage)
+endif()
 target_compile_definitions(tidewell_options INTERFACE _FILE_OFFSET_BITS=64)
 
 # What nearly every source includes takes half of the compiler's time when it is read anew for each. Few headers: GCC
