@@ -164,7 +164,7 @@ class EveryPoint : public testing::TestWithParam<Operation> {
       if (kind == Kind::end || kind == Kind::powerLoss) {
         const int status = Faults::runInChild([&] {
           run(attempt, world, arm);
-          if (attempt.threw) _exit(refused);
+          if (attempt.threw) Faults::leave(refused);
         });
         attempt.reached = status == Faults::ended;
         attempt.threw = status == refused;

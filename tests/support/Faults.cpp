@@ -7,6 +7,10 @@
 #include <cerrno>
 #include <stdexcept>
 
+#ifdef TIDEWELL_COVERAGE
+extern "C" void __gcov_dump();
+#endif
+
 namespace tidewell::test {
 namespace {
 
@@ -62,14 +66,14 @@ Faults& Faults::fail(int point, int code, bool lasting, unsigned traits) {
 }
 
 Faults& Faults::end(int point) {
-  return add({.point = point, .traits = FileCall::changes, .act = []() -> int { _exit(ended); }});
+  return add({.point = point, .traits = FileCall::changes, .act = []() -> int { leave(ended); }});
 }
 
 Faults& Faults::losePower(int point, VolatileDisk& disk, VolatileDisk::Lost lost) {
   disk_ = &disk;
   const auto act = [&disk, lost]() -> int {
     disk.losePower(lost);
-    _exit(ended);
+    leave(ended);
   };
   return add({.point = point, .traits = FileCall::changes | FileCall::flushes, .act = act});
 }
@@ -129,6 +133,13 @@ void Faults::after(const FileCall& call) {
   armed = this;
 }
 
+void Faults::leave(int status) {
+#ifdef TIDEWELL_COVERAGE
+  __gcov_dump();
+#endif
+  _exit(status);
+}
+
 int Faults::runInChild(const std::function<void()>& work) {
   fflush(nullptr);
   const pid_t child = fork();
@@ -136,9 +147,9 @@ int Faults::runInChild(const std::function<void()>& work) {
     try {
       work();
     } catch (...) {
-      _exit(1);
+      leave(1);
     }
-    _exit(0);
+    leave(0);
   }
   int status = 0;
   if (child < 0 || waitpid(child, &status, 0) != child) throw std::runtime_error("fork");
