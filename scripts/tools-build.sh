@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# shellcheck disable=SC2154 # scripts, cache and work are get-tools's directories
+# shellcheck disable=SC2154 # scripts, cache, work and given are get-tools's directories
 # Fetches and builds what packaging/tools.txt names; sourced by get-tools, not run.
 
 # Running builds: the process group of each by its entry.
@@ -94,9 +94,9 @@ check_pin() {
     let_through "$entry" "${file##*/} has none of the accepted checksums of [$entry]: $(sha256sum <"$file")"
 }
 
-# Unpacks the tarball of ENTRY into DIR when it is the pinned one.
-unpack() {
-  local entry=$1 directory=$2 name tarball
+# pinned_tarball ENTRY: where that of ENTRY lies, when it is the pinned one.
+pinned_tarball() {
+  local entry=$1 name tarball
   read -r _ _ name <<<"$(pin "$entry" origin)"
   tarball=$(find "$work/tar" -name "${name}_*.orig.tar.*" ! -name '*.asc' -print -quit)
   [[ -n $tarball ]] || { echo "apt-get has left no tarball of $name" >&2; return 1; }
@@ -105,8 +105,19 @@ unpack() {
     let_through "$entry" "the pin is $name $(pin "$entry" version), Debian has ${tarball##*/}"
   fi
   check_pin "$entry" "$tarball"
+  echo "$tarball"
+}
+
+# Unpacks the tarball of ENTRY into DIR, or takes what lies unpacked in the given sources.
+unpack() {
+  local entry=$1 directory=$2 tarball
   mkdir -p "$directory"
-  tar -xf "$tarball" --strip-components=1 -C "$directory"
+  if [[ -n $given ]]; then
+    cp -a "$given/$entry/." "$directory"
+  else
+    tarball=$(pinned_tarball "$entry")
+    tar -xf "$tarball" --strip-components=1 -C "$directory"
+  fi
 }
 
 # The builders leave their programs in $1/programs. They run with "set -e" in a process of their own.
@@ -134,6 +145,14 @@ build_gifsicle() {
 build_crate() {
   local directory=$1 entry=$2 name version crate checked=no
   read -r _ name <<<"$(pin "$entry" origin)"
+  if [[ -n $given ]]; then
+    unpack "$entry" "$directory/crate"
+    CARGO_HOME=$directory/cargo vendor_crates "$directory/crate/Cargo.lock" "$directory/vendor" || return
+    CARGO_HOME=$directory/cargo CARGO_TARGET_DIR=$directory/tree cargo install --locked --offline \
+      --features "$(pin "$entry" features)" --root "$directory" --no-track --path "$directory/crate"
+    cp "$directory/bin/"* "$directory/programs"
+    return
+  fi
   version=$(pin "$entry" version)
   CARGO_TARGET_DIR=$directory/tree cargo install --locked --version "=$version" --features "$(pin "$entry" features)" \
     --root "$directory" --no-track "$name"
@@ -144,6 +163,90 @@ build_crate() {
   done
   [[ $checked == yes ]] || let_through "$entry" "cargo has left no ${crate##*/} whose checksum could be looked at"
   cp "$directory/bin/"* "$directory/programs"
+}
+
+# crates_of LOCK: name, version and checksum of every crate that a Cargo.lock takes from the registry.
+crates_of() {
+  awk -F '"' '/^name = / { name = $2 } /^version = / { version = $2 } /^checksum = / { print name, version, $2 }' "$1"
+}
+
+# Crates that are no source but libraries built for another system, which nothing here is linked with.
+is_prebuilt() { [[ $1 == windows_* ]]; }
+
+# vendor_crates LOCK DIR: makes DIR cargo's only registry, with the crates that LOCK names out of the given sources.
+# Each must have the checksum that LOCK has for it.
+vendor_crates() {
+  local lock=$1 directory=$2 name version sum crate
+  mkdir -p "$directory" "$CARGO_HOME"
+  while read -r name version sum; do
+    crate=$directory/$name-$version
+    mkdir -p "$crate/src"
+    if is_prebuilt "$name"; then
+      # cargo wants to see what it will not use.
+      printf '[package]\nname = "%s"\nversion = "%s"\n' "$name" "$version" >"$crate/Cargo.toml"
+      touch "$crate/src/lib.rs"
+    else
+      sha256sum --check --quiet <<<"$sum  $given/crates/$name-$version.crate" || return
+      tar -xf "$given/crates/$name-$version.crate" --strip-components=1 -C "$crate"
+    fi
+    printf '{"files": {}, "package": "%s"}\n' "$sum" >"$crate/.cargo-checksum.json"
+  done < <(crates_of "$lock")
+  cat >"$CARGO_HOME/config.toml" <<EOF
+[source.crates-io]
+replace-with = "vendored"
+[source.vendored]
+directory = "$directory"
+EOF
+}
+
+# download_crates DIR ENTRY...: their crates, and in DIR/crates those that they need.
+download_crates() {
+  local directory=$1 entry name version sum crate project=$work/project
+  local -x CARGO_HOME=$work/cargo
+  shift
+  mkdir -p "$directory/crates" "$project/src"
+  touch "$project/src/lib.rs"
+  {
+    printf '[package]\nname = "sources"\nversion = "0.0.0"\n[dependencies]\n'
+    for entry in "$@"; do
+      read -r _ name <<<"$(pin "$entry" origin)"
+      printf '%s = "=%s"\n' "$name" "$(pin "$entry" version)"
+    done
+  } >"$project/Cargo.toml"
+  cargo fetch --manifest-path "$project/Cargo.toml" || return
+  for entry in "$@"; do
+    read -r _ name <<<"$(pin "$entry" origin)"
+    crate=$(find "$CARGO_HOME/registry/cache" -name "$name-$(pin "$entry" version).crate")
+    check_pin "$entry" "$crate" || return
+    cp "$crate" "$directory/$entry.tar.gz"
+    mkdir "$work/$entry"
+    tar -xf "$crate" --strip-components=1 -C "$work/$entry"
+    cargo fetch --locked --manifest-path "$work/$entry/Cargo.toml" || return
+    while read -r name version sum; do
+      if is_prebuilt "$name"; then continue; fi
+      crate=$(find "$CARGO_HOME/registry/cache" -name "$name-$version.crate")
+      sha256sum --check --quiet <<<"$sum  $crate" || return
+      cp "$crate" "$directory/crates"
+    done < <(crates_of "$work/$entry/Cargo.lock")
+  done
+}
+
+# download_all DIR: every pinned source as DIR/ENTRY.tar.*, byte for byte.
+download_all() {
+  local directory=$1 entry tarball tarballs=() crates=()
+  mkdir -p "$directory"
+  for entry in "${entries[@]}"; do
+    if [[ $(pin "$entry" origin) == crate* ]]; then crates+=("$entry"); else tarballs+=("$entry"); fi
+  done
+  for entry in "${crates[@]}"; do
+    cargo_is_recent "$(pin "$entry" needs)" || "$scripts/install-packages" cargo || return
+  done
+  download_crates "$directory" "${crates[@]}" || return
+  download_sources "$work/tar" "${tarballs[@]}" || return
+  for entry in "${tarballs[@]}"; do
+    tarball=$(pinned_tarball "$entry") || return
+    cp "$tarball" "$directory/$entry.tar.${tarball##*.}"
+  done
 }
 
 # Builds ENTRY and makes its programs a cache entry in one step, after they have shown that they work.
