@@ -14,7 +14,7 @@ tracked_tree() {
 archive() {
   local file=$1 prefix=$2
   shift 2
-  git archive --format=tar --mtime="@$epoch" --prefix="$prefix/" "$tree" -- "$@" | gzip -9n >"$file"
+  git archive --format=tar --prefix="$prefix/" "$tree" -- "$@" | gzip -9n >"$file"
 }
 
 # make_sources DIR: the upstream tarballs of both source packages, and each unpacked with its debian folder.
