@@ -94,7 +94,7 @@ check_pin() {
     let_through "$entry" "${file##*/} has none of the accepted checksums of [$entry]: $(sha256sum <"$file")"
 }
 
-# pinned_tarball ENTRY: where that of ENTRY lies, when it is the pinned one.
+# pinned_tarball ENTRY: where that of ENTRY lies, when it is the pinned one. Where this is called, "set -e" does not hold.
 pinned_tarball() {
   local entry=$1 name tarball
   read -r _ _ name <<<"$(pin "$entry" origin)"
@@ -102,9 +102,9 @@ pinned_tarball() {
   [[ -n $tarball ]] || { echo "apt-get has left no tarball of $name" >&2; return 1; }
   if [[ ${tarball##*/} != "${name}_$(pin "$entry" version).orig.tar."* ]]; then
     # A point release of the suite has moved on.
-    let_through "$entry" "the pin is $name $(pin "$entry" version), Debian has ${tarball##*/}"
+    let_through "$entry" "the pin is $name $(pin "$entry" version), Debian has ${tarball##*/}" || return
   fi
-  check_pin "$entry" "$tarball"
+  check_pin "$entry" "$tarball" || return
   echo "$tarball"
 }
 

@@ -161,6 +161,33 @@ rm -f "$CARGO_HOME"/registry/cache/a/* && cp {file} "$CARGO_HOME/registry/cache/
                     self.manifest(name, sha256=sums + " " + "3" * 64)
                     self.assertEqual(self.get("--cached")[::2], (1, None))
 
+    def test_from_sources(self):
+        """A crate that its lock file does not mean is refused; neither PATH nor the cache counts."""
+        self.program("oxipng", self.stand_in(ENTRIES["oxipng"]["answer"]))
+        self.offer("oxipng", "9.1.5")
+        self.manifest("oxipng")
+        given = self.folder / "given"
+        for name in ("oxipng", "crates"):
+            (given / name).mkdir(parents=True)
+        crate = io.BytesIO()
+        with tarfile.open(fileobj=crate, mode="w:gz") as archive:
+            archive.addfile(tarfile.TarInfo("needed-1.0/Cargo.toml"))
+        needed = given / "crates/needed-1.0.crate"
+        for content, prebuilt, good in ((crate.getvalue(), True, True), (crate.getvalue() + b"x", True, False),
+                                        (None, True, False), (crate.getvalue(), False, True)):
+            with self.subTest(content=content, prebuilt=prebuilt):
+                lock = [("oxipng", None), ("needed", sha256(crate.getvalue()))] + [("windows_x", "5" * 64)] * prebuilt
+                (given / "oxipng/Cargo.lock").write_text("".join(
+                    f'[[package]]\nname = "{name}"\nversion = "1.0"\n' + (f'checksum = "{sum}"\n' if sum else "")
+                    for name, sum in lock))
+                needed.unlink(missing_ok=True)
+                if content:
+                    needed.write_bytes(content)
+                shutil.rmtree(self.destination, ignore_errors=True)
+                status, errors, tool = self.get("--from", given)
+                self.assertEqual((status, tool and (tool["pinned"], tool["origin"])),
+                                 (0, (True, "crate oxipng")) if good else (1, None), errors)
+
     def test_broken_manifests(self):
         self.program("gifsicle", self.stand_in(ENTRIES["gifsicle"]["answer"]))
         for changes in (dict(sha256=None), dict(sha256="12"), dict(version=None), dict(licence=None),
