@@ -233,7 +233,7 @@ download_crates() {
 
 # download_all DIR: every pinned source as DIR/ENTRY.tar.*, byte for byte.
 download_all() {
-  local directory=$1 entry tarball tarballs=() crates=()
+  local directory=$1 entry tarballs=() crates=()
   mkdir -p "$directory"
   for entry in "${entries[@]}"; do
     if [[ $(pin "$entry" origin) == crate* ]]; then crates+=("$entry"); else tarballs+=("$entry"); fi
@@ -242,8 +242,15 @@ download_all() {
     cargo_is_recent "$(pin "$entry" needs)" || "$scripts/install-packages" cargo || return
   done
   download_crates "$directory" "${crates[@]}" || return
-  download_sources "$work/tar" "${tarballs[@]}" || return
-  for entry in "${tarballs[@]}"; do
+  download_tarballs "$directory" "${tarballs[@]}"
+}
+
+# download_tarballs DIR ENTRY...: their tarballs as DIR/ENTRY.tar.*.
+download_tarballs() {
+  local directory=$1 entry tarball
+  shift
+  download_sources "$work/tar" "$@" || return
+  for entry in "$@"; do
     tarball=$(pinned_tarball "$entry") || return
     cp "$tarball" "$directory/$entry.tar.${tarball##*.}"
   done

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What is said twice about Debian packages says the same: what is built with, and the version.
+"""What is said twice about packages says the same: what is built with, the version, checksums.
 
     packages_test.py REPOSITORY [unittest options]
 """
@@ -38,6 +38,15 @@ class Packages(unittest.TestCase):
                                ("packaging/debian-tools/control", ("tools", "cargo"))):
             wanted = set().union(*(groups()[name] for name in names)) - implied
             self.assertEqual(build_depends(control), wanted | {frozenset({"debhelper-compat"})}, control)
+
+    def test_flatpak_sources(self):
+        """Each source has the checksum of its pin, and none is missing."""
+        pins = {}
+        for name in ("packaging/tools.txt", "packaging/flatpak/libraries.txt"):
+            text = (REPOSITORY / name).read_text()
+            pins.update(re.findall(r"(?m)^\[(.*)\]\n(?:(?!\[|sha256).*\n)*sha256: (.*)$", text))
+        manifest = (REPOSITORY / "packaging/flatpak/com.vantor.tidewell.Desktop.yml").read_text()
+        self.assertEqual(dict(re.findall(r"path: sources/([a-z0-9-]+)\.tar\..*\n +sha256: (.*)", manifest)), pins)
 
     def test_version(self):
         version = re.search(r"project\(Tidewell VERSION ([0-9.]+)", (REPOSITORY / "CMakeLists.txt").read_text()).group(1)
