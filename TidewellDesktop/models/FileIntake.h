@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QObject>
+#include <QThreadPool>
+#include <memory>
+#include <vector>
+
+#include "CompressionKit/platform/Stop.h"
+#include "CompressionKit/platform/URL.h"
+#include "TidewellDesktop/models/FileListModel.h"
+
+namespace tidewell {
+class KnownFiles;
+}
+
+namespace tidewell::desktop {
+
+/// Finds the pictures that files and folders name, and which of them were compressed before: in the
+/// background, one call after the other.
+class FileIntake : public QObject {
+  Q_OBJECT
+
+ public:
+  /// Without `known` nothing counts as compressed before. It may be used on other threads and must stand
+  /// this.
+  explicit FileIntake(std::shared_ptr<KnownFiles> known, QObject* parent = nullptr);
+  /// Waits for the file that is looked at.
+  ~FileIntake() override;
+
+  /// Rows come with `found`: waiting, or with `alreadyCompressed` unless `again`; what cannot be used comes
+  /// as failed, with the reason.
+  void add(std::vector<URL> named, bool again = false);
+  /// Ends what was added so far. Each `finished` still comes.
+  void stop();
+  bool isRunning() const { return running_ > 0; }
+
+ Q_SIGNALS:
+  void found(const std::vector<tidewell::desktop::FileRow>& rows);
+  /// Once for each `add`.
+  void finished();
+
+ private:
+  std::shared_ptr<KnownFiles> known_;
+  std::unique_ptr<StopSource> stop_;
+  int running_ = 0;
+  QThreadPool pool_;
+};
+
+}  // namespace tidewell::desktop

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QObject>
+#include <QString>
+#include <cstddef>
+#include <vector>
+
+#include "CompressionKit/platform/URL.h"
+
+class QDBusError;
+class QDBusServiceWatcher;
+
+namespace tidewell::desktop {
+
+/// How the service is asked to compress.
+struct OpenOptions {
+  bool keepMetadata = true;
+  bool keepTimes = true;
+};
+
+/// The background service on the session bus, which the first request starts. Nothing here blocks: answers
+/// come as signals.
+class ServiceClient : public QObject {
+  Q_OBJECT
+
+ public:
+  enum class State {
+    unknown,       ///< asked, and not answered yet
+    available,     ///< runs, or can be started
+    noBus,         ///< there is no session bus, or it has gone
+    notInstalled,  ///< the bus knows no such service
+  };
+
+  explicit ServiceClient(QDBusConnection connection, QObject* parent = nullptr);
+
+  State state() const { return state_; }
+  /// Asks the bus anew; `stateChanged` tells of another answer. The bus says by itself when services are
+  /// installed.
+  void lookAgain();
+
+  /// One batch of the service for these files, unless their names are too long for one message, as some
+  /// 300,000 may be. `opened` or `requestFailed` follows.
+  void open(const std::vector<URL>& files, const OpenOptions& options = {});
+  /// Ends the running batches; what was done by then stays.
+  void stop();
+  /// Tells other programs that this one changed the undo store.
+  void announceUndoDidChange();
+
+ Q_SIGNALS:
+  void stateChanged();
+  void historyDidChange();
+  /// Another program changed the undo store.
+  void undoDidChange();
+  /// The service has taken the files.
+  void opened();
+  void requestFailed(const QString& words);
+  /// The service's process has ended: rightly, where it had nothing to do.
+  void serviceVanished();
+
+ private Q_SLOTS:
+  void receiveUndoDidChange(const QDBusMessage& message);
+  void receiveDisconnected();
+  void receiveActivatableNames();
+
+ private:
+  void setState(State state);
+  void watchOwner();
+  void ownerIs(const QString& connectionName);
+  void openPart(const std::vector<URL>& files, std::size_t from, const OpenOptions& options);
+  void fail(const QDBusError& error);
+
+  QDBusConnection connection_;
+  State state_ = State::unknown;
+  QDBusServiceWatcher* name_ = nullptr;
+  QDBusServiceWatcher* process_ = nullptr;
+};
+
+}  // namespace tidewell::desktop
