@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "CompressionKit/platform/URL.h"
@@ -68,7 +69,7 @@ class ServiceClient : public QObject {
   void setState(State state);
   void watchOwner();
   void ownerIs(const QString& connectionName);
-  void openPart(const std::vector<URL>& files, std::size_t from, const OpenOptions& options);
+  void openFrom(std::shared_ptr<const std::vector<URL>> files, std::size_t first, const OpenOptions& options);
   void fail(const QDBusError& error);
 
   QDBusConnection connection_;

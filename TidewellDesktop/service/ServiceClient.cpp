@@ -1,0 +1,196 @@
+#include "TidewellDesktop/service/ServiceClient.h"
+
+#include <QByteArray>
+#include <QDBusError>
+#include <QDBusPendingCallWatcher>
+#include <QDBusReply>
+#include <QDBusServiceWatcher>
+#include <QStringList>
+#include <QVariantMap>
+#include <utility>
+
+#include "TidewellDesktop/support/Words.h"
+
+namespace tidewell::desktop {
+namespace {
+
+const QString serviceName = QStringLiteral("com.vantor.tidewell.Background");
+const QString servicePath = QStringLiteral("/com/vantor/tidewell/Background");
+const QString applicationInterface = QStringLiteral("org.freedesktop.Application");
+const QString signalPath = QStringLiteral("/com/vantor/tidewell");
+const QString signalInterface = QStringLiteral("com.vantor.tidewell");
+const QString busName = QStringLiteral("org.freedesktop.DBus");
+const QString busPath = QStringLiteral("/org/freedesktop/DBus");
+
+/// The bus gives a service two minutes to start.
+constexpr int requestMilliseconds = 150'000;
+constexpr int questionMilliseconds = 10'000;
+/// Arrays of a message end at 64 MiB.
+constexpr qsizetype maximumRequestBytes = qsizetype{32} << 20;
+
+/// Paths are bytes, and a message holds UTF-8.
+QString fileURLText(const URL& file) {
+  const QByteArray path = QByteArray::fromStdString(file.path());
+  return QStringLiteral("file://") + QString::fromLatin1(path.toPercentEncoding("/"));
+}
+
+QDBusMessage callToBus(const QString& method) {
+  return QDBusMessage::createMethodCall(busName, busPath, busName, method);
+}
+
+bool meansNotInstalled(const QDBusError& error) {
+  return error.type() == QDBusError::ServiceUnknown ||
+         error.name() == QStringLiteral("org.freedesktop.DBus.Error.Spawn.ServiceNotFound");
+}
+
+bool meansNoBus(const QDBusError& error) {
+  return error.type() == QDBusError::Disconnected || error.type() == QDBusError::NoServer;
+}
+
+QString described(const QDBusError& error) {
+  if (meansNoBus(error)) return words(_("The session bus has gone."));
+  if (meansNotInstalled(error)) return words(_("The background service is not installed."));
+  if (error.type() == QDBusError::NoReply || error.type() == QDBusError::Timeout ||
+      error.type() == QDBusError::TimedOut) {
+    return words(_("The background service does not answer."));
+  }
+  return words(_("The background service could not be started: {1}"), {error.message()});
+}
+
+/// Calls `done` with the reply, unless `receiver` has gone by then.
+template <typename Done>
+void whenAnswered(const QDBusPendingCall& call, QObject* receiver, Done done) {
+  auto* watcher = new QDBusPendingCallWatcher(call, receiver);
+  QObject::connect(watcher, &QDBusPendingCallWatcher::finished, receiver,
+                   [done = std::move(done)](QDBusPendingCallWatcher* finished) {
+                     finished->deleteLater();
+                     done(finished->reply());
+                   });
+}
+
+}  // namespace
+
+ServiceClient::ServiceClient(QDBusConnection connection, QObject* parent)
+    : QObject(parent), connection_(std::move(connection)) {
+  if (!connection_.isConnected()) {
+    state_ = State::noBus;
+    return;
+  }
+  connection_.connect({}, signalPath, signalInterface, QStringLiteral("historyDidChange"), this,
+                      SIGNAL(historyDidChange()));
+  connection_.connect({}, signalPath, signalInterface, QStringLiteral("undoDidChange"), this,
+                      SLOT(receiveUndoDidChange(QDBusMessage)));
+  connection_.connect(busName, busPath, busName, QStringLiteral("ActivatableServicesChanged"), this,
+                      SLOT(receiveActivatableNames()));
+  connection_.connect({}, QStringLiteral("/org/freedesktop/DBus/Local"),
+                      QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
+                      SLOT(receiveDisconnected()));
+  watchOwner();
+  lookAgain();
+}
+
+/// The name may go before the process does, which finishes a last batch then. So the end of the connection
+/// counts.
+void ServiceClient::watchOwner() {
+  name_ = new QDBusServiceWatcher(serviceName, connection_, QDBusServiceWatcher::WatchForOwnerChange, this);
+  connect(name_, &QDBusServiceWatcher::serviceOwnerChanged, this,
+          [this](const QString&, const QString&, const QString& owner) {
+            owner.isEmpty() ? lookAgain() : ownerIs(owner);
+          });
+  process_ = new QDBusServiceWatcher(this);
+  process_->setConnection(connection_);
+  process_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
+  connect(process_, &QDBusServiceWatcher::serviceUnregistered, this, [this](const QString& gone) {
+    process_->removeWatchedService(gone);
+    Q_EMIT serviceVanished();
+  });
+}
+
+void ServiceClient::ownerIs(const QString& connectionName) {
+  if (!process_->watchedServices().contains(connectionName)) process_->addWatchedService(connectionName);
+  setState(State::available);
+}
+
+void ServiceClient::lookAgain() {
+  if (!connection_.isConnected()) return setState(State::noBus);
+  QDBusMessage question = callToBus(QStringLiteral("GetNameOwner"));
+  question << serviceName;
+  whenAnswered(connection_.asyncCall(question, questionMilliseconds), this,
+               [this](const QDBusMessage& reply) {
+                 const QDBusReply<QString> owner(reply);
+                 owner.isValid() ? ownerIs(owner.value()) : receiveActivatableNames();
+               });
+}
+
+void ServiceClient::receiveActivatableNames() {
+  whenAnswered(connection_.asyncCall(callToBus(QStringLiteral("ListActivatableNames")), questionMilliseconds),
+               this, [this](const QDBusMessage& reply) {
+                 const QDBusReply<QStringList> names(reply);
+                 if (!names.isValid() && meansNoBus(names.error())) return setState(State::noBus);
+                 const bool known = names.isValid() && names.value().contains(serviceName);
+                 if (known) return setState(State::available);
+                 // One that was started by hand can be used while it runs.
+                 if (process_->watchedServices().isEmpty()) setState(State::notInstalled);
+               });
+}
+
+void ServiceClient::open(const std::vector<URL>& files, const OpenOptions& options) {
+  openFrom(std::make_shared<const std::vector<URL>>(files), 0, options);
+}
+
+void ServiceClient::openFrom(std::shared_ptr<const std::vector<URL>> files, std::size_t first,
+                             const OpenOptions& options) {
+  QStringList texts;
+  std::size_t next = first;
+  for (qsizetype bytes = 0; next < files->size() && bytes < maximumRequestBytes; ++next) {
+    texts.append(fileURLText((*files)[next]));
+    bytes += texts.back().size() + 8;
+  }
+  QDBusMessage request =
+      QDBusMessage::createMethodCall(serviceName, servicePath, applicationInterface, QStringLiteral("Open"));
+  request << texts
+          << QVariantMap{{QStringLiteral("keep-metadata"), options.keepMetadata},
+                         {QStringLiteral("keep-times"), options.keepTimes}};
+  whenAnswered(connection_.asyncCall(request, requestMilliseconds), this,
+               [this, files = std::move(files), next, options](const QDBusMessage& reply) {
+                 if (reply.type() == QDBusMessage::ErrorMessage) return fail(QDBusError(reply));
+                 if (next < files->size()) return openFrom(files, next, options);
+                 Q_EMIT opened();
+               });
+}
+
+void ServiceClient::stop() {
+  QDBusMessage request = QDBusMessage::createMethodCall(serviceName, servicePath, applicationInterface,
+                                                        QStringLiteral("ActivateAction"));
+  request.setAutoStartService(false);  // one that does not run has nothing to stop
+  request << QStringLiteral("stop") << QVariantList() << QVariantMap();
+  whenAnswered(connection_.asyncCall(request, questionMilliseconds), this, [this](const QDBusMessage& reply) {
+    if (reply.type() != QDBusMessage::ErrorMessage) return;
+    const QDBusError error(reply);
+    if (!meansNotInstalled(error)) fail(error);
+  });
+}
+
+void ServiceClient::announceUndoDidChange() {
+  connection_.send(QDBusMessage::createSignal(signalPath, signalInterface, QStringLiteral("undoDidChange")));
+}
+
+void ServiceClient::fail(const QDBusError& error) {
+  if (meansNoBus(error)) setState(State::noBus);
+  if (meansNotInstalled(error)) lookAgain();
+  Q_EMIT requestFailed(described(error));
+}
+
+void ServiceClient::receiveUndoDidChange(const QDBusMessage& message) {
+  if (message.service() != connection_.baseService()) Q_EMIT undoDidChange();
+}
+
+void ServiceClient::receiveDisconnected() {
+  setState(State::noBus);
+}
+
+void ServiceClient::setState(State state) {
+  if (std::exchange(state_, state) != state) Q_EMIT stateChanged();
+}
+
+}  // namespace tidewell::desktop
