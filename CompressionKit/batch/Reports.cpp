@@ -17,15 +17,6 @@ namespace {
 /// Far above what a trace writes.
 constexpr std::size_t maximumReportBytes = std::size_t{4} << 20;
 
-/// The start of a report, which its name begins with as milliseconds since 1970; nothing for another name.
-std::optional<Date> startOf(std::string_view name) {
-  if (!name.ends_with(".json")) return std::nullopt;
-  double milliseconds = 0;
-  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), milliseconds);
-  if (error != std::errc() || end == name.data() + name.size() || *end != '-') return std::nullopt;
-  return Date::since1970(milliseconds / 1000);
-}
-
 template <typename Value>
 std::optional<Value> optionalValue(const nlohmann::json& object, const char* key) {
   const auto found = object.find(key);
@@ -49,12 +40,28 @@ std::optional<Report> Report::parse(std::string_view text) {
   }
 }
 
+/// It begins with milliseconds since 1970.
+std::optional<Date> Report::startOf(std::string_view name) {
+  if (!name.ends_with(".json")) return std::nullopt;
+  double milliseconds = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), milliseconds);
+  if (error != std::errc() || end == name.data() + name.size() || *end != '-') return std::nullopt;
+  return Date::since1970(milliseconds / 1000);
+}
+
+std::optional<Report> Report::read(const URL& file) {
+  const auto start = startOf(file.lastPathComponent());
+  auto report = start ? parse(files::read(file, maximumReportBytes)) : std::nullopt;
+  if (report) report->startedAt = *start;
+  return report;
+}
+
 std::optional<Report> newestReport(const URL& directory, const std::string& source, Date before) {
   constexpr double rounding = 0.0005;  // of the names
   std::vector<std::pair<Date, std::string>> names;
   try {
     for (auto& name : files::namesInDirectory(directory)) {
-      const auto start = startOf(name);
+      const auto start = Report::startOf(name);
       if (start && *start <= before.adding(rounding)) names.emplace_back(*start, std::move(name));
     }
   } catch (const FileError& error) {
@@ -64,10 +71,8 @@ std::optional<Report> newestReport(const URL& directory, const std::string& sour
   const std::string repaired = repairedUTF8(source);
   for (const auto& [start, name] : names) {
     try {
-      auto report = Report::parse(files::read(directory.appending(name), maximumReportBytes));
-      if (!report || report->source != repaired) continue;
-      report->startedAt = start;
-      return report;
+      auto report = Report::read(directory.appending(name));
+      if (report && report->source == repaired) return report;
     } catch (const FileError&) {
     }
   }

@@ -22,6 +22,11 @@ struct Report {
 
   /// Nothing for text that is no report.
   static std::optional<Report> parse(std::string_view json);
+  /// Whether a file of the diagnostics directory is one by its name, which tells when it was started.
+  static std::optional<Date> startOf(std::string_view name);
+  /// The report in a file, with the start that its name tells; nothing for a file that is none. Throws
+  /// `FileError`.
+  static std::optional<Report> read(const URL& file);
 };
 
 /// The newest report on the file `source` among those in `directory` that was started no later than `before`.

@@ -49,7 +49,7 @@ void unlock(Descriptor& descriptor) {
 ExecutionPermit::ExecutionPermit(const URL& directory, const std::string& key, int capacity,
                                  const StopToken& stop) {
   files::createDirectories(directory);
-  fileDescriptor_ = openLock(directory.appending("file-" + hash(std::string_view(key)) + ".lock"));
+  fileDescriptor_ = openLock(directory.appending(fileLockName(key)));
   lockFile(fileDescriptor_.get(), stop);
 
   std::vector<Descriptor> slots;
@@ -65,6 +65,10 @@ ExecutionPermit::ExecutionPermit(const URL& directory, const std::string& key, i
     pollfd request{.fd = stop.descriptor(), .events = POLLIN, .revents = 0};
     poll(&request, 1, slotPollingMilliseconds);
   }
+}
+
+std::string ExecutionPermit::fileLockName(const std::string& key) {
+  return "file-" + hash(std::string_view(key)) + ".lock";
 }
 
 Descriptor ExecutionPermit::openLock(const URL& url) {

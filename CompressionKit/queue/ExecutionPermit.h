@@ -23,6 +23,9 @@ class ExecutionPermit {
   /// Frees the slot, then the file. Calling it again does nothing.
   void release();
 
+  /// The file's lock file in the directory: whoever sees it opened knows that a job has begun.
+  static std::string fileLockName(const std::string& key);
+
  private:
   static Descriptor openLock(const URL& url);
   Descriptor fileDescriptor_;

@@ -81,56 +81,59 @@ ServiceClient::ServiceClient(QDBusConnection connection, QObject* parent)
   connection_.connect({}, signalPath, signalInterface, QStringLiteral("undoDidChange"), this,
                       SLOT(receiveUndoDidChange(QDBusMessage)));
   connection_.connect(busName, busPath, busName, QStringLiteral("ActivatableServicesChanged"), this,
-                      SLOT(receiveActivatableNames()));
+                      SLOT(receiveServicesChanged()));
   connection_.connect({}, QStringLiteral("/org/freedesktop/DBus/Local"),
                       QStringLiteral("org.freedesktop.DBus.Local"), QStringLiteral("Disconnected"), this,
                       SLOT(receiveDisconnected()));
-  watchOwner();
+  watchName();
   lookAgain();
 }
 
-/// The name may go before the process does, which finishes a last batch then. So the end of the connection
-/// counts.
-void ServiceClient::watchOwner() {
-  name_ = new QDBusServiceWatcher(serviceName, connection_, QDBusServiceWatcher::WatchForOwnerChange, this);
-  connect(name_, &QDBusServiceWatcher::serviceOwnerChanged, this,
-          [this](const QString&, const QString&, const QString& owner) {
-            owner.isEmpty() ? lookAgain() : ownerIs(owner);
-          });
-  process_ = new QDBusServiceWatcher(this);
-  process_->setConnection(connection_);
-  process_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
-  connect(process_, &QDBusServiceWatcher::serviceUnregistered, this, [this](const QString& gone) {
-    process_->removeWatchedService(gone);
-    Q_EMIT serviceVanished();
-  });
+void ServiceClient::watchName() {
+  auto* name =
+      new QDBusServiceWatcher(serviceName, connection_, QDBusServiceWatcher::WatchForOwnerChange, this);
+  connect(name, &QDBusServiceWatcher::serviceOwnerChanged, this, &ServiceClient::lookAgain);
+  processes_ = new QDBusServiceWatcher(this);
+  processes_->setConnection(connection_);
+  processes_->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
+  connect(processes_, &QDBusServiceWatcher::serviceUnregistered, this, &ServiceClient::receiveVanished);
 }
 
-void ServiceClient::ownerIs(const QString& connectionName) {
-  if (!process_->watchedServices().contains(connectionName)) process_->addWatchedService(connectionName);
-  setState(State::available);
+/// The service gives its name up before it finishes a last batch. So the end of its connection counts.
+void ServiceClient::watchProcess(const QString& process) {
+  if (processes_->watchedServices().contains(process)) return;
+  processes_->addWatchedService(process);
+  QDBusMessage question = callToBus(QStringLiteral("NameHasOwner"));  // it may have ended meanwhile
+  question << process;
+  whenAnswered(connection_.asyncCall(question, questionMilliseconds), this,
+               [this, process](const QDBusMessage& reply) {
+                 const QDBusReply<bool> there(reply);
+                 if (there.isValid() && !there.value()) receiveVanished(process);
+               });
+}
+
+void ServiceClient::receiveVanished(const QString& process) {
+  if (processes_->removeWatchedService(process)) Q_EMIT serviceVanished(process);
 }
 
 void ServiceClient::lookAgain() {
   if (!connection_.isConnected()) return setState(State::noBus);
-  QDBusMessage question = callToBus(QStringLiteral("GetNameOwner"));
+  QDBusMessage question = callToBus(QStringLiteral("NameHasOwner"));
   question << serviceName;
   whenAnswered(connection_.asyncCall(question, questionMilliseconds), this,
                [this](const QDBusMessage& reply) {
-                 const QDBusReply<QString> owner(reply);
-                 owner.isValid() ? ownerIs(owner.value()) : receiveActivatableNames();
+                 const QDBusReply<bool> runs(reply);
+                 if (!runs.isValid()) return setState(State::noBus);
+                 runs.value() ? setState(State::available) : askForActivatable();
                });
 }
 
-void ServiceClient::receiveActivatableNames() {
+void ServiceClient::askForActivatable() {
   whenAnswered(connection_.asyncCall(callToBus(QStringLiteral("ListActivatableNames")), questionMilliseconds),
                this, [this](const QDBusMessage& reply) {
                  const QDBusReply<QStringList> names(reply);
-                 if (!names.isValid() && meansNoBus(names.error())) return setState(State::noBus);
-                 const bool known = names.isValid() && names.value().contains(serviceName);
-                 if (known) return setState(State::available);
-                 // One that was started by hand can be used while it runs.
-                 if (process_->watchedServices().isEmpty()) setState(State::notInstalled);
+                 if (!names.isValid()) return setState(State::noBus);
+                 setState(names.value().contains(serviceName) ? State::available : State::notInstalled);
                });
 }
 
@@ -154,8 +157,9 @@ void ServiceClient::openFrom(std::shared_ptr<const std::vector<URL>> files, std:
   whenAnswered(connection_.asyncCall(request, requestMilliseconds), this,
                [this, files = std::move(files), next, options](const QDBusMessage& reply) {
                  if (reply.type() == QDBusMessage::ErrorMessage) return fail(QDBusError(reply));
+                 watchProcess(reply.service());
                  if (next < files->size()) return openFrom(files, next, options);
-                 Q_EMIT opened();
+                 Q_EMIT opened(reply.service());
                });
 }
 
@@ -183,6 +187,10 @@ void ServiceClient::fail(const QDBusError& error) {
 
 void ServiceClient::receiveUndoDidChange(const QDBusMessage& message) {
   if (message.service() != connection_.baseService()) Q_EMIT undoDidChange();
+}
+
+void ServiceClient::receiveServicesChanged() {
+  lookAgain();
 }
 
 void ServiceClient::receiveDisconnected() {

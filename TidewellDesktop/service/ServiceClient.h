@@ -54,28 +54,29 @@ class ServiceClient : public QObject {
   void historyDidChange();
   /// Another program changed the undo store.
   void undoDidChange();
-  /// The service has taken the files.
-  void opened();
+  /// The process that has this name on the bus has taken the files.
+  void opened(const QString& process);
   void requestFailed(const QString& words);
-  /// The service's process has ended: rightly, where it had nothing to do.
-  void serviceVanished();
+  /// A process that had taken files has ended: rightly, where they are done.
+  void serviceVanished(const QString& process);
 
  private Q_SLOTS:
   void receiveUndoDidChange(const QDBusMessage& message);
   void receiveDisconnected();
-  void receiveActivatableNames();
+  void receiveServicesChanged();
 
  private:
   void setState(State state);
-  void watchOwner();
-  void ownerIs(const QString& connectionName);
+  void watchName();
+  void watchProcess(const QString& process);
+  void askForActivatable();
+  void receiveVanished(const QString& process);
   void openFrom(std::shared_ptr<const std::vector<URL>> files, std::size_t first, const OpenOptions& options);
   void fail(const QDBusError& error);
 
   QDBusConnection connection_;
   State state_ = State::unknown;
-  QDBusServiceWatcher* name_ = nullptr;
-  QDBusServiceWatcher* process_ = nullptr;
+  QDBusServiceWatcher* processes_ = nullptr;  ///< that have taken files
 };
 
 }  // namespace tidewell::desktop
