@@ -84,8 +84,7 @@ class FileListModel : public QAbstractTableModel {
   void tellChanged(std::vector<int> changed);
 
   std::vector<FileRow> rows_;
-  /// Their keys lie in the rows.
-  std::unordered_map<std::string, int> index_;
+  std::unordered_map<std::string, int> index_;  ///< by path
   Totals totals_;
 };
 

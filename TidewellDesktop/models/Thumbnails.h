@@ -34,7 +34,7 @@ class Thumbnails : public QObject {
 
  private:
   void makeNext();
-  void keep(const std::string& path, QImage image);
+  void keep(const std::string& path, const QImage& image);
 
   const int pixels_;
   mutable QCache<QByteArray, QImage> kept_;
