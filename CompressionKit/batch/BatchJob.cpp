@@ -3,11 +3,9 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "CompressionKit/CompressionError.h"
-#include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/engine/HEICConversion.h"
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Digest.h"
@@ -21,15 +19,6 @@ namespace {
 
 using Outcome = FileReport::Outcome;
 using Reason = FileReport::Reason;
-
-/// All besides the file itself that decides whether something smaller is found.
-std::string conditions(const CompressionEngine& engine, const CompressionOptions& options,
-                       const std::string& tools) {
-  if (tools.empty()) return {};
-  const auto& floors = engine.thresholds();
-  return tools + "; floors " + nlohmann::json{floors.quality, floors.pngQuality, floors.gifQuality}.dump() +
-         (options.keepMetadata ? "; metadata kept" : "");
-}
 
 Reason reason(PassedOver why) {
   switch (why) {
@@ -91,7 +80,11 @@ BatchJob::BatchJob(const CompressionEngine& engine, OutputMemory* memory, const 
   if (!memory_) return;
   compression_.outputs = this;
   tools_ = toolVersions(engine.tools().directory());
-  conditions_ = conditions(engine, options.compression, tools_);
+  known_.emplace(
+      *memory_,
+      KnownFiles::Conditions{
+          .tools = tools_, .floors = engine.thresholds(), .keepMetadata = options.compression.keepMetadata},
+      engine.tools().stopToken());
 }
 
 FileReport BatchJob::perform(const Found& file) {
@@ -190,41 +183,9 @@ CompressionEngine BatchJob::engineBeside(const URL& directory) const {
           engine_.heicProgram()};
 }
 
-std::optional<BatchJob::Known> BatchJob::known(const URL& url) const {
-  if (!memory_ || options_.again) return std::nullopt;
-  try {
-    // What is no image, a film perhaps, is not worth reading whole.
-    const auto kind = ImageKind::from(url);
-    if (!kind || !files::resourceValues(url).isRegularFile ||
-        !kind->accepts(ImageSource::open(url, engine_.tools().stopToken())->container())) {
-      return std::nullopt;
-    }
-    std::string hashed = hash(url);
-    if (const auto output = memory_->output(hashed)) return Known{std::move(hashed), output->score};
-    if (!conditions_.empty() && memory_->knowsNothingSmaller(hashed, conditions_)) {
-      return Known{std::move(hashed), std::nullopt};
-    }
-    if (kind != ImageKind::heic || options_.output) return std::nullopt;
-    const auto conversion = memory_->madeFrom(hashed);
-    if (conversion && hasConversionBeside(url, *conversion))
-      return Known{std::move(hashed), conversion->score};
-  } catch (const FileError&) {  // the engine says what is wrong with it
-  } catch (const ImageDecodeError&) {
-  }
-  return std::nullopt;
-}
-
-/// The file that was made of this one stands where the engine puts it: a second one would be the same.
-bool BatchJob::hasConversionBeside(const URL& url, const OutputMemory::Output& conversion) const {
-  for (int attempt = 0; attempt < maximumConversionNames; ++attempt) {
-    const URL candidate = conversionURL(url, attempt);
-    if (!files::exists(candidate)) {
-      if (attempt > 0) return false;
-    } else if (fileSize(candidate) == conversion.bytes && hash(candidate) == conversion.hash) {
-      return true;
-    }
-  }
-  return false;
+std::optional<KnownFiles::Known> BatchJob::known(const URL& url) const {
+  if (!known_ || options_.again) return std::nullopt;
+  return known_->find(url, !options_.output);
 }
 
 void BatchJob::willPublish(const CompressionResult& result) noexcept {
@@ -238,8 +199,8 @@ void BatchJob::willPublish(const CompressionResult& result) noexcept {
 }
 
 void BatchJob::rememberSkipped(const CompressionResult& result) const {
-  if (!memory_ || conditions_.empty() || result.passedOver != PassedOver::notSmaller) return;
-  memory_->rememberNothingSmaller(result.originalHash.value(), result.originalBytes, conditions_);
+  if (!known_ || result.passedOver != PassedOver::notSmaller) return;
+  known_->rememberNothingSmaller(result.originalHash.value(), result.originalBytes);
 }
 
 }  // namespace tidewell

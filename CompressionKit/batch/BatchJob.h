@@ -4,6 +4,7 @@
 #include <string>
 
 #include "CompressionKit/batch/Batch.h"
+#include "CompressionKit/batch/KnownFiles.h"
 #include "CompressionKit/undo/FolderSweep.h"
 #include "CompressionKit/undo/WorkingDirectory.h"
 
@@ -24,19 +25,12 @@ class BatchJob final : OutputListener {
  private:
   void willPublish(const CompressionResult& result) noexcept override;
 
-  /// A file that was compressed before.
-  struct Known {
-    std::string hash;
-    std::optional<double> score;
-  };
-
   void compressInPlace(const Found& file, FileReport& report);
   void rehearse(const Found& file, FileReport& report);
   void writeCopy(const Found& file, FileReport& report);
   URL makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report);
   CompressionEngine engineBeside(const URL& directory) const;
-  std::optional<Known> known(const URL& url) const;
-  bool hasConversionBeside(const URL& url, const OutputMemory::Output& conversion) const;
+  std::optional<KnownFiles::Known> known(const URL& url) const;
   void rememberSkipped(const CompressionResult& result) const;
 
   const CompressionEngine& engine_;
@@ -44,7 +38,7 @@ class BatchJob final : OutputListener {
   const BatchOptions& options_;
   CompressionOptions compression_;  ///< which tells us of outputs, to be remembered
   std::string tools_;
-  std::string conditions_;  ///< under which a file cannot be made smaller; empty when they are not known
+  std::optional<KnownFiles> known_;  ///< with a memory
   FolderSweeps sweeps_;
 };
 

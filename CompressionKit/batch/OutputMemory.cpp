@@ -207,6 +207,15 @@ void OutputMemory::setAside() noexcept {
   }
 }
 
+std::unordered_set<std::int64_t> OutputMemory::sizes() noexcept {
+  return attempt([&](Database& database) {
+    std::unordered_set<std::int64_t> result;
+    Run query = database.run("SELECT bytes FROM outputs");
+    while (query.step()) result.insert(query.integer(0));
+    return result;
+  });
+}
+
 std::optional<OutputMemory::Output> OutputMemory::output(const std::string& hash) noexcept {
   return attempt([&](Database& database) {
     return readOutput(

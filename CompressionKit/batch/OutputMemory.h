@@ -5,6 +5,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <utility>
 
 #include "CompressionKit/platform/Date.h"
@@ -44,6 +45,9 @@ class OutputMemory {
   ~OutputMemory();
 
   // Any thread may call these. Each blocks for the disk, and for another process for some seconds at most.
+
+  /// The sizes of all that is known: a file of another size need not be hashed.
+  std::unordered_set<std::int64_t> sizes() noexcept;
 
   /// The output that has this hash.
   std::optional<Output> output(const std::string& hash) noexcept;

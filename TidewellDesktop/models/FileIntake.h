@@ -3,15 +3,15 @@
 #include <QObject>
 #include <QThreadPool>
 #include <memory>
+#include <optional>
+#include <utility>
 #include <vector>
 
+#include "CompressionKit/batch/OutputMemory.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 #include "TidewellDesktop/models/FileListModel.h"
-
-namespace tidewell {
-class KnownFiles;
-}
 
 namespace tidewell::desktop {
 
@@ -40,7 +40,10 @@ class FileIntake : public QObject {
   void finished();
 
  private:
-  std::shared_ptr<KnownFiles> known_;
+  void walk(const std::vector<URL>& named, const Options& options, const StopToken& stop);
+
+  OutputMemory memory_;
+  const URL tools_;
   std::unique_ptr<StopSource> stop_;
   int running_ = 0;
   QThreadPool pool_;
