@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <iterator>
 #include <new>
+#include <optional>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -165,7 +166,39 @@ std::string described(const CompressionError& error) {
   return error.what();
 }
 
+/// "无法" with an action, the file's name and the reason.
+std::optional<std::string> describedFileText(std::string_view text) {
+  constexpr std::string_view cannot = "无法", opening = "“", closing = "”：";
+  if (!text.starts_with(cannot)) return std::nullopt;
+  text.remove_prefix(cannot.size());
+  const auto nameAt = text.find(opening), nameEnd = text.rfind(closing);
+  if (nameAt == std::string_view::npos || nameEnd == std::string_view::npos || nameEnd < nameAt)
+    return std::nullopt;
+  const auto* const action = std::ranges::find(actions, text.substr(0, nameAt), &Words::service);
+  if (action == std::end(actions)) return std::nullopt;
+  const auto name = text.substr(nameAt + opening.size(), nameEnd - nameAt - opening.size());
+  const auto reason = text.substr(nameEnd + closing.size());
+  for (const auto& [code, words] : reasons) {
+    if (describeErrno(code) == reason) return filled(_(action->text), {printable(name), _(words)});
+  }
+  return filled(_(action->text), {printable(name), printable(reason)});
+}
+
 }  // namespace
+
+std::string describedServiceText(std::string_view text) {
+  for (const auto& error :
+       {CompressionError::invalidImage(), CompressionError::formatMismatch(),
+        CompressionError::changedDuringCompression(), CompressionError::validationFailed()}) {
+    if (text == error.what()) return described(error);
+  }
+  if (text == Interrupted().what()) return describedError(std::make_exception_ptr(Interrupted()));
+  const std::string missing = CompressionError::toolMissing("").what();
+  if (text.starts_with(missing)) return described(CompressionError::toolMissing(text.substr(missing.size())));
+  const auto* const problem = std::ranges::find(problems, text, &Words::service);
+  if (problem != std::end(problems)) return _(problem->text);
+  return describedFileText(text).value_or(printable(text));
+}
 
 std::string describedErrno(int code) {
   for (const auto& [value, text] : reasons) {

@@ -2,11 +2,16 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 
 namespace tidewell {
 
 /// What any failure of the kit means, in the user's language.
 std::string describedError(const std::exception_ptr& error);
+
+/// The same for a failure of which only the service's own words are left, in a result or a report; those
+/// words where it is not known what they mean.
+std::string describedServiceText(std::string_view text);
 
 /// The reason behind an errno value in the user's language.
 std::string describedErrno(int code);

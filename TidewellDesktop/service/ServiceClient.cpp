@@ -156,7 +156,10 @@ void ServiceClient::openFrom(std::shared_ptr<const std::vector<URL>> files, std:
                          {QStringLiteral("keep-times"), options.keepTimes}};
   whenAnswered(connection_.asyncCall(request, requestMilliseconds), this,
                [this, files = std::move(files), next, options](const QDBusMessage& reply) {
-                 if (reply.type() == QDBusMessage::ErrorMessage) return fail(QDBusError(reply));
+                 if (reply.type() == QDBusMessage::ErrorMessage) {
+                   Q_EMIT openFailed(described(QDBusError(reply)));
+                   return fail(QDBusError(reply));
+                 }
                  watchProcess(reply.service());
                  if (next < files->size()) return openFrom(files, next, options);
                  Q_EMIT opened(reply.service());

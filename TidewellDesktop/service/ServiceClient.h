@@ -42,7 +42,7 @@ class ServiceClient : public QObject {
   void lookAgain();
 
   /// One batch of the service for these files, unless their names are too long for one message, as some
-  /// 300,000 may be. `opened` or `requestFailed` follows.
+  /// 300,000 may be. `opened` or `openFailed` follows.
   void open(const std::vector<URL>& files, const OpenOptions& options = {});
   /// Ends the running batches; what was done by then stays.
   void stop();
@@ -56,6 +56,9 @@ class ServiceClient : public QObject {
   void undoDidChange();
   /// The process that has this name on the bus has taken the files.
   void opened(const QString& process);
+  /// The service did not take the files.
+  void openFailed(const QString& words);
+  /// The same, and also where it could not be told to stop.
   void requestFailed(const QString& words);
   /// A process that had taken files has ended: rightly, where they are done.
   void serviceVanished(const QString& process);
