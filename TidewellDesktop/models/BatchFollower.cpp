@@ -70,10 +70,8 @@ void BatchFollower::start(std::vector<FileRow> files, Date startedAt) {
   ++started_;
   const std::size_t first = followed_.size();
   for (FileRow& row : files) {
-    row.state = RowState::waiting;
-    row.after.reset();
-    row.why.clear();
     byPath_[repairedUTF8(row.url.path())].push_back(followed_.size());
+    row = {.url = std::move(row.url), .before = row.before};
     followed_.push_back(
         {.row = std::move(row), .startedAt = startedAt, .startTicks = Clock::now(), .number = started_});
   }
@@ -289,6 +287,7 @@ void BatchFollower::takeReport(const Report& report) {
   // Why it failed the result will tell.
   if (row.state != RowState::failed) return settle(*file);
   row.after.reset();
+  row.record.reset();
   row.why = whyFailed(report);
 }
 
@@ -341,10 +340,11 @@ void BatchFollower::change(const Followed& file) {
 }
 
 void BatchFollower::tell() {
-  if (changed_.empty()) return;
-  std::vector<FileRow> rows;
-  for (const std::size_t index : std::exchange(changed_, {})) rows.push_back(followed_[index].row);
-  Q_EMIT updated(rows);
+  if (!changed_.empty()) {
+    std::vector<FileRow> rows;
+    for (const std::size_t index : std::exchange(changed_, {})) rows.push_back(followed_[index].row);
+    Q_EMIT updated(rows);
+  }
   if (isFollowing() || !watch_) return;
   watch_.reset();
   Q_EMIT ended();
