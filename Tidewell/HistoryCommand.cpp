@@ -10,6 +10,7 @@
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/wording/Amounts.h"
 #include "CompressionKit/wording/Texts.h"
+#include "CompressionKit/wording/Undo.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Records.h"
@@ -35,24 +36,8 @@ std::string jsonLine(const History::Entry& entry, History::State state) {
 
 /// What can still be done with the record.
 std::string prospect(const History& history, const History::Entry& entry) {
-  const auto state = history.state(entry);
-  const std::string until = momentText(entry.restorableUntil());
-  const auto hasBackup = [&] { return files::exists(history.store().backupURL(entry.record)); };
-  const bool isInTime = Date::now() < entry.restorableUntil();
-  switch (state) {
-    case History::State::restorable:
-      return filled(_("restorable until {1}"), {until});
-    case History::State::missing:
-      return isInTime && hasBackup() ? filled(_("file is missing, restorable until {1}"), {until})
-                                     : _("file is missing");
-    case History::State::edited:
-      return hasBackup() ? _("edited since, backup can be copied out") : _("edited since");
-    case History::State::interrupted:
-      return _("interrupted");
-    case History::State::expired:
-      break;
-  }
-  return hasBackup() ? _("expired, backup can be copied out") : _("expired");
+  const bool hasBackup = files::exists(history.store().backupURL(entry.record));
+  return prospectText(history.state(entry), entry.restorableUntil(), hasBackup);
 }
 
 std::string rememberedScore(OutputMemory& memory, const UndoRecord& record) {

@@ -10,8 +10,8 @@
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/wording/Amounts.h"
-#include "CompressionKit/wording/Errors.h"
 #include "CompressionKit/wording/Texts.h"
+#include "CompressionKit/wording/Undo.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Terminal.h"
 
@@ -103,30 +103,12 @@ ExitStatus statusOf(UndoActions::Outcome outcome) {
 
 void tellOutcome(const UndoRecord& record, const UndoActions& actions, const UndoActions::Result& result,
                  Terminal& terminal) {
-  const std::string name = printable(record.originalPath);
-  const bool hasBackup = files::exists(actions.store().backupURL(record));
-  switch (result.outcome) {
-    case UndoActions::Outcome::done:
-    case UndoActions::Outcome::nothingToDo:
-      return;
-    case UndoActions::Outcome::edited:
-      terminal.complain(filled(_("“{1}” was edited since and stays as it is"), {name}));
-      if (hasBackup) terminal.tell(copyingOut(record));
-      return;
-    case UndoActions::Outcome::expired:
-      terminal.complain(filled(_("It is too late to restore “{1}”"), {name}));
-      if (hasBackup) terminal.tell(copyingOut(record));
-      return;
-    case UndoActions::Outcome::backupMissing:
-      terminal.complain(filled(_("The backup of “{1}” is gone"), {name}));
-      return;
-    case UndoActions::Outcome::backupDamaged:
-      terminal.complain(filled(_("The backup of “{1}” is damaged"), {name}));
-      return;
-    case UndoActions::Outcome::failed:
-      terminal.complain(name + ": " + describedError(result.error));
-      return;
-  }
+  const std::string problem = problemText(record, result);
+  if (problem.empty()) return;
+  terminal.complain(problem);
+  const bool mayBeCopied =
+      result.outcome == UndoActions::Outcome::edited || result.outcome == UndoActions::Outcome::expired;
+  if (mayBeCopied && files::exists(actions.store().backupURL(record))) terminal.tell(copyingOut(record));
 }
 
 void printFacts(const std::vector<Fact>& facts, Terminal& terminal) {

@@ -13,6 +13,7 @@
 #include "CompressionKit/queue/CompressionQueue.h"
 #include "CompressionKit/wording/Amounts.h"
 #include "CompressionKit/wording/Texts.h"
+#include "CompressionKit/wording/Undo.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
 #include "Tidewell/Records.h"
@@ -93,10 +94,7 @@ class Restoration {
 
   std::string told(const UndoRecord& record, const UndoActions::Result& result) const {
     const std::string name = printable(record.originalPath);
-    if (result.outcome == Outcome::nothingToDo) {
-      return result.file ? filled(_("{1}: nothing to restore, the original is there"), {name})
-                         : filled(_("{1}: nothing to restore, its record is gone"), {name});
-    }
+    if (result.outcome == Outcome::nothingToDo) return nothingToRestoreText(record, result);
     const std::string size = sizeText(record.originalBytes);
     if (options_.to)
       return filled(_("{1}: copied to {2} ({3})"), {name, printable(result.file->path()), size});
