@@ -83,7 +83,30 @@ std::string_view History::rawValue(State state) {
   return "restorable";
 }
 
-History::History(UndoStore store) : store_(std::move(store)) {
+/// What an earlier history knows of record files.
+class History::Earlier {
+ public:
+  explicit Earlier(const History* history) {
+    if (!history) return;
+    for (const auto& entry : history->entries_) {
+      if (entry.record.state == UndoRecord::State::committed)
+        known_.emplace(history->store_.recordURL(entry.record).path(), &entry);
+    }
+  }
+
+  /// Null unless the file there is the one that was read.
+  const Entry* find(const URL& file, const files::ResourceValues& values) const {
+    const auto found = known_.find(file.path());
+    if (found == known_.end()) return nullptr;
+    const Entry& entry = *found->second;
+    return entry.writtenAt == values.changedAt && entry.device == values.device ? &entry : nullptr;
+  }
+
+ private:
+  std::unordered_map<std::string, const Entry*> known_;
+};
+
+History::History(UndoStore store, const History* earlier) : store_(std::move(store)) {
   std::vector<std::string> sessions;
   try {
     files::visitDirectory(store_.root(), [&](std::string_view name, bool isDirectory) {
@@ -92,11 +115,12 @@ History::History(UndoStore store) : store_(std::move(store)) {
   } catch (const FileError& error) {
     if (error.code() != ENOENT) throw;
   }
-  for (const auto& session : sessions) readSession(store_.root().appending(session));
+  const Earlier known(earlier);
+  for (const auto& session : sessions) readSession(store_.root().appending(session), known);
   sort();
 }
 
-void History::readSession(const URL& session) {
+void History::readSession(const URL& session, const Earlier& earlier) {
   std::vector<std::string> names;
   try {
     files::visitDirectory(session, [&](std::string_view name, bool) {
@@ -109,7 +133,9 @@ void History::readSession(const URL& session) {
     const URL file = session.appending(name);
     try {
       const auto values = files::resourceValues(file);
-      if (auto record = UndoRecord::read(file)) {
+      if (const Entry* known = earlier.find(file, values)) {
+        entries_.push_back(*known);
+      } else if (auto record = UndoRecord::read(file)) {
         entries_.push_back({*std::move(record), values.changedAt, values.device});
       }
     } catch (const FileError& error) {

@@ -48,8 +48,9 @@ class History {
   };
 
   /// Reads the records; what cannot be read is passed over and counted. Throws `FileError` when the root
-  /// exists and cannot be listed.
-  explicit History(UndoStore store);
+  /// exists and cannot be listed. Of `earlier`, a history of the same store, it takes the committed records
+  /// whose files were not touched since, which never change.
+  explicit History(UndoStore store, const History* earlier = nullptr);
 
   const UndoStore& store() const { return store_; }
   const std::vector<Entry>& entries() const { return entries_; }
@@ -75,7 +76,8 @@ class History {
   std::vector<const Entry*> undoOrder(const Selection& selection, std::optional<Date> now) const;
 
  private:
-  void readSession(const URL& session);
+  class Earlier;
+  void readSession(const URL& session, const Earlier& earlier);
   void sort();
   Selection selectID(std::string_view text) const;
   Selection selectPath(std::string_view text) const;
