@@ -4,8 +4,8 @@
 #include <QElapsedTimer>
 #include <QFileSystemWatcher>
 #include <QMetaType>
+#include <QThreadPool>
 #include <QTimer>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -27,11 +27,10 @@ class HistoryModel : public QAbstractItemModel {
   Q_OBJECT
 
  public:
-  enum Column { Name, When, Before, After, Saved, State, TimeLeft, ColumnCount };
+  enum Column { Name, When, Before, After, Saved, State, TimeLeft, Folder, ColumnCount };
   enum Role {
     RecordRole = Qt::UserRole + 1,  ///< an `UndoRecord`; of a batch, nothing
     StateRole,                      ///< `History::State` as int; nothing while unknown, and for a batch
-    BatchRole,                      ///< QString: the batch's ID
     BackupRole,                     ///< bool: there is a backup; nothing while unknown, and for a batch
     RestorableRole,                 ///< int: how many can be restored; nothing while unknown
   };
@@ -45,21 +44,18 @@ class HistoryModel : public QAbstractItemModel {
   bool isLoaded() const { return history_ != nullptr; }
   /// Why the store could not be read, or that parts of it could not; empty when all is well.
   const QString& problem() const { return problem_; }
-  /// All records of a batch, or the one; newest first. Also those that no view has fetched.
+  /// All records of a batch, or the one; newest first.
   std::vector<UndoRecord> records(const QModelIndex& index) const;
-  /// Where a record is; of a batch with no record, the batch. Invalid when it is gone.
+  /// Where a record is; without one, where the batch is. Invalid when it is gone.
   QModelIndex indexOf(const UUID& batch, const std::optional<UUID>& record = std::nullopt) const;
 
   /// The countdown runs while somebody looks.
   void setVisible(bool isVisible);
-  /// The clock; for tests.
+  /// Takes another clock; for tests.
   void setClock(std::function<Date()> now);
 
   int columnCount(const QModelIndex& parent = {}) const override;
   int rowCount(const QModelIndex& parent = {}) const override;
-  bool hasChildren(const QModelIndex& parent = {}) const override;
-  bool canFetchMore(const QModelIndex& parent) const override;
-  void fetchMore(const QModelIndex& parent) override;
   QModelIndex index(int row, int column, const QModelIndex& parent = {}) const override;
   QModelIndex parent(const QModelIndex& child) const override;
   QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
@@ -71,42 +67,52 @@ class HistoryModel : public QAbstractItemModel {
 
  private:
   struct Loaded;
-  struct Looked;
+  struct Look;
+
+  HistoryBatch* batchAt(const QModelIndex& index) const;
+  HistoryRecord* recordAt(const QModelIndex& index) const;
+  QVariant batchData(HistoryBatch& batch, int column, int role) const;
+  QVariant recordData(HistoryBatch& batch, HistoryRecord& record, int column, int role) const;
+  QVariant recordText(const HistoryRecord& record, int column) const;
 
   void load();
   void take(Loaded&& loaded);
-  void adopt(std::vector<HistoryBatch>&& batches);
-  void adoptRecords(int row, HistoryBatch&& batch);
-  void watch();
-  void wish(const QModelIndex& index) const;
+  void adopt(HistoryBatches&& fresh);
+  void adoptRecords(HistoryBatch& batch, HistoryBatch& fresh);
+  void number(std::size_t from);
+  bool watch(const QString& folder);
+
+  void wish(HistoryBatch& batch, HistoryRecord* record) const;
+  bool isThere(const HistoryWish& wish) const;
+  HistoryRecord* unwish(const HistoryWish& wish) const;
+  Look lookFor(HistoryWish&& wish) const;
   void look();
-  void tick();
-  QVariant batchData(const HistoryBatch& batch, const QModelIndex& index, int role) const;
-  QVariant recordData(const HistoryRecord& record, const QModelIndex& index, int role) const;
+  void note(const Look& look, bool isCurrent);
+  void age();
+  void announce();
+  void schedule();
 
   UndoStore store_;
   std::function<Date()> now_ = &Date::now;
   std::shared_ptr<const History> history_;  ///< that the rows point into
-  std::vector<HistoryBatch> batches_;
+  HistoryBatches batches_;
   QString problem_;
 
   // Reading the store.
-  bool isLoading_ = false, isStale_ = false;
+  bool isLoading_ = false, isOutdated_ = false;
   QTimer again_;
   QElapsedTimer sinceLoad_;
-  qint64 loadTook_ = 0;
+  qint64 loadTook_ = 0;  ///< milliseconds
   QFileSystemWatcher watcher_;
 
-  // Looking at files. Asked for while `data` is read.
-  struct Wish {
-    UUID batch;
-    std::optional<UUID> record;
-  };
-  mutable std::vector<Wish> wishes_;
+  // Looking at files.
+  mutable std::vector<HistoryWish> wishes_;  ///< that reading `data` has left
   mutable QTimer lookSoon_;
-  bool isLooking_ = false;
-  bool isVisible_ = false;
+  bool isLooking_ = false, isVisible_ = false;
+  int age_ = 0;  ///< what was seen at another is stale
   WallClock clock_;
+
+  QThreadPool threads_;  ///< last, for its work uses none of the above after its end
 };
 
 }  // namespace tidewell::desktop

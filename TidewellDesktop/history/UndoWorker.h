@@ -56,7 +56,7 @@ class UndoWorker : public QObject {
   using Work = std::function<UndoActions::Result(const UndoRecord&)>;
   void start(UndoSummary::Action action, std::vector<UndoRecord> records, Work work);
   UndoSummary carryOut(UndoSummary::Action action, const std::vector<UndoRecord>& records, const Work& work,
-                       int run);
+                       int stops);
 
   CompressionQueue queue_;
   UndoActions actions_;
@@ -66,3 +66,5 @@ class UndoWorker : public QObject {
 };
 
 }  // namespace tidewell::desktop
+
+Q_DECLARE_METATYPE(tidewell::desktop::UndoSummary)
