@@ -46,6 +46,8 @@ class HistoryModel : public QAbstractItemModel {
   const QString& problem() const { return problem_; }
   /// All records of a batch, or the one; newest first.
   std::vector<UndoRecord> records(const QModelIndex& index) const;
+  /// Of the batch there, or of the record's.
+  UUID batchID(const QModelIndex& index) const { return batchAt(index)->id; }
   /// Where a record is; without one, where the batch is. Invalid when it is gone.
   QModelIndex indexOf(const UUID& batch, const std::optional<UUID>& record = std::nullopt) const;
 

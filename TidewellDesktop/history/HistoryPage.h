@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QStringList>
 #include <QWidget>
+#include <optional>
 #include <vector>
 
 #include "CompressionKit/platform/Date.h"
@@ -10,7 +12,10 @@
 
 class QAction;
 class QLabel;
+class QLayout;
+class QModelIndex;
 class QProgressBar;
+class QPushButton;
 class QStackedLayout;
 class QTreeView;
 
@@ -36,27 +41,48 @@ class HistoryPage : public QWidget {
   void changeEvent(QEvent* event) override;
 
  private:
-  void makeActions();
   void makeView();
-  void showState();
+  void makeActions();
+  QLayout* makeStatus();
+  QLayout* makeButtons();
+  void showLoaded();
+  void showProgress(int done, int of);
   void showSummary(const UndoSummary& summary);
+  void showDetails();
   void updateActions();
+
+  /// What is selected, each once.
   std::vector<UndoRecord> selected() const;
+  /// The one that is selected; nothing for a batch, or several.
+  std::optional<UndoRecord> selectedOne() const;
+  /// `role` says so of a selected row, or nobody knows yet, or there are too many to ask.
+  bool mayBe(int role) const;
   void restoreBatch();
   void forget();
   void copyOut();
+  void activate(const QModelIndex& index);
+
   void keepPlace();
   void findPlace();
 
   HistoryModel& model_;
   UndoWorker& worker_;
   QTreeView* view_ = nullptr;
-  QLabel* empty_ = nullptr;
+  QLabel* notice_ = nullptr;  ///< in place of an empty view
   QLabel* status_ = nullptr;
+  QPushButton* details_ = nullptr;
+  QPushButton* stop_ = nullptr;
   QProgressBar* progress_ = nullptr;
   QStackedLayout* pages_ = nullptr;
-  QAction *restore_ = nullptr, *restoreBatch_ = nullptr, *forget_ = nullptr, *copyOut_ = nullptr,
-          *compare_ = nullptr, *explain_ = nullptr;
+  QAction *restore_ = nullptr, *restoreBatch_ = nullptr, *compare_ = nullptr, *explain_ = nullptr,
+          *copyOut_ = nullptr, *forget_ = nullptr;
+  QStringList told_;  ///< all that the last summary has to say
+
+  struct Place {
+    std::vector<UUID> open;
+    std::optional<UUID> batch, record;
+    int scroll = 0;
+  } place_;  ///< while the model begins anew
 };
 
 }  // namespace tidewell::desktop

@@ -2,6 +2,8 @@
 
 #include <QMetaObject>
 #include <algorithm>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "CompressionKit/platform/Error.h"
@@ -113,11 +115,16 @@ UndoSummary UndoWorker::carryOut(Action action, const std::vector<UndoRecord>& r
                                  int stops) {
   UndoSummary summary{.action = action};
   int handled = 0;
+  std::set<std::string> back;
   try {
     for (const auto& record : records) {
       if (stops_ != stops) throw Interrupted();
       const auto result = work(record);
-      if (result.outcome == Outcome::done) ++summary.done;
+      // A file that went back by several steps is one.
+      if (result.outcome == Outcome::done &&
+          (action != Action::restore || back.insert(record.originalPath).second)) {
+        ++summary.done;
+      }
       if (const QString note = noteOf(action, record, result); !note.isEmpty()) summary.notes << note;
       if (const QString problem = problemOf(store(), record, result); !problem.isEmpty()) {
         summary.problems << problem;
