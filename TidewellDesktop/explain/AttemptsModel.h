@@ -35,6 +35,7 @@ class AttemptsModel : public QAbstractTableModel {
 
  private:
   bool isTaken(const CandidateDiagnostic& attempt) const;
+  QString text(const CandidateDiagnostic& attempt, int column) const;
 
   std::optional<Report> report_;
 };

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QWidget>
-#include <optional>
 
 #include "CompressionKit/batch/Reports.h"
 #include "CompressionKit/platform/Date.h"
@@ -11,6 +10,7 @@
 
 class QFormLayout;
 class QLabel;
+class QSortFilterProxyModel;
 class QStackedLayout;
 class QTreeView;
 
@@ -23,7 +23,7 @@ class ExplainPage : public QWidget {
   Q_OBJECT
 
  public:
-  explicit ExplainPage(QWidget* parent = nullptr);
+  explicit ExplainPage(QWidget* parent = nullptr) : ExplainPage(UndoStore(), parent) {}
   explicit ExplainPage(const UndoStore& store, QWidget* parent = nullptr);
 
   /// Shows the newest report on `source` that was begun no later than `before`, or that none is left.
@@ -31,15 +31,17 @@ class ExplainPage : public QWidget {
 
  private:
   struct Found;
-  void makeReportPage();
-  void show(const Found& found);
+  QWidget* makeReport();
+  void show(Found&& found, int asked);
   void showFacts(const Report& report);
+  void pick(int row);
 
   UndoStore store_;
-  std::optional<URL> source_;  ///< asked for last
-  Date before_;
+  int asked_ = 0;  ///< only the last one that was asked for is shown
   AttemptsModel model_;
+  QSortFilterProxyModel* sorted_ = nullptr;
   QStackedLayout* pages_ = nullptr;
+  QWidget* report_ = nullptr;
   QLabel* notice_ = nullptr;
   QFormLayout* facts_ = nullptr;
   AttemptsPlot* plot_ = nullptr;
