@@ -191,7 +191,10 @@ void HistoryPage::updateActions() {
   const bool isSome = view_->selectionModel()->hasSelection();
   const bool isOne = selectedOne().has_value();
   restore_->setEnabled(isSome && mayBe(HistoryModel::RestorableRole));
-  restoreBatch_->setEnabled(view_->currentIndex().isValid());
+  const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
+  const QVariant inBatch =
+      (current.parent().isValid() ? current.parent() : current).data(HistoryModel::RestorableRole);
+  restoreBatch_->setEnabled(current.isValid() && (!inBatch.isValid() || inBatch.toInt() > 0));
   compare_->setEnabled(isOne && mayBe(HistoryModel::BackupRole));
   copyOut_->setEnabled(isOne && mayBe(HistoryModel::BackupRole));
   explain_->setEnabled(isOne);

@@ -35,34 +35,33 @@ QString noteOf(Action action, const UndoRecord& record, const UndoActions::Resul
 }
 
 QString problemOf(const UndoStore& store, const UndoRecord& record, const UndoActions::Result& result) {
-  QString problem = words(problemText(record, result));
+  const std::string problem = problemText(record, result);
   const bool mayBeCopied = result.outcome == Outcome::edited || result.outcome == Outcome::expired;
-  if (mayBeCopied && files::exists(store.backupURL(record))) {
-    problem += QStringLiteral(" – ") + words(_("its backup can be copied out"));
-  }
-  return problem;
+  if (!mayBeCopied || !files::exists(store.backupURL(record))) return words(problem);
+  return words(filled(_("{1}; its backup can be copied out"), {problem}));
 }
 
 }  // namespace
 
 QString UndoSummary::text() const {
-  QString text;
+  std::string text;
   switch (action) {
     case Action::restore:
-      text = words(counted("{1} file restored", "{1} files restored", done));
+      text = counted("{1} file restored", "{1} files restored", done);
       break;
     case Action::forget:
-      text = words(counted("{1} record forgotten", "{1} records forgotten", done));
+      text = counted("{1} record forgotten", "{1} records forgotten", done);
       break;
     case Action::copyOut:
-      text = words(counted("{1} backup copied", "{1} backups copied", done));
+      text = counted("{1} backup copied", "{1} backups copied", done);
       break;
   }
   if (!problems.isEmpty()) {
-    text += QStringLiteral(", ") +
-            words(counted("{1} was not possible", "{1} were not possible", problems.size()));
+    text = filled(_("{1}, {2}"),
+                  {text, counted("{1} was not possible", "{1} were not possible", problems.size())});
   }
-  return isCutShort ? text + QStringLiteral(", ") + words(_("the rest was stopped")) : text;
+  if (isCutShort) text = filled(_("{1}, {2}"), {text, _("the rest was stopped")});
+  return words(text);
 }
 
 UndoWorker::UndoWorker(const UndoStore& store, QObject* parent)
