@@ -18,6 +18,7 @@
 #include "CompressionKit/image/HEICDecoding.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/Metadata.h"
+#include "CompressionKit/image/UnchangedFiles.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
@@ -160,16 +161,10 @@ ComparedFiles ComparedFiles::of(const UndoStore& store, const UndoRecord& record
 
 Comparison compare(const ComparedFiles& files, const ToolRunner& tools, const std::optional<URL>& picture) {
   if (picture && files::exists(*picture)) throw FileError("创建", picture->path(), EEXIST);
-  const std::string originalHash = hash(files.original), resultHash = hash(files.result);
-  if (files.originalHash.value_or(originalHash) != originalHash ||
-      files.resultHash.value_or(resultHash) != resultHash) {
-    throw CompressionError::fileOperation("图片文件已被修改，无法对比");
-  }
+  const UnchangedFiles unchanged(files.original, files.result, files.originalHash, files.resultHash);
   Comparison found = Work(files, tools).comparison(picture);
   found.lostMetadata = metadata::gone(metadata::entries(files.original), metadata::entries(files.result));
-  if (hash(files.original) != originalHash || hash(files.result) != resultHash) {
-    throw CompressionError::fileOperation("图片文件在载入过程中被修改，请重新打开对比");
-  }
+  unchanged.check();
   return found;
 }
 

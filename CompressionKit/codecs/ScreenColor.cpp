@@ -22,11 +22,16 @@ std::string profileOfCodePoints(const std::string& points) {
   switch (points[1]) {
     // Graded on screens whose curve is nearer to that of sRGB than to the camera's.
     case bt709Curve:
-    case sRGBCurve: return color::makeRGBProfile("Code points", primaries);
-    case gamma22: return color::makeRGBProfile("Code points", primaries, 2.2);
-    case gamma28: return color::makeRGBProfile("Code points", primaries, 2.8);
-    case linear: return color::makeRGBProfile("Code points", primaries, 1.0);
-    default: return {};
+    case sRGBCurve:
+      return color::makeRGBProfile("Code points", primaries);
+    case gamma22:
+      return color::makeRGBProfile("Code points", primaries, 2.2);
+    case gamma28:
+      return color::makeRGBProfile("Code points", primaries, 2.8);
+    case linear:
+      return color::makeRGBProfile("Code points", primaries, 1.0);
+    default:
+      return {};
   }
 }
 

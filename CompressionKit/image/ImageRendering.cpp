@@ -9,7 +9,7 @@
 #include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/HEICDecoding.h"
 #include "CompressionKit/image/ImageKind.h"
-#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/image/UnchangedFiles.h"
 
 namespace tidewell::ImageRendering {
 namespace {
@@ -61,18 +61,9 @@ std::future<ComparisonImages> comparisonImages(const URL& original, const URL& c
                                                const std::optional<std::string>& originalHash,
                                                const std::optional<std::string>& replacementHash) {
   return read(OperationQueue::Priority::high, [=] {
-    const std::string originalBefore = hash(original);
-    const std::string compressedBefore = hash(compressed);
-    if (originalHash.value_or(originalBefore) != originalBefore ||
-        replacementHash.value_or(compressedBefore) != compressedBefore) {
-      throw CompressionError::fileOperation("图片文件已被修改，无法对比");
-    }
+    const UnchangedFiles files(original, compressed, originalHash, replacementHash);
     ComparisonImages images{comparisonImage(original), comparisonImage(compressed)};
-    const std::string originalAfter = hash(original);
-    const std::string compressedAfter = hash(compressed);
-    if (originalAfter != originalBefore || compressedAfter != compressedBefore) {
-      throw CompressionError::fileOperation("图片文件在载入过程中被修改，请重新打开对比");
-    }
+    files.check();
     return images;
   });
 }

@@ -4,8 +4,8 @@
 #include <optional>
 #include <span>
 
-#include "CompressionKit/codecs/ImageInput.h"
 #include "CompressionKit/codecs/Bitmap.h"
+#include "CompressionKit/codecs/ImageInput.h"
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/platform/URL.h"
 

@@ -11,6 +11,7 @@
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/codecs/ScreenColor.h"
 #include "CompressionKit/image/UnchangedFiles.h"
+#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 
@@ -83,6 +84,8 @@ class ScreenAnimation {
   Bitmap frame(std::size_t index);
 
  private:
+  URL url_;
+  files::ResourceValues state_;
   std::unique_ptr<ImageSource> source_;
   std::int64_t maximumSide_;
   std::vector<double> delays_;

@@ -42,6 +42,11 @@ URL temporaryDirectory() {
   return URL::file(path.empty() ? "/tmp" : path);
 }
 
+URL largeTemporaryDirectory() {
+  const auto path = absoluteVariable("TMPDIR");
+  return URL::file(path.empty() ? "/var/tmp" : path);
+}
+
 URL applicationSupportDirectory() {
   return baseDirectory("XDG_DATA_HOME", ".local/share");
 }

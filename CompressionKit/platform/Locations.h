@@ -10,6 +10,8 @@ namespace tidewell::locations {
 
 /// $TMPDIR, or /tmp.
 URL temporaryDirectory();
+/// $TMPDIR, or /var/tmp, which is no memory: for files that would fill it.
+URL largeTemporaryDirectory();
 /// $XDG_DATA_HOME, or ~/.local/share.
 URL applicationSupportDirectory();
 /// $XDG_CONFIG_HOME, or ~/.config.
