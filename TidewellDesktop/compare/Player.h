@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "CompressionKit/image/UnchangedFiles.h"
@@ -27,7 +28,8 @@ struct PlayerStep {
 /// by time, and the shorter one stays at its last frame. The delays are not empty.
 std::vector<PlayerStep> stepsOf(const std::vector<double>& original, const std::vector<double>& result);
 
-/// Plays two animations in step: frames are composed in the background, one pair at a time, and show together.
+/// Plays two animations in step: frames are composed in the background, one pair at a time, and show
+/// together.
 class Player : public QObject {
   Q_OBJECT
 
@@ -57,7 +59,7 @@ class Player : public QObject {
  private:
   struct Animations;
   struct Composed;
-  void showStep(std::size_t step);
+  void compose(std::size_t step);
   void show(Composed composed, std::size_t step);
 
   QThreadPool& pool_;
@@ -67,10 +69,10 @@ class Player : public QObject {
   int amplification_ = 0;
   int generation_ = 0;
   bool playing_ = false, composing_ = false;
-  int missed_ = 0;  ///< steps asked for while one was composed
+  std::optional<std::size_t> pending_;  ///< asked for while another was composed
   std::array<QImage, 3> frames_;
   QTimer timer_;
-  QElapsedTimer sinceShown_;
+  QElapsedTimer composingFor_;
 };
 
 }  // namespace tidewell::desktop
