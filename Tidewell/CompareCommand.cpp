@@ -1,9 +1,6 @@
-#include <algorithm>
 #include <cstdio>
-#include <iterator>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "CompressionKit/batch/Comparison.h"
@@ -16,6 +13,7 @@
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/tools/ToolRunner.h"
 #include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/MetadataNames.h"
 #include "CompressionKit/wording/Texts.h"
 #include "Tidewell/Commands.h"
 #include "Tidewell/Output.h"
@@ -24,24 +22,6 @@
 
 namespace tidewell {
 namespace {
-
-/// What metadata is called, for the translation.
-constexpr const char* metadataNames[] = {
-    N_("date"),        N_("place"),      N_("camera"),    N_("author"),  N_("copyright"),
-    N_("description"), N_("Exif"),       N_("XMP"),       N_("IPTC"),    N_("comment"),
-    N_("text"),        N_("resolution"), N_("thumbnail"), N_("profile"), N_("further pictures"),
-    N_("video"),
-};
-
-std::string metadataText(const std::vector<std::string>& names) {
-  std::string text;
-  for (const auto& name : names) {
-    const auto* const known = std::ranges::find(metadataNames, std::string_view(name));
-    if (!text.empty()) text += ", ";
-    text += known == std::end(metadataNames) ? printable(name) : _(*known);
-  }
-  return text.empty() ? _("nothing") : text;
-}
 
 std::string sideText(const std::string& name, const Comparison::Side& side) {
   std::string text =

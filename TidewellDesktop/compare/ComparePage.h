@@ -1,6 +1,8 @@
 #pragma once
 
 #include <QWidget>
+#include <array>
+#include <vector>
 
 #include "CompressionKit/undo/UndoRecord.h"
 #include "CompressionKit/undo/UndoStore.h"
@@ -8,10 +10,11 @@
 
 class QAction;
 class QFormLayout;
+class QKeySequence;
 class QLabel;
+class QLayout;
 class QPushButton;
 class QStackedWidget;
-class QToolBar;
 
 namespace tidewell::desktop {
 
@@ -35,24 +38,30 @@ class ComparePage : public QWidget {
   /// The user wants to go back.
   void closed();
 
+ protected:
+  void hideEvent(QHideEvent* event) override;
+
  private:
-  void makeBar();
-  void makeShownActions();
-  void makeZoomActions();
-  void makePlayActions();
+  QAction* makeAction(const QString& text, const QKeySequence& key, const QString& tip);
+  QLayout* makeTopBar();
+  QLayout* makeBottomBar();
   QWidget* makeFacts();
+  void makePlayActions();
   void update();
-  void updateZoom();
+  void updateShown();
+  void updatePlaying();
   void updateFacts();
+  void addFact(const QString& name, const QString& value);
 
   CompareModel model_;
   PictureView* view_;
-  QToolBar* bar_;
   QStackedWidget* stack_;
-  QLabel *message_, *zoom_, *remark_;
-  QFormLayout* facts_;
-  QPushButton* restore_;
-  QAction *difference_ = nullptr, *sideBySide_ = nullptr, *play_ = nullptr;
+  QLabel *message_, *zoom_ = nullptr, *remark_ = nullptr;
+  QFormLayout* facts_ = nullptr;
+  QPushButton* restore_ = nullptr;
+  std::array<QAction*, 4> shown_{};  ///< in the order of `PictureView::Shown`
+  QAction *sideBySide_ = nullptr, *play_ = nullptr;
+  std::vector<QAction*> needPictures_, needFrames_;
 };
 
 }  // namespace tidewell::desktop

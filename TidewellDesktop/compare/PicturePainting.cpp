@@ -83,12 +83,17 @@ void PictureView::paintPane(QPainter& painter, const Pane& pane, std::vector<Til
   }
   // Whoever looks this closely wants to see pixels.
   painter.setRenderHint(QPainter::SmoothPixmapTransform, viewport_.scale() < 3);
-  const double wholeScale = static_cast<double>(all.width()) / whole.width();
-  if (model_.tiles().isOpen() && wholeScale > 1) {
-    paintTiles(painter, pane, wanted);
-  } else {
-    painter.drawImage(all, whole);
-  }
+  if (model_.tiles().isOpen() && all.width() > whole.width()) return paintTiles(painter, pane, wanted);
+  // Only what is seen, in whole pixels of the image: much enlarged, all of it is too large to be painted.
+  const double across = static_cast<double>(model_.size(Picture::original).width()) / whole.width();
+  const double down = static_cast<double>(model_.size(Picture::original).height()) / whole.height();
+  const QRectF seen = viewport_.visible();
+  const QRect source = QRectF(seen.x() / across, seen.y() / down, seen.width() / across, seen.height() / down)
+                           .toAlignedRect() &
+                       whole.rect();
+  painter.drawImage(
+      target(pane, {source.x() * across, source.y() * down, source.width() * across, source.height() * down}),
+      whole, source);
 }
 
 void PictureView::paintTiles(QPainter& painter, const Pane& pane, std::vector<TileKey>& wanted) const {

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace tidewell {
+
+/// The names of `metadata::Entry` in the user's language: "date, place", or "nothing".
+std::string metadataText(const std::vector<std::string>& names);
+
+}  // namespace tidewell
