@@ -99,8 +99,12 @@ void CompareModel::close() {
 void CompareModel::open(const UndoRecord& record) {
   close();
   record_ = record;
+  try {
+    stop_ = std::make_unique<StopSource>();
+  } catch (const std::exception&) {
+    return fail(words(describedError(std::current_exception())));
+  }
   state_ = State::loading;
-  stop_ = std::make_unique<StopSource>();
   inBackground(
       this, [store = store_, record, stop = stop_->token()] { return load(store, record, stop); },
       [this, generation = generation_](Loaded loaded) {

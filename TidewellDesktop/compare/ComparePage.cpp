@@ -26,8 +26,14 @@ QToolButton* buttonFor(QAction* action) {
   auto* button = new QToolButton;
   button->setDefaultAction(action);
   button->setFocusPolicy(Qt::TabFocus);
+  const auto follow = [button, action] {
+    button->setAccessibleName(action->text());
+    button->setAccessibleDescription(action->toolTip());
+    button->setHidden(!action->isVisible());
+  };
   button->setAccessibleName(action->text());
   button->setAccessibleDescription(action->toolTip());
+  QObject::connect(action, &QAction::changed, button, follow);
   return button;
 }
 
@@ -71,13 +77,13 @@ ComparePage::ComparePage(const UndoStore& store, QWidget* parent)
   auto* all = new QHBoxLayout(this);
   all->addLayout(pictures, 1);
   all->addWidget(makeFacts());
-  connect(&model_, &CompareModel::stateChanged, this, &ComparePage::update);
+  connect(&model_, &CompareModel::stateChanged, this, &ComparePage::showState);
   connect(&model_.player(), &Player::playingChanged, this, &ComparePage::updatePlaying);
   connect(view_, &PictureView::shownChanged, this, &ComparePage::updateShown);
   connect(view_, &PictureView::zoomed, this, [this] {
     zoom_->setText(words(_("{1}%"), {QString::number(std::lround(view_->viewport().scale() * 100))}));
   });
-  update();
+  showState();
 }
 
 ComparePage::~ComparePage() = default;
@@ -191,7 +197,7 @@ QWidget* ComparePage::makeFacts() {
   return side;
 }
 
-void ComparePage::update() {
+void ComparePage::showState() {
   const CompareModel::State state = model_.state();
   const bool ready = state == CompareModel::State::ready;
   if (state == CompareModel::State::loading) message_->setText(words(_("The pictures are being loaded…")));

@@ -47,7 +47,7 @@ class ComparePage : public QWidget {
   QLayout* makeBottomBar();
   QWidget* makeFacts();
   void makePlayActions();
-  void update();
+  void showState();
   void updateShown();
   void updatePlaying();
   void updateFacts();
