@@ -120,7 +120,7 @@ TEST_F(CoreFollower, TellsOfEachFileAsItEnds) {
   follower.readLatestResult();
   QTest::qWait(150);
   EXPECT_FALSE(rows.contains("e.jpg"));
-  result({{.path = "d.jpg", .outcome = "failed", .error = "图片已损坏或无法解码"},
+  result({{.path = "d.jpg", .outcome = "failed", .error = "图片无法解码"},
           {.path = "c.heic", .outcome = "converted", .originalBytes = 1000, .finalBytes = 1200},
           {.path = "e.jpg", .outcome = "failed", .error = "无法读取“e.jpg”：没有访问权限"},
           {.path = "\xff.jpg", .outcome = "skipped", .originalBytes = 5, .finalBytes = 5}},
