@@ -30,7 +30,7 @@ class BatchFollower : public QObject {
  public:
   /// Where the service leaves what is read.
   struct Places {
-    UndoStore store;
+    UndoStore store = UndoStore();
     URL latestResult = locations::latestResult();
     URL locks = locations::compressionLocks();
   };

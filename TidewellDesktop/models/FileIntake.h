@@ -21,15 +21,21 @@ class FileIntake : public QObject {
   Q_OBJECT
 
  public:
-  /// Without `known` nothing counts as compressed before. It may be used on other threads and must stand
-  /// this.
-  explicit FileIntake(std::shared_ptr<KnownFiles> known, QObject* parent = nullptr);
+  struct Options {
+    bool again = false;        ///< also what was compressed before is to be compressed
+    bool keepMetadata = true;  ///< with which it would be
+  };
+
+  /// `memory` (without: the user's) knows what was compressed before, by the tools in that directory.
+  explicit FileIntake(std::optional<URL> memory = std::nullopt, URL tools = locations::toolsDirectory(),
+                      QObject* parent = nullptr);
   /// Waits for the file that is looked at.
   ~FileIntake() override;
 
-  /// Rows come with `found`: waiting, or with `alreadyCompressed` unless `again`; what cannot be used comes
-  /// as failed, with the reason.
-  void add(std::vector<URL> named, bool again = false);
+  /// Rows come with `found`: waiting, or compressed before; what cannot be used is skipped or failed, with
+  /// the reason.
+  void add(std::vector<URL> named, const Options& options);
+  void add(std::vector<URL> named, bool again = false) { add(std::move(named), Options{.again = again}); }
   /// Ends what was added so far. Each `finished` still comes.
   void stop();
   bool isRunning() const { return running_ > 0; }
