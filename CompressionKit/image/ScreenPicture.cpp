@@ -27,6 +27,7 @@ ImageInput localInput(const URL& url) {
 Bitmap reducedBy(const Bitmap& from, std::int64_t factor) {
   Bitmap result{.width = (from.width + factor - 1) / factor,
                 .height = (from.height + factor - 1) / factor,
+                .pixels = {},
                 .hasAlpha = from.hasAlpha,
                 .color = from.color};
   result.pixels.resize(static_cast<std::size_t>(result.width * result.height) * 4);
@@ -167,10 +168,11 @@ std::future<std::shared_ptr<ScreenPictures>> screenPictures(const URL& original,
                                                             const std::optional<std::string>& replacementHash,
                                                             std::int64_t maximumSide, const StopToken& stop) {
   return read(OperationQueue::Priority::high, [=] {
+    const UnchangedFiles files(original, compressed, originalHash, replacementHash);
     auto pictures = std::make_shared<ScreenPictures>(
-        ScreenPictures{.files = UnchangedFiles(original, compressed, originalHash, replacementHash)});
-    pictures->original = std::make_unique<ScreenPicture>(original, maximumSide, stop);
-    pictures->compressed = std::make_unique<ScreenPicture>(compressed, maximumSide, stop);
+        ScreenPictures{.files = files,
+                       .original = std::make_unique<ScreenPicture>(original, maximumSide, stop),
+                       .compressed = std::make_unique<ScreenPicture>(compressed, maximumSide, stop)});
     pictures->files.check();
     return pictures;
   });

@@ -34,7 +34,9 @@ void tellCompression(const UndoStore& store, const UndoRecord& record, CompareFa
 
 CompareFacts factsOf(const UndoStore& store, const UndoRecord& record,
                      const ImageRendering::ScreenPictures& pictures) {
-  CompareFacts facts{.originalBytes = record.originalBytes, .resultBytes = record.replacementBytes};
+  CompareFacts facts;
+  facts.originalBytes = record.originalBytes;
+  facts.resultBytes = record.replacementBytes;
   const std::array sides = {pictures.original.get(), pictures.compressed.get()};
   for (std::size_t i = 0; i < sides.size(); ++i) {
     facts.sizes[i] = QSize(static_cast<int>(sides[i]->width()), static_cast<int>(sides[i]->height()));

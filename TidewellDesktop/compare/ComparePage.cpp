@@ -159,7 +159,8 @@ QLayout* ComparePage::makeBottomBar() {
   auto* smaller = makeAction(QStringLiteral("−"), QKeySequence::ZoomOut, words(_("Smaller")));
   auto* larger = makeAction(QStringLiteral("+"), QKeySequence::ZoomIn, words(_("Larger")));
   auto* fit = makeAction(words(_("Fit")), Qt::CTRL | Qt::Key_0, words(_("Show the whole picture")));
-  auto* actual = makeAction(words(_("{1}%"), {QStringLiteral("100")}), Qt::CTRL | Qt::Key_1, words(_("Show every pixel as one")));
+  auto* actual = makeAction(words(_("{1}%"), {QStringLiteral("100")}), Qt::CTRL | Qt::Key_1,
+                            words(_("Show every pixel as one")));
   connect(smaller, &QAction::triggered, this, [this] { view_->zoomBy(0.8); });
   connect(larger, &QAction::triggered, this, [this] { view_->zoomBy(1.25); });
   connect(fit, &QAction::triggered, view_, &PictureView::fit);

@@ -48,6 +48,9 @@ std::vector<PlayerStep> stepsOf(const std::vector<double>& original, const std::
 }
 
 struct Player::Animations {
+  Animations(const UnchangedFiles& files, const StopToken& stop)
+      : original(files.original(), maximumFrameSide, stop),
+        result(files.compressed(), maximumFrameSide, stop) {}
   ScreenAnimation original, result;
 };
 
@@ -88,9 +91,7 @@ void Player::open(const UnchangedFiles& files, int amplification, const StopToke
       [files, stop] {
         Opened opened;
         try {
-          opened.animations = std::make_shared<Animations>(
-              Animations{.original = ScreenAnimation(files.original(), maximumFrameSide, stop),
-                         .result = ScreenAnimation(files.compressed(), maximumFrameSide, stop)});
+          opened.animations = std::make_shared<Animations>(files, stop);
           files.check();
         } catch (const std::exception&) {
           opened.problem = words(describedError(std::current_exception()));
