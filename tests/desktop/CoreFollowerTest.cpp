@@ -33,7 +33,10 @@ class CoreFollower : public testing::Test {
   }
 
   UndoRecord record(const std::string& name, State state = State::committed) {
-    UndoRecord record{.id = UUID::random(), .sessionID = batch, .createdAt = Date::now()};
+    UndoRecord record;
+    record.id = UUID::random();
+    record.sessionID = batch;
+    record.createdAt = Date::now();
     record.originalPath = (folder / name).path();
     record.originalBytes = 1000;
     record.replacementBytes = 400;
@@ -115,15 +118,14 @@ TEST_F(CoreFollower, TellsOfEachFileAsItEnds) {
   EXPECT_EQ(rows["d.jpg"].why, "A compression tool is missing: cjpegli");
 
   // Another program's batch, with files of ours in it and others.
-  result({{.path = "e.jpg", .outcome = "failed", .error = "x"}, {.path = "z.jpg", .outcome = "failed"}},
-         UUID::random());
+  result({{"e.jpg", "failed", {}, {}, "x"}, {"z.jpg", "failed", {}, {}, {}}}, UUID::random());
   follower.readLatestResult();
   QTest::qWait(150);
   EXPECT_FALSE(rows.contains("e.jpg"));
-  result({{.path = "d.jpg", .outcome = "failed", .error = "图片无法解码"},
-          {.path = "c.heic", .outcome = "converted", .originalBytes = 1000, .finalBytes = 1200},
-          {.path = "e.jpg", .outcome = "failed", .error = "无法读取“e.jpg”：没有访问权限"},
-          {.path = "\xff.jpg", .outcome = "skipped", .originalBytes = 5, .finalBytes = 5}},
+  result({{"d.jpg", "failed", {}, {}, "图片无法解码"},
+          {"c.heic", "converted", 1000, 1200, {}},
+          {"e.jpg", "failed", {}, {}, "无法读取“e.jpg”：没有访问权限"},
+          {"\xff.jpg", "skipped", 5, 5, {}}},
          batch);
   EXPECT_TRUE(eventually([&] { return !ended.isEmpty(); }));
   EXPECT_EQ(rows["e.jpg"].why, "Cannot read “e.jpg”: access is not permitted");

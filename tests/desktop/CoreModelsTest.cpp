@@ -82,8 +82,13 @@ TEST(CoreIntake, FindsPicturesAndPassesOverWhatIsKnown) {
   const URL text = folder.write("notes.txt", "x");
   folder.write("in/readme.txt", "x");
   const URL memory = folder / "outputs.db";
-  OutputMemory(memory).remember(
-      {.hash = hash(known), .madeFrom = "0", .when = Date::now(), .score = 91, .bytes = fileSize(known)});
+  OutputMemory(memory).remember({.hash = hash(known),
+                                 .madeFrom = "0",
+                                 .when = Date::now(),
+                                 .encoder = {},
+                                 .score = 91,
+                                 .bytes = fileSize(known),
+                                 .tools = {}});
 
   FileIntake intake(memory, folder.url());
   std::vector<FileRow> found;

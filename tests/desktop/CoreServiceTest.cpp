@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QDBusArgument>
 #include <optional>
 
 #include "TidewellDesktop/service/ServiceClient.h"
