@@ -4,6 +4,8 @@
 #include <string_view>
 #include <utility>
 
+#include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/queue/CompressionQueue.h"
 #include "CompressionKit/queue/ExecutionPermit.h"
@@ -86,6 +88,11 @@ void BatchFollower::watchPlaces() {
   begun_.clear();
   batches_.clear();
   wish_ = {};
+  changed_.clear();
+  try {
+    files::createDirectories(places_.locks);  // or the first jobs of all begin unseen
+  } catch (const FileError&) {
+  }
   watch_ = std::make_unique<DirectoryWatch>();
   connect(watch_.get(), &DirectoryWatch::seen, this, &BatchFollower::see);
   connect(watch_.get(), &DirectoryWatch::mustList, this, &BatchFollower::list);

@@ -38,6 +38,8 @@ class CoreFollower : public testing::Test {
     record.sessionID = batch;
     record.createdAt = Date::now();
     record.originalPath = (folder / name).path();
+    record.backupName = record.id.string() + ".jpg";
+    record.replacementHash = "0";
     record.originalBytes = 1000;
     record.replacementBytes = 400;
     record.state = state;
