@@ -163,27 +163,30 @@ Bitmap ScreenAnimation::frame(std::size_t index) {
 
 namespace ImageRendering {
 
-std::future<std::shared_ptr<ScreenPictures>> screenPictures(const URL& original, const URL& compressed,
-                                                            const std::optional<std::string>& originalHash,
-                                                            const std::optional<std::string>& replacementHash,
-                                                            std::int64_t maximumSide, const StopToken& stop) {
-  return read(OperationQueue::Priority::high, [=] {
-    const UnchangedFiles files(original, compressed, originalHash, replacementHash);
-    auto pictures = std::make_shared<ScreenPictures>(
-        ScreenPictures{.files = files,
-                       .original = std::make_unique<ScreenPicture>(original, maximumSide, stop),
-                       .compressed = std::make_unique<ScreenPicture>(compressed, maximumSide, stop)});
-    pictures->files.check();
-    return pictures;
-  });
+std::shared_ptr<const ScreenPictures> screenPictures(const URL& original, const URL& compressed,
+                                                     const std::optional<std::string>& originalHash,
+                                                     const std::optional<std::string>& replacementHash,
+                                                     std::int64_t maximumSide, const StopToken& stop) {
+  const UnchangedFiles files(original, compressed, originalHash, replacementHash);
+  const auto begin = [&](const URL& url) {
+    return read(OperationQueue::Priority::high,
+                [=] { return std::make_unique<ScreenPicture>(url, maximumSide, stop); });
+  };
+  auto first = begin(original), second = begin(compressed);
+  auto pictures = std::make_shared<const ScreenPictures>(
+      ScreenPictures{.files = files, .original = first.get(), .compressed = second.get()});
+  files.check();
+  return pictures;
 }
 
-std::future<bool> prepareParts(std::shared_ptr<ScreenPictures> pictures) {
-  return read(OperationQueue::Priority::high, [pictures = std::move(pictures)] {
-    const bool possible = pictures->original->prepareParts() && pictures->compressed->prepareParts();
-    pictures->files.check();
-    return possible;
-  });
+bool prepareParts(const std::shared_ptr<const ScreenPictures>& pictures) {
+  const auto begin = [&](ScreenPicture& picture) {
+    return read(OperationQueue::Priority::high, [pictures, &picture] { return picture.prepareParts(); });
+  };
+  auto first = begin(*pictures->original), second = begin(*pictures->compressed);
+  const bool original = first.get(), compressed = second.get();
+  pictures->files.check();
+  return original && compressed;
 }
 
 }  // namespace ImageRendering

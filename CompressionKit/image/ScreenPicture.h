@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -99,17 +98,17 @@ struct ScreenPictures {
   std::unique_ptr<ScreenPicture> original, compressed;
 };
 
-/// `comparisonImages` for the screen in bounded memory: reduced views of both, decoded on `workers()` at high
-/// priority with the same checks. Throws as that, and `Interrupted`.
-std::future<std::shared_ptr<ScreenPictures>> screenPictures(const URL& original, const URL& compressed,
-                                                            const std::optional<std::string>& originalHash,
-                                                            const std::optional<std::string>& replacementHash,
-                                                            std::int64_t maximumSide,
-                                                            const StopToken& stop = {});
+/// `comparisonImages` for the screen in bounded memory, with the same checks: reduced views of both, which
+/// are decoded at once on `workers()`, at high priority. Blocks, and so must not be called there. Throws as
+/// that, and `Interrupted`.
+std::shared_ptr<const ScreenPictures> screenPictures(const URL& original, const URL& compressed,
+                                                     const std::optional<std::string>& originalHash,
+                                                     const std::optional<std::string>& replacementHash,
+                                                     std::int64_t maximumSide, const StopToken& stop = {});
 
 /// Makes parts of both possible, and checks that the files are still what they were. False where only the
-/// reduced views are to be had. Throws as `screenPictures`.
-std::future<bool> prepareParts(std::shared_ptr<ScreenPictures> pictures);
+/// reduced views are to be had. Blocks and throws as `screenPictures`.
+bool prepareParts(const std::shared_ptr<const ScreenPictures>& pictures);
 
 }  // namespace ImageRendering
 }  // namespace tidewell

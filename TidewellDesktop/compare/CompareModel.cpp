@@ -59,7 +59,7 @@ CompareFacts factsOf(const UndoStore& store, const UndoRecord& record,
 }  // namespace
 
 struct CompareModel::Loaded {
-  std::shared_ptr<ImageRendering::ScreenPictures> pictures;
+  std::shared_ptr<const ImageRendering::ScreenPictures> pictures;
   CompareFacts facts;
   int amplification = 0;
   std::array<QImage, 3> wholes;
@@ -122,8 +122,7 @@ CompareModel::Loaded CompareModel::load(const UndoStore& store, const UndoRecord
   try {
     const ComparedFiles files = ComparedFiles::of(store, record);
     loaded.pictures = ImageRendering::screenPictures(files.original, files.result, files.originalHash,
-                                                     files.resultHash, wholeSide, stop)
-                          .get();
+                                                     files.resultHash, wholeSide, stop);
     const Bitmap &original = loaded.pictures->original->reduced(),
                  &result = loaded.pictures->compressed->reduced();
     loaded.facts = factsOf(store, record, *loaded.pictures);
@@ -168,7 +167,7 @@ void CompareModel::prepareTiles() {
       [pictures = pictures_] {
         Prepared prepared;
         try {
-          prepared.possible = ImageRendering::prepareParts(pictures).get();
+          prepared.possible = ImageRendering::prepareParts(pictures);
         } catch (const std::exception&) {
           prepared.problem = words(describedError(std::current_exception()));
         }

@@ -95,7 +95,7 @@ class CompareModel : public QObject {
   std::optional<UndoRecord> record_;
   CompareFacts facts_;
   int amplification_ = 0;
-  std::shared_ptr<ImageRendering::ScreenPictures> pictures_;
+  std::shared_ptr<const ImageRendering::ScreenPictures> pictures_;
   std::array<QImage, 3> wholes_;
   Tiles tiles_{pool_};
   Player player_{pool_};

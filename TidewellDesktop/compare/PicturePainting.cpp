@@ -66,6 +66,8 @@ void PictureView::paintEvent(QPaintEvent*) {
   if (hasHandle()) paintHandle(painter);
   if (hasFocus()) {
     painter.setPen(QPen(palette().color(QPalette::Highlight), 1));
+    painter.setBrush(Qt::NoBrush);
+    painter.setRenderHint(QPainter::Antialiasing, false);
     painter.drawRect(rect().adjusted(0, 0, -1, -1));
   }
   model_.tiles().want(std::move(wanted));

@@ -60,6 +60,9 @@ class CompareTest : public testing::Test {
   void SetUp() override {
     for (const char* name : {"TMPDIR", "XDG_STATE_HOME"}) setenv(name, folder.url().path().c_str(), 1);
   }
+  void TearDown() override {
+    for (const char* name : {"TMPDIR", "XDG_STATE_HOME"}) unsetenv(name);
+  }
 
   /// What replaced the file of a name, whose original lies in the store.
   UndoRecord replaced(const URL& file, const URL& replacement) const {
@@ -123,6 +126,8 @@ TEST_F(CompareTest, ShowsBothSidesOfTheHandle) {
   plain(smaller, {0, 0, 200, 255});
   ComparePage page(store);
   page.resize(1000, 700);
+  page.show();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(&page));
   page.open(replaced(file, smaller));
   waitFor([&] { return page.model().state() == State::ready; });
   auto& view = *page.findChild<PictureView*>();
@@ -138,7 +143,6 @@ TEST_F(CompareTest, ShowsBothSidesOfTheHandle) {
     const bool mirrored = direction == Qt::RightToLeft;
     for (const Case& one : {Case{Qt::Key_1, red, red}, Case{Qt::Key_3, blue, blue},
                             Case{Qt::Key_2, red, blue}, Case{Qt::Key_D, difference, difference}}) {
-      page.show();
       QTest::keyClick(&page, one.key);
       const QImage shown = view.grab().toImage();
       const QPoint middle = shown.rect().center();
@@ -150,8 +154,9 @@ TEST_F(CompareTest, ShowsBothSidesOfTheHandle) {
 
 TEST_F(CompareTest, PlaysInStepAndPauses) {
   const URL file = folder / "moving.gif", smaller = folder / "smaller.gif";
-  test::GIFFile gif{.width = 20, .height = 20};
-  for (const std::uint8_t index : {0, 1, 2}) {
+  test::GIFFile gif;
+  gif.width = gif.height = 20;
+  for (const std::uint8_t index : std::initializer_list<std::uint8_t>{0, 1, 2}) {
     gif.frames.push_back({.width = 20, .height = 20, .indexes = {index}, .delay = 2});
   }
   test::writeGIFFile(file, gif);

@@ -117,8 +117,10 @@ TEST_F(ScreenPictureTest, ConvertsColoursForTheScreen) {
     ASSERT_TRUE(picture.prepareParts());
     for (const Bitmap& shown : {picture.reduced(), picture.part({.x = 1, .y = 1, .width = 1, .height = 1})}) {
       EXPECT_TRUE(shown.color.srgb);
+      // In 8 bits, and less of them under transparency, dark colours at the edge of the gamut are coarse.
+      const int tolerance = one.stored[3] < 255 ? 9 : 4;
       for (std::size_t c = 0; c < 4; ++c) {
-        EXPECT_NEAR(shown.pixels[c], one.shown[c], 2) << int{one.stored[0]} << " channel " << c;
+        EXPECT_NEAR(shown.pixels[c], one.shown[c], tolerance) << int{one.stored[0]} << " channel " << c;
       }
     }
   }
@@ -130,7 +132,7 @@ TEST_F(ScreenPictureTest, ShowsOnlyFilesThatAreWhatTheyWere) {
   test::writePNGFile(other, test::photoRaster(30, 20, 2));
   const std::optional<std::string> before = hash(png), after = hash(other);
   const auto open = [&](const std::optional<std::string>& hash, const StopToken& stop = {}) {
-    return ImageRendering::screenPictures(png, other, before, hash, 10, stop).get();
+    return ImageRendering::screenPictures(png, other, before, hash, 10, stop);
   };
   EXPECT_EQ(textOf([&] { open(before); }), "图片文件已被修改，无法对比");
   StopSource stop;
@@ -139,14 +141,14 @@ TEST_F(ScreenPictureTest, ShowsOnlyFilesThatAreWhatTheyWere) {
 
   useTemporaryDirectory(folder.url().path() + "/none");
   const auto pictures = open(after);
-  EXPECT_FALSE(ImageRendering::prepareParts(pictures).get()) << "no place for the parts";
+  EXPECT_FALSE(ImageRendering::prepareParts(pictures)) << "no place for the parts";
   useTemporaryDirectory(folder.url().path());
-  EXPECT_TRUE(ImageRendering::prepareParts(pictures).get());
+  EXPECT_TRUE(ImageRendering::prepareParts(pictures));
   EXPECT_EQ(pictures->compressed->part({.width = 30, .height = 20}).pixels, test::decoded(other));
 
   const auto late = open(after);
   folder.write("other.png", files::read(png));
-  EXPECT_EQ(textOf([&] { ImageRendering::prepareParts(late).get(); }),
+  EXPECT_EQ(textOf([&] { ImageRendering::prepareParts(late); }),
             "图片文件在载入过程中被修改，请重新打开对比");
   EXPECT_EQ(files::namesInDirectory(folder.url()).size(), 2U) << "the parts' files have no names";
 }
