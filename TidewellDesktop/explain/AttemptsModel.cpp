@@ -83,7 +83,7 @@ QVariant AttemptsModel::headerData(int section, Qt::Orientation orientation, int
   if (orientation != Qt::Horizontal) return {};
   const bool isNumber = section == Size || section == Score;
   if (role == Qt::TextAlignmentRole)
-    return int{(isNumber ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter};
+    return static_cast<int>(((isNumber ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter).toInt());
   if (role != Qt::DisplayRole) return {};
   switch (section) {
     case Attempt:

@@ -80,10 +80,10 @@ void ExplainPage::open(const URL& source, Date before) {
       return {std::nullopt, words(describedError(std::current_exception()))};
     }
   };
-  inBackground(this, find, [this, asked = ++asked_](Found&& found) { show(std::move(found), asked); });
+  inBackground(this, find, [this, asked = ++asked_](Found&& found) { showFound(std::move(found), asked); });
 }
 
-void ExplainPage::show(Found&& found, int asked) {
+void ExplainPage::showFound(Found&& found, int asked) {
   if (asked != asked_) return;
   notice_->setText(found.problem);
   model_.setReport(std::move(found.report));

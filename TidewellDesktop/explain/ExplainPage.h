@@ -32,7 +32,7 @@ class ExplainPage : public QWidget {
  private:
   struct Found;
   QWidget* makeReport();
-  void show(Found&& found, int asked);
+  void showFound(Found&& found, int asked);
   void showFacts(const Report& report);
   void pick(int row);
 

@@ -33,7 +33,7 @@ QVariant HistoryModel::headerData(int section, Qt::Orientation orientation, int 
   if (orientation != Qt::Horizontal) return {};
   const bool isAmount = section >= Before && section <= Saved;
   if (role == Qt::TextAlignmentRole)
-    return int{(isAmount ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter};
+    return static_cast<int>(((isAmount ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter).toInt());
   if (role != Qt::DisplayRole) return {};
   switch (section) {
     case Name:

@@ -47,7 +47,8 @@ HistoryRecord* HistoryModel::unwish(const HistoryWish& wish) const {
 }
 
 HistoryModel::Look HistoryModel::lookFor(HistoryWish&& wish) const {
-  Look look{.wish = std::move(wish)};
+  Look look;
+  look.wish = std::move(wish);
   const auto& records = look.wish.batch->records;
   if (look.wish.record) {
     const auto record = std::ranges::find(records, *look.wish.record, &HistoryRecord::id);
@@ -70,7 +71,11 @@ void HistoryModel::look() {
   const std::size_t dropped = wishes_.size() - std::min(wishes_.size(), mostAtOnce);
   for (std::size_t i = 0; i < wishes_.size(); ++i) {
     if (!isThere(wishes_[i])) continue;
-    i < dropped ? unwish(wishes_[i]) : looks.push_back(lookFor(std::move(wishes_[i])));
+    if (i < dropped) {
+      unwish(wishes_[i]);
+    } else {
+      looks.push_back(lookFor(std::move(wishes_[i])));
+    }
   }
   wishes_.clear();
   const auto work = [looks = std::move(looks), history = history_, now = now_()]() mutable {

@@ -132,7 +132,8 @@ void HistoryModel::load() {
   QElapsedTimer timer;
   timer.start();
   const auto read = [store = store_, earlier = history_]() -> Loaded {
-    Loaded loaded{.folder = watchedPath(nearestFolder(store.root()))};
+    Loaded loaded;
+    loaded.folder = watchedPath(nearestFolder(store.root()));
     try {
       loaded.history = std::make_shared<const History>(store, earlier.get());
       loaded.batches = batchesOf(*loaded.history);

@@ -112,7 +112,8 @@ void UndoWorker::start(Action action, std::vector<UndoRecord> records, Work work
 
 UndoSummary UndoWorker::carryOut(Action action, const std::vector<UndoRecord>& records, const Work& work,
                                  int stops) {
-  UndoSummary summary{.action = action};
+  UndoSummary summary;
+  summary.action = action;
   int handled = 0;
   std::set<std::string> back;
   try {
