@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/EngineTest.h"
 #include "support/Faults.h"
@@ -68,6 +69,19 @@ TEST_F(Engine, KeepsTimesWhereAsked) {
     EXPECT_EQ(now.accessed.tv_nsec == old.accessed.tv_nsec && now.accessed.tv_sec == old.accessed.tv_sec,
               keeps);
   }
+}
+
+TEST_F(Engine, RefusesOtherColoursUnderTheSameName) {
+  const auto write = [](const URL& url, int quality, std::optional<double> gamma) {
+    test::writeJPEGFile(
+        url, test::photoRaster(80, 60),
+        {.quality = quality, .icc = color::makeRGBProfile("Camera", color::displayP3, gamma)});
+  };
+  write(photo, 95, {});
+  write(tools.answer("jpegli-420-72.jpg"), 50, 1.4);
+  write(tools.answer("jpegli-444-72.jpg"), 50, {});
+  EXPECT_EQ(compress(photo).encoder, "Jpegli q72 444");
+  EXPECT_EQ(test::latestReport(undo).at("attempts").at(0).at("reason"), "metadata_mismatch");
 }
 
 TEST_F(Engine, PassesOverWhatSavesTooLittle) {
