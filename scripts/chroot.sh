@@ -22,7 +22,7 @@ bootstrap() {
   apt-config dump --no-empty Acquire | grep -v '^Acquire::IndexTargets' >"$root.apt" || true
   mmdebstrap --mode=root --variant=minbase --include="$packages" --aptopt="$root.apt" "${options[@]}" \
     --customize-hook='printf "#!/bin/sh\nexit 101\n" >"$1/usr/sbin/policy-rc.d"; chmod +x "$1/usr/sbin/policy-rc.d"' \
-    "$release" "$root" "deb $site $release main"
+    --dpkgopt=force-unsafe-io "$release" "$root" "deb $site $release main"
 }
 
 # within ROOT COMMAND...: as root there, with the network.
