@@ -51,6 +51,7 @@ class Packages(unittest.TestCase):
     def test_version(self):
         version = re.search(r"project\(Tidewell VERSION ([0-9.]+)", (REPOSITORY / "CMakeLists.txt").read_text()).group(1)
         self.assertEqual(re.match(r"tidewell \((.*)-[0-9]+\)", (REPOSITORY / "debian/changelog").read_text()).group(1), version)
+        self.assertIn(f" tidewell-tools (>= {version}),", (REPOSITORY / "debian/control").read_text())
 
 
 if __name__ == "__main__":
