@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <iterator>
 #include <new>
@@ -166,38 +167,65 @@ std::string described(const CompressionError& error) {
   return error.what();
 }
 
-/// "无法" with an action, the file's name and the reason.
-std::optional<std::string> describedFileText(std::string_view text) {
-  constexpr std::string_view cannot = "无法", opening = "“", closing = "”：";
-  if (!text.starts_with(cannot)) return std::nullopt;
-  text.remove_prefix(cannot.size());
-  const auto nameAt = text.find(opening), nameEnd = text.rfind(closing);
-  if (nameAt == std::string_view::npos || nameEnd == std::string_view::npos || nameEnd < nameAt)
-    return std::nullopt;
-  const auto* const action = std::ranges::find(actions, text.substr(0, nameAt), &Words::service);
-  if (action == std::end(actions)) return std::nullopt;
-  const auto name = text.substr(nameAt + opening.size(), nameEnd - nameAt - opening.size());
-  const auto reason = text.substr(nameEnd + closing.size());
-  for (const auto& [code, words] : reasons) {
-    if (describeErrno(code) == reason) return filled(_(action->text), {printable(name), _(words)});
+/// What the service says of other failures, with the values in their places.
+constexpr Words others[] = {
+    {"缺少压缩组件：{1}", N_("A compression tool is missing: {1}")},
+    {"压缩组件运行失败：{1} 超时", N_("A compression tool failed: {1} took too long")},
+    {"压缩组件运行失败：{1}（退出码 {2}）：{3}", N_("A compression tool failed: {1} (status {2}): {3}")},
+    {"压缩组件运行失败：{1} 未返回有效画质评分", N_("A compression tool failed: {1} gave no valid score")},
+    {"替换文件失败：{1}", N_("Cannot replace the file: {1}")},
+    {"保存 PNG 失败：{1}", N_("Cannot save the PNG: {1}")},
+    {"内部错误：{1}", N_("Internal error: {1}")},
+};
+
+/// The values of "{1}", "{2}" and "{3}", in this order, in a text that was made of the pattern.
+std::optional<std::array<std::string, 3>> valuesIn(std::string_view text, std::string_view pattern) {
+  std::array<std::string, 3> values;
+  for (std::size_t index = 0; !pattern.empty(); ++index) {
+    const auto place = pattern.find('{');
+    if (!text.starts_with(pattern.substr(0, place))) return std::nullopt;
+    if (place == std::string_view::npos) return text == pattern ? std::optional(values) : std::nullopt;
+    text.remove_prefix(place);
+    pattern.remove_prefix(place + std::string_view("{1}").size());
+    const auto behind = pattern.substr(0, pattern.find('{'));
+    const auto end = behind.empty() ? text.size() : text.find(behind);
+    if (end == std::string_view::npos) return std::nullopt;
+    values.at(index) = shown(text.substr(0, end));
+    text.remove_prefix(end);
   }
-  return filled(_(action->text), {printable(name), printable(reason)});
+  return text.empty() ? std::optional(values) : std::nullopt;
+}
+
+std::string describedReasonText(std::string_view text) {
+  for (const auto& [code, words] : reasons) {
+    if (describeErrno(code) == text) return _(words);
+  }
+  return printable(text);
 }
 
 }  // namespace
 
 std::string describedServiceText(std::string_view text) {
-  for (const auto& error :
-       {CompressionError::invalidImage(), CompressionError::formatMismatch(),
-        CompressionError::changedDuringCompression(), CompressionError::validationFailed()}) {
+  for (const auto& error : {CompressionError::invalidImage(), CompressionError::formatMismatch(),
+                            CompressionError::changedDuringCompression(),
+                            CompressionError::validationFailed(), CompressionError::unsafeRestore()}) {
     if (text == error.what()) return described(error);
   }
   if (text == Interrupted().what()) return describedError(std::make_exception_ptr(Interrupted()));
-  const std::string missing = CompressionError::toolMissing("").what();
-  if (text.starts_with(missing)) return described(CompressionError::toolMissing(text.substr(missing.size())));
   const auto* const problem = std::ranges::find(problems, text, &Words::service);
   if (problem != std::end(problems)) return _(problem->text);
-  return describedFileText(text).value_or(printable(text));
+  for (const auto& [pattern, words] : others) {
+    if (const auto values = valuesIn(text, pattern)) {
+      return filled(_(words), {(*values)[0], (*values)[1], (*values)[2]});
+    }
+  }
+  if (const auto file = valuesIn(text, "无法{1}“{2}”：{3}")) {
+    const auto* const action = std::ranges::find(actions, (*file)[0], &Words::service);
+    if (action != std::end(actions)) {
+      return filled(_(action->text), {(*file)[1], describedReasonText((*file)[2])});
+    }
+  }
+  return describedReasonText(text);
 }
 
 std::string describedErrno(int code) {

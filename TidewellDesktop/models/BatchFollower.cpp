@@ -222,6 +222,10 @@ void BatchFollower::failAll(const std::vector<QString>& processes) {
   for (Followed& file : followed_) {
     if (file.settled || std::ranges::find(processes, file.takenBy) == processes.end()) continue;
     if (isDone(file.row.state)) {
+      if (file.row.state == RowState::failed && file.row.why.isEmpty()) {
+        file.row.why = words(_("the background service ended before it said why"));
+        change(file);
+      }
       settle(file);
     } else {
       fail(file, words(_("the background service ended before the file was done")));
@@ -348,6 +352,8 @@ void BatchFollower::change(const Followed& file) {
 
 void BatchFollower::tell() {
   if (!changed_.empty()) {
+    std::ranges::sort(changed_);
+    changed_.erase(std::ranges::unique(changed_).begin(), changed_.end());
     std::vector<FileRow> rows;
     for (const std::size_t index : std::exchange(changed_, {})) rows.push_back(followed_[index].row);
     Q_EMIT updated(rows);

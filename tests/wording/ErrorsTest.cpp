@@ -65,6 +65,16 @@ TEST(Errors, SayInChineseWhatTheServiceSays) {
   for (const auto& error : everyError()) EXPECT_EQ(describedError(error), localizedDescription(error));
 }
 
+TEST(Errors, AreKnownByTheServicesWords) {
+  speak("C");
+  for (const auto& error : everyError()) {
+    const std::string text = localizedDescription(error);
+    if (text.find("的记录或备份") != std::string::npos) continue;  // of no batch
+    EXPECT_EQ(describedServiceText(text), describedError(error)) << text;
+  }
+  EXPECT_EQ(describedServiceText("无法“”：无法"), "无法“”：无法");
+}
+
 TEST(Errors, HaveCodesForScripts) {
   speak("C");
   const auto code = [](const auto& error) { return errorCode(std::make_exception_ptr(error)); };
