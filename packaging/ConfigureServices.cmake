@@ -1,6 +1,7 @@
 # Runs while installing: writes the files that name the executable.
 #
-#   executable   its path after installing    source, destination   folders of the templates and the results
+#   executable   its path after installing    names, source, destination   the templates without ".in", their folder
+#                                             and that of the results
 get_filename_component(executable "${executable}" ABSOLUTE)
 
 # In quotes as each reader wants them: the bus undoes the escapes of key files, then splits like a shell; the
@@ -11,6 +12,6 @@ string(REGEX REPLACE "([\"\\\\])" "\\\\\\1" systemd_executable "${executable}")
 string(REPLACE "%" "%%" systemd_executable "${systemd_executable}")
 set(systemd_executable "\"${systemd_executable}\"")
 
-foreach(name com.vantor.tidewell.Background.service tidewell-background.service)
+foreach(name IN LISTS names)
   configure_file("${source}/${name}.in" "${destination}/${name}" @ONLY)
 endforeach()

@@ -42,6 +42,7 @@ except ImportError as error:
 PROGRAM = pathlib.Path(sys.argv[1]).resolve()
 BUILD = PROGRAM.parent.parent
 SERVICE = "com.vantor.tidewell.Background"
+WINDOW = "com.vantor.tidewell.Desktop"
 WATCHER = "org.kde.StatusNotifierWatcher"
 ITEM = "org.kde.StatusNotifierItem"
 OLD = 1_000_000_000_123_456_789  # nanoseconds since 1970
@@ -308,14 +309,17 @@ class Activation(Session):
 
     def test_what_is_installed_is_valid(self):
         share = self.prefix / "share"
-        desktop = share / f"applications/{SERVICE}.desktop"
-        for check in (["desktop-file-validate", desktop],
+        desktop, window = (share / f"applications/{name}.desktop" for name in (SERVICE, WINDOW))
+        for check in (["desktop-file-validate", desktop], ["desktop-file-validate", window],
+                      ["appstreamcli", "validate", "--quiet", "--no-net", "--strict", *share.glob("metainfo/*")],
                       ["systemd-analyze", "verify", "--user", share / "systemd/user/tidewell-background.service"]):
             done = subprocess.run(check, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
             self.assertEqual((done.returncode, done.stdout), (0, ""), check)
         self.assertIn("Exec=gapplication launch " + SERVICE, desktop.read_text())
+        self.assertNotIn("image/", desktop.read_text(), "a double click would compress")
+        self.assertIn("image/heic;", window.read_text())
         for size in ("scalable", "48x48"):
-            self.assertEqual(len(list((share / f"icons/hicolor/{size}/apps").iterdir())), 1)
+            self.assertEqual(len(list((share / f"icons/hicolor/{size}/apps").iterdir())), 2)
 
 
 def main():

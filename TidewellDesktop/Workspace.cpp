@@ -1,0 +1,257 @@
+#include "TidewellDesktop/Workspace.h"
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <utility>
+
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/wording/Errors.h"
+#include "TidewellDesktop/support/Background.h"
+#include "TidewellDesktop/support/Words.h"
+
+namespace tidewell::desktop {
+
+namespace {
+
+/// The record that a row names, as it is on the disk. Throws what reading throws.
+std::optional<UndoRecord> recordOf(const UndoStore& store, const FileRow& row) {
+  if (!row.record || !row.batch) return std::nullopt;
+  UndoRecord named;
+  named.id = *row.record;
+  named.sessionID = *row.batch;
+  const URL file = store.recordURL(named);
+  return files::exists(file) ? UndoRecord::read(file) : std::nullopt;
+}
+
+struct FoundRecords {
+  std::vector<UndoRecord> records;
+  QString problem;
+};
+
+/// The newest first, as they can be restored.
+FoundRecords recordsOf(const UndoStore& store, const std::vector<FileRow>& rows) {
+  FoundRecords found;
+  for (const FileRow& row : rows) {
+    try {
+      if (auto record = recordOf(store, row)) found.records.push_back(std::move(*record));
+    } catch (...) {
+      found.problem = words(describedError(std::current_exception()));
+    }
+  }
+  std::sort(found.records.begin(), found.records.end(),
+            [](const UndoRecord& one, const UndoRecord& other) { return one.createdAt > other.createdAt; });
+  return found;
+}
+
+/// Rows as they are once their records have gone: the originals are back, or cannot come back any more.
+std::vector<FileRow> rowsWithoutRecord(const UndoStore& store, std::vector<FileRow> rows) {
+  std::vector<FileRow> gone;
+  for (FileRow& row : rows) {
+    try {
+      if (recordOf(store, row)) continue;
+      const bool isBack = files::exists(row.url) && row.before == fileSize(row.url);
+      row.record.reset();
+      if (isBack) {
+        row.state = RowState::skipped;
+        row.after.reset();
+        row.score.reset();
+        row.encoder.reset();
+        row.why = words(_("The original is back."));
+      }
+      gone.push_back(std::move(row));
+    } catch (const std::exception&) {
+      // What cannot be read may still be there.
+    }
+  }
+  return gone;
+}
+
+}  // namespace
+
+Workspace::Workspace(const QDBusConnection& connection, QObject* parent)
+    : QObject(parent),
+      service_(connection),
+      follower_(BatchFollower::Places{.store = store_}),
+      undo_(store_),
+      history_(store_) {
+  connectService();
+  connect(&intake_, &FileIntake::found, this, &Workspace::takeFound);
+  connect(&intake_, &FileIntake::finished, this, &Workspace::finishLooking);
+  connect(&follower_, &BatchFollower::updated, this, &Workspace::update);
+  connect(&follower_, &BatchFollower::ended, this, &Workspace::finishBatch);
+  connect(&settings_, &Settings::saveFailed, this, &Workspace::problem);
+  connect(&undo_, &UndoWorker::progressed, this, &Workspace::changed);
+  connect(&undo_, &UndoWorker::finished, this, [this] {
+    service_.announceUndoDidChange();
+    history_.reload();
+    lookAfterRecords();
+    Q_EMIT changed();
+  });
+}
+
+void Workspace::connectService() {
+  connect(&service_, &ServiceClient::historyDidChange, &follower_, &BatchFollower::readLatestResult);
+  connect(&service_, &ServiceClient::opened, &follower_, &BatchFollower::taken);
+  connect(&service_, &ServiceClient::openFailed, &follower_, &BatchFollower::refused);
+  connect(&service_, &ServiceClient::serviceVanished, &follower_, &BatchFollower::vanished);
+  connect(&service_, &ServiceClient::stateChanged, this, &Workspace::changed);
+  connect(&service_, &ServiceClient::undoDidChange, this, [this] {
+    history_.reload();
+    lookAfterRecords();
+  });
+  connect(&service_, &ServiceClient::requestFailed, this, [this](const QString& words) {
+    isStopping_ = false;
+    Q_EMIT problem(words);
+    Q_EMIT changed();
+  });
+}
+
+void Workspace::add(std::vector<URL> named, bool again) {
+  if (named.empty()) return;
+  intake_.add(std::move(named), {.again = again, .keepMetadata = settings_.values().keepMetadata});
+  Q_EMIT filesAdded();
+  Q_EMIT changed();
+}
+
+void Workspace::takeFound(std::vector<FileRow> rows) {
+  // What the service works on is in the list already, and stays what it is.
+  rows.erase(std::remove_if(rows.begin(), rows.end(),
+                            [this](const FileRow& row) { return given_.count(row.url.path()) > 0; }),
+             rows.end());
+  for (const FileRow& row : rows)
+    if (row.state == RowState::waiting && waiting_.insert(row.url.path()).second)
+      waitingBytes_ += row.before.value_or(0);
+  files_.add(std::move(rows));
+  Q_EMIT changed();
+}
+
+void Workspace::finishLooking() {
+  if (settings_.values().compressAtOnce && !intake_.isRunning()) compress();
+  Q_EMIT changed();
+}
+
+void Workspace::compress() {
+  std::vector<FileRow> rows;
+  std::vector<URL> urls;
+  for (int index = 0; index < files_.rowCount() && !waiting_.empty(); index++) {
+    const FileRow& row = files_.row(index);
+    if (waiting_.erase(row.url.path()) == 0) continue;
+    given_.insert(row.url.path());
+    rows.push_back(row);
+    urls.push_back(row.url);
+  }
+  waiting_.clear();
+  waitingBytes_ = 0;
+  if (rows.empty()) return;
+  if (!follower_.isFollowing()) {
+    batchesBefore_ = follower_.batches().size();
+    undoable_ = 0;
+  }
+  follower_.start(std::move(rows));
+  const auto& values = settings_.values();
+  service_.open(urls, {.keepMetadata = values.keepMetadata, .keepTimes = values.keepTimes});
+  Q_EMIT changed();
+}
+
+void Workspace::stop() {
+  isStopping_ = true;
+  service_.stop();
+  Q_EMIT changed();
+}
+
+void Workspace::update(const std::vector<FileRow>& rows) {
+  files_.update(rows);
+  for (const FileRow& row : rows)
+    if (isDone(row.state)) given_.erase(row.url.path());
+}
+
+void Workspace::finishBatch() {
+  given_.clear();
+  isStopping_ = false;
+  countUndoable();
+  Q_EMIT batchEnded();
+  Q_EMIT changed();
+}
+
+bool Workspace::isOfLastRun(const FileRow& row) const {
+  if (!row.record || !row.batch) return false;
+  const auto& batches = follower_.batches();
+  const auto first = batches.begin() + static_cast<std::ptrdiff_t>(std::min(batchesBefore_, batches.size()));
+  return std::find(first, batches.end(), *row.batch) != batches.end();
+}
+
+void Workspace::countUndoable() {
+  undoable_ = 0;
+  for (int index = 0; index < files_.rowCount(); index++) undoable_ += isOfLastRun(files_.row(index));
+}
+
+bool Workspace::canUndoBatch() const {
+  return undoable_ > 0 && !isRunning() && !undo_.isBusy();
+}
+
+void Workspace::clear() {
+  if (isRunning()) return;
+  intake_.stop();
+  waiting_.clear();
+  waitingBytes_ = 0;
+  undoable_ = 0;
+  files_.removeAll();
+  Q_EMIT changed();
+}
+
+void Workspace::restore(const std::vector<FileRow>& rows) {
+  inBackground(
+      this, [store = store_, rows] { return recordsOf(store, rows); },
+      [this](const FoundRecords& found) {
+        if (!found.problem.isEmpty()) Q_EMIT problem(found.problem);
+        if (found.records.empty()) {
+          if (found.problem.isEmpty()) Q_EMIT problem(words(_("There is nothing left to restore.")));
+          return;
+        }
+        undo_.restore(found.records);
+        Q_EMIT changed();
+      });
+}
+
+void Workspace::undoBatch() {
+  if (!canUndoBatch()) return;
+  std::vector<FileRow> rows;
+  for (int index = 0; index < files_.rowCount(); index++)
+    if (isOfLastRun(files_.row(index))) rows.push_back(files_.row(index));
+  restore(rows);
+}
+
+void Workspace::withRecord(const FileRow& row, std::function<void(const UndoRecord&)> use) {
+  inBackground(
+      this, [store = store_, row] { return recordsOf(store, {row}); },
+      [this, use = std::move(use)](const FoundRecords& found) {
+        if (!found.records.empty()) return use(found.records.front());
+        Q_EMIT problem(found.problem.isEmpty() ? words(_("The record of this file is gone."))
+                                               : found.problem);
+      });
+}
+
+void Workspace::lookAfterRecords() {
+  std::vector<FileRow> rows;
+  for (int index = 0; index < files_.rowCount(); index++)
+    if (files_.row(index).record) rows.push_back(files_.row(index));
+  if (rows.empty()) return;
+  inBackground(
+      this, [store = store_, rows = std::move(rows)] { return rowsWithoutRecord(store, rows); },
+      [this](const std::vector<FileRow>& gone) {
+        std::vector<FileRow> current;  // those that nothing happened to meanwhile
+        for (const FileRow& row : gone) {
+          const auto index = files_.find(row.url);
+          const bool isNewer =
+              !index || files_.row(*index).batch != row.batch || given_.count(row.url.path()) > 0;
+          if (!isNewer) current.push_back(row);
+        }
+        files_.update(current);
+        countUndoable();
+        Q_EMIT changed();
+      });
+}
+
+}  // namespace tidewell::desktop

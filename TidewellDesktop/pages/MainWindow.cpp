@@ -1,0 +1,300 @@
+#include "TidewellDesktop/pages/MainWindow.h"
+
+#include <QAction>
+#include <QActionGroup>
+#include <QClipboard>
+#include <QCloseEvent>
+#include <QDragEnterEvent>
+#include <QGuiApplication>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QStackedWidget>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+#include "TidewellDesktop/Workspace.h"
+#include "TidewellDesktop/compare/ComparePage.h"
+#include "TidewellDesktop/desktop/FileChooser.h"
+#include "TidewellDesktop/desktop/FileManager.h"
+#include "TidewellDesktop/explain/ExplainPage.h"
+#include "TidewellDesktop/history/HistoryPage.h"
+#include "TidewellDesktop/pages/EmptyPage.h"
+#include "TidewellDesktop/pages/Footer.h"
+#include "TidewellDesktop/pages/ListPage.h"
+#include "TidewellDesktop/pages/MessageBar.h"
+#include "TidewellDesktop/pages/ServicePage.h"
+#include "TidewellDesktop/pages/SettingsDialog.h"
+#include "TidewellDesktop/support/FileLists.h"
+#include "TidewellDesktop/support/Words.h"
+
+namespace tidewell::desktop {
+
+MainWindow::MainWindow(Workspace& workspace, const QDBusConnection& connection)
+    : workspace_(workspace), connection_(connection), chooser_(new FileChooser(connection, *this)) {
+  setWindowTitle(words(_("Tidewell")));
+  setAcceptDrops(true);
+  makePages();
+  makeActions();
+  makeMenus();
+  makeToolBar();
+  connectWorkspace();
+  resize(fontMetrics().averageCharWidth() * 130, fontMetrics().height() * 36);
+  showHome();
+}
+
+void MainWindow::makePages() {
+  pages_ = new QStackedWidget;
+  pages_->addWidget(empty_ = new EmptyPage);
+  pages_->addWidget(list_ = new ListPage(workspace_));
+  pages_->addWidget(service_ = new ServicePage);
+  pages_->addWidget(history_ = new HistoryPage(workspace_.history(), workspace_.undo()));
+  pages_->addWidget(compare_ = new ComparePage(workspace_.store()));
+  pages_->addWidget(explain_ = new ExplainPage(workspace_.store()));
+  message_ = new MessageBar;
+  auto* center = new QWidget;
+  auto* layout = new QVBoxLayout(center);
+  layout->setContentsMargins({});
+  layout->setSpacing(0);
+  layout->addWidget(pages_, 1);
+  layout->addWidget(message_);
+  layout->addWidget(new Footer(workspace_));
+  setCentralWidget(center);
+
+  connect(empty_, &EmptyPage::chooseRequested, this, &MainWindow::choose);
+  connect(empty_, &EmptyPage::chooseFolderRequested, this, &MainWindow::chooseFolder);
+  connect(service_, &ServicePage::lookAgainRequested, &workspace_.service(), &ServiceClient::lookAgain);
+  connect(list_, &ListPage::compareRequested, this, &MainWindow::openComparison);
+  connect(list_, &ListPage::explainRequested, this, &MainWindow::openExplanation);
+  connect(list_, &ListPage::showInFolderRequested, this,
+          [this](const std::vector<URL>& files) { showInFolder(connection_, files, this); });
+  connect(history_, &HistoryPage::compareRequested, this, &MainWindow::openComparison);
+  connect(history_, &HistoryPage::explainRequested, this, &MainWindow::openExplanation);
+  connect(compare_, &ComparePage::restoreRequested, this, &MainWindow::restore);
+  connect(compare_, &ComparePage::closed, this, &MainWindow::goBack);
+}
+
+QAction* MainWindow::makeAction(const QString& text, const char* icon, const QKeySequence& shortcut,
+                                void (MainWindow::*slot)()) {
+  auto* action = new QAction(QIcon::fromTheme(QLatin1String(icon)), text, this);
+  action->setShortcut(shortcut);
+  connect(action, &QAction::triggered, this, slot);
+  return action;
+}
+
+void MainWindow::makeActions() {
+  addPictures_ = makeAction(words(_("&Add pictures…")), "list-add", QKeySequence::Open, &MainWindow::choose);
+  addFolder_ = makeAction(words(_("Add &folder…")), "folder-open", Qt::CTRL | Qt::SHIFT | Qt::Key_O,
+                          &MainWindow::chooseFolder);
+  paste_ = makeAction(words(_("&Paste files")), "edit-paste", QKeySequence::Paste, &MainWindow::paste);
+  clear_ = makeAction(words(_("C&lear list")), "edit-clear-all", {}, &MainWindow::clear);
+  compress_ = new QAction(words(_("Co&mpress")), this);
+  compress_->setShortcut(Qt::CTRL | Qt::Key_Return);
+  connect(compress_, &QAction::triggered, &workspace_, &Workspace::compress);
+  settings_ =
+      makeAction(words(_("&Settings…")), "configure", Qt::CTRL | Qt::Key_Comma, &MainWindow::showSettings);
+  quit_ = new QAction(words(_("&Quit")), this);
+  quit_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+  connect(quit_, &QAction::triggered, this, &QWidget::close);
+  homeAction_ =
+      makeAction(words(_("&Pictures")), "view-list-details", Qt::CTRL | Qt::Key_1, &MainWindow::showHome);
+  historyAction_ =
+      makeAction(words(_("&History")), "view-history", Qt::CTRL | Qt::Key_H, &MainWindow::showHistory);
+  auto* group = new QActionGroup(this);
+  for (QAction* action : {homeAction_, historyAction_}) {
+    action->setCheckable(true);
+    group->addAction(action);
+  }
+  group->setExclusionPolicy(QActionGroup::ExclusionPolicy::ExclusiveOptional);
+  filter_ = makeAction(words(_("F&ind…")), "edit-find", QKeySequence::Find, &MainWindow::filter);
+  back_ = makeAction(words(_("&Back")), "go-previous", Qt::ALT | Qt::Key_Left, &MainWindow::goBack);
+  back_->setShortcuts({Qt::ALT | Qt::Key_Left, Qt::Key_Escape});
+  about_ = makeAction(words(_("&About Tidewell")), "help-about", {}, &MainWindow::showAbout);
+}
+
+void MainWindow::makeMenus() {
+  auto* file = menuBar()->addMenu(words(_("&File")));
+  file->addActions({addPictures_, addFolder_, paste_});
+  file->addSeparator();
+  file->addActions({compress_, clear_});
+  file->addSeparator();
+  file->addActions({settings_, quit_});
+  auto* picture = menuBar()->addMenu(words(_("&Picture")));
+  picture->addActions(list_->rowActions());
+  auto* view = menuBar()->addMenu(words(_("&View")));
+  view->addActions({homeAction_, historyAction_, filter_, back_});
+  menuBar()->addMenu(words(_("&Help")))->addAction(about_);
+}
+
+void MainWindow::makeToolBar() {
+  auto* bar = addToolBar(words(_("Tools")));
+  bar->setObjectName(QStringLiteral("tools"));
+  bar->setMovable(false);
+  bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+  bar->addAction(back_);
+  bar->addAction(addPictures_);
+  bar->addSeparator();
+  bar->addActions({homeAction_, historyAction_});
+}
+
+void MainWindow::connectWorkspace() {
+  connect(&workspace_, &Workspace::changed, this, &MainWindow::updateState);
+  connect(&workspace_.files(), &FileListModel::totalsChanged, this, &MainWindow::updateState);
+  connect(&workspace_, &Workspace::problem, message_,
+          [this](const QString& words) { message_->tell(words); });
+  connect(&workspace_, &Workspace::filesAdded, this, &MainWindow::showHome);
+  connect(&workspace_.undo(), &UndoWorker::finished, this, [this](const UndoSummary& summary) {
+    // The history tells of its own.
+    if (pages_->currentWidget() != history_) message_->tell(summary.text(), summary.problems + summary.notes);
+  });
+}
+
+void MainWindow::add(const std::vector<URL>& files) {
+  workspace_.add(files);
+}
+
+void MainWindow::present(const QByteArray& token) {
+  // Qt takes it from there, once.
+  if (!token.isEmpty()) qputenv("XDG_ACTIVATION_TOKEN", token);
+  setWindowState(windowState() & ~Qt::WindowMinimized);
+  QMainWindow::show();
+  raise();
+  activateWindow();
+}
+
+void MainWindow::choose() {
+  chooser_->open(FileChooser::Kind::pictures);
+}
+
+void MainWindow::chooseFolder() {
+  chooser_->open(FileChooser::Kind::folder);
+}
+
+void MainWindow::paste() {
+  const QMimeData* data = QGuiApplication::clipboard()->mimeData();
+  const auto files = data ? filesOf(*data) : std::vector<URL>{};
+  if (files.empty()) return message_->tell(words(_("There are no files in the clipboard.")));
+  workspace_.add(files);
+}
+
+QWidget* MainWindow::home() const {
+  const auto state = workspace_.service().state();
+  const bool cannotWork = state == ServiceClient::State::noBus || state == ServiceClient::State::notInstalled;
+  if (cannotWork && !workspace_.isRunning()) return service_;
+  if (workspace_.files().rowCount() == 0 && !workspace_.isLooking()) return empty_;
+  return list_;
+}
+
+bool MainWindow::isAtHome() const {
+  const QWidget* page = pages_->currentWidget();
+  return page == empty_ || page == list_ || page == service_;
+}
+
+void MainWindow::showPage(QWidget* page) {
+  if (pages_->currentWidget() == page) return updateState();
+  pages_->setCurrentWidget(page);
+  page->setFocus();
+  updateState();
+}
+
+void MainWindow::showHome() {
+  before_.clear();
+  showPage(home());
+}
+
+void MainWindow::showHistory() {
+  before_.clear();
+  showPage(history_);
+}
+
+void MainWindow::goBack() {
+  if (before_.empty()) return showHome();
+  QWidget* page = before_.back();
+  before_.pop_back();
+  showPage(page);
+}
+
+void MainWindow::openComparison(const UndoRecord& record) {
+  before_.push_back(pages_->currentWidget());
+  compare_->open(record);
+  showPage(compare_);
+}
+
+void MainWindow::openExplanation(const URL& source, Date before) {
+  before_.push_back(pages_->currentWidget());
+  explain_->open(source, before);
+  showPage(explain_);
+}
+
+void MainWindow::restore(const UndoRecord& record) {
+  workspace_.undo().restore({record});
+}
+
+void MainWindow::filter() {
+  showHome();
+  list_->focusFilter();
+}
+
+void MainWindow::clear() {
+  workspace_.clear();
+  showHome();
+}
+
+void MainWindow::showSettings() {
+  auto* dialog = new SettingsDialog(workspace_.settings(), this);
+  dialog->setAttribute(Qt::WA_DeleteOnClose);
+  dialog->open();
+}
+
+void MainWindow::showAbout() {
+  QMessageBox::about(this, words(_("About Tidewell")),
+                     words(_("Tidewell {1}\nMakes pictures smaller in place, without visible loss."),
+                           {QGuiApplication::applicationVersion()}));
+}
+
+void MainWindow::updateState() {
+  if (isAtHome() && pages_->currentWidget() != home()) {
+    const bool hadFocus = isActiveWindow();
+    pages_->setCurrentWidget(home());
+    if (hadFocus) home()->setFocus();
+  }
+  const QWidget* page = pages_->currentWidget();
+  service_->tell(workspace_.service().state());
+  homeAction_->setChecked(isAtHome());
+  historyAction_->setChecked(page == history_);
+  back_->setEnabled(!isAtHome());
+  const bool canWork = home() != service_;
+  for (QAction* action : {addPictures_, addFolder_, paste_}) action->setEnabled(canWork);
+  compress_->setEnabled(canWork && workspace_.waitingFiles() > 0 && !workspace_.isLooking());
+  clear_->setEnabled(!workspace_.isRunning() && workspace_.files().rowCount() > 0);
+  filter_->setEnabled(workspace_.files().rowCount() > 0);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event) {
+  QMainWindow::closeEvent(event);
+  if (event->isAccepted()) Q_EMIT closed();
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  if (!event->mimeData() || !mayNameFiles(*event->mimeData())) return;
+  // Files stay where they are, whatever the other program would like best.
+  event->setDropAction(Qt::CopyAction);
+  event->accept();
+  empty_->setDropping(true);
+}
+
+void MainWindow::dragLeaveEvent(QDragLeaveEvent* event) {
+  empty_->setDropping(false);
+  event->accept();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+  empty_->setDropping(false);
+  const auto files = filesOf(*event->mimeData());
+  if (files.empty()) return;
+  event->setDropAction(Qt::CopyAction);
+  event->accept();
+  workspace_.add(files);
+}
+
+}  // namespace tidewell::desktop
