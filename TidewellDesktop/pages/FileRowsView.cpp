@@ -79,11 +79,11 @@ void FileRowsView::arrangeColumns() {
   header()->setStretchLastSection(true);
   setColumnHidden(FileListModel::After, true);
   const int character = fontMetrics().averageCharWidth();
-  for (const auto [column, characters] : {std::pair{FileListModel::Name, 42},
-                                          {FileListModel::Before, 24},
-                                          {FileListModel::Saved, 12},
-                                          {FileListModel::Score, 12}})
-    setColumnWidth(column, characters * character);
+  const std::pair<FileListModel::Column, int> widths[] = {{FileListModel::Name, 42},
+                                                          {FileListModel::Before, 24},
+                                                          {FileListModel::Saved, 12},
+                                                          {FileListModel::Score, 12}};
+  for (const auto& [column, characters] : widths) setColumnWidth(column, characters * character);
 }
 
 std::vector<FileRow> FileRowsView::selectedRows() const {

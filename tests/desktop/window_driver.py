@@ -25,13 +25,22 @@ def run(script, build, *arguments, size=(1400, 900), **variables):
         for variable, name in PLACES.items():
             os.mkdir(f"{folder}/{name}", 0o700)
             environment[variable] = f"{folder}/{name}"
-        services = pathlib.Path(folder, "data/dbus-1/services")
-        services.mkdir(parents=True)
-        (services / f"{SERVICE}.service").write_text(
-            f"[D-BUS Service]\nName={SERVICE}\nExec=\"{build}/bin/TidewellBackground\"\n")
+        service = service_file(pathlib.Path(folder, "data"))
+        service.parent.mkdir(parents=True)
+        service.write_text(f"[D-BUS Service]\nName={SERVICE}\nExec=\"{build}/bin/TidewellBackground\"\n")
         return subprocess.run(["xvfb-run", "-a", "-s", f"-screen 0 {size[0]}x{size[1]}x24 -nolisten tcp",
                                "dbus-run-session", "--", sys.executable, "-B", script, build, *arguments],
                               env=environment).returncode
+
+
+def service_file(data=None):
+    """By which the bus knows the service."""
+    return pathlib.Path(data or os.environ["XDG_DATA_HOME"], f"dbus-1/services/{SERVICE}.service")
+
+
+def reload_bus():
+    subprocess.run(["dbus-send", "--session", "--print-reply", "--dest=org.freedesktop.DBus", "/org/freedesktop/DBus",
+                    "org.freedesktop.DBus.ReloadConfig"], check=True, stdout=subprocess.DEVNULL)
 
 
 def is_inside():
