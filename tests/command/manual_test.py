@@ -67,7 +67,7 @@ def main(path, manual):
         for source in ("page", "bash", "zsh", "fish"):
             compare(f"{command}, {source}", getattr(program, f"from_{source}")(command) - {"--"}, options)
         compare(f"{command} -h", program.from_help(command), options)
-    pages = {page.name for page in program.manual.glob("tidewell-*")}
+    pages = {page.name for page in program.manual.glob("tidewell-*")} - {"tidewell-desktop.1.scd"}  # not a command of it
     compare("pages", pages, {f"tidewell-{command}.1.scd" for command in commands})
     compare("commands, bash", program.replies("tidewell", ""), [*commands, "--help", "--version"])
     compare("commands, page", re.findall(r"^\*([a-z]+)\*$", (program.manual / "tidewell.1.scd").read_text(), re.M),
