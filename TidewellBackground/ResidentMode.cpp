@@ -37,6 +37,7 @@ int runResidentMode(const URL& tools) {
     session.emplace(
         loop, SessionService::Handlers{
                   .open = [&](const auto& urls, const auto& options) { application->open(urls, options); },
+                  .stop = [&] { application->stopBatches(); },
                   .undoDidChange = [&] { application->undoDidChange(); },
                   .disconnected = quit});
     if (!session->acquireName()) return 0;
@@ -51,10 +52,11 @@ int runResidentMode(const URL& tools) {
   StatusNotifierArea statusArea(loop);
   CommandToken tokens;
   BackgroundThreads threads(loop);  // destroyed, and so joined, before what the threads use
-  application.emplace(CompressorOperations{
-                          .compress = [&](const auto& urls,
-                                          const auto& options) { return compressor.compress(urls, options); },
-                          .maintainBackups = [&] { return compressor.maintainBackups(); }},
+  application.emplace(CompressorOperations{.compress =
+                                               [&](const auto& urls, const auto& options, const auto& token) {
+                                                 return compressor.compress(urls, options, token);
+                                               },
+                                           .maintainBackups = [&] { return compressor.maintainBackups(); }},
                       Desktop{.mainQueue = loop,
                               .workers = threads,
                               .statusBar = statusArea,

@@ -26,9 +26,10 @@ BackgroundCompressor::BackgroundCompressor(CompressionEngine engine, Compression
     : memory_(std::move(memory)), batch_(std::move(engine), queue, memory_.get()) {}
 
 BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& urls,
-                                                     const CompressionOptions& compression) {
+                                                     const CompressionOptions& compression,
+                                                     const StopToken& stop) {
   // All are queued before any is awaited. A file that waits costs a future, not a thread.
-  const BatchOptions options{.compression = compression, .again = true, .ahead = urls.size()};
+  const BatchOptions options{.compression = compression, .again = true, .ahead = urls.size(), .stop = stop};
   BackgroundBatchResult result{.sessionID = options.sessionID, .finishedAt = {}, .items = {}};
   result.items.resize(urls.size());
   const auto next = [&urls, i = std::size_t{0}]() mutable -> std::optional<Found> {

@@ -9,6 +9,7 @@
 #include "CompressionKit/batch/OutputMemory.h"
 #include "CompressionKit/engine/CompressionEngine.h"
 #include "CompressionKit/platform/Date.h"
+#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 #include "CompressionKit/queue/CompressionQueue.h"
 
@@ -23,8 +24,10 @@ class BackgroundCompressor {
                                 std::unique_ptr<OutputMemory> memory = nullptr);
 
   /// Blocks until every file is done; several threads may run batches at once. Never throws for a file:
-  /// every error becomes an item. The backup clean-up runs before and after.
-  BackgroundBatchResult compress(const std::vector<URL>& urls, const CompressionOptions& compression = {});
+  /// every error becomes an item. The backup clean-up runs before and after. A stop of the token ends this
+  /// batch early: what was queued fails with `Interrupted`.
+  BackgroundBatchResult compress(const std::vector<URL>& urls, const CompressionOptions& compression = {},
+                                 const StopToken& stop = {});
 
   struct Maintenance {
     std::optional<Date> deadline;  ///< when the next backup expires

@@ -30,7 +30,9 @@ class Batch::Run {
       : batch_(batch),
         options_(options),
         observer_(observer),
-        job_(batch.engine_, batch.memory_, options),
+        stop_(batch.engine_.tools().stopToken(), options.stop),
+        engine_(batch.engine_.stoppedBy(stop_.token())),
+        job_(engine_, batch.memory_, options),
         ahead_(options.ahead != 0 ? options.ahead : 4 * static_cast<std::size_t>(batch.queue_.limit())) {}
   Run(const Run&) = delete;
   Run& operator=(const Run&) = delete;
@@ -97,10 +99,11 @@ class Batch::Run {
         ended_.splice(ended_.end(), running_, slot);
         changed_.notify_one();
       });
-      slot->report = batch_.queue_.run(slot->file.url, nullptr, [this, slot, end = std::move(end)] {
+      auto perform = [this, slot, end = std::move(end)] {
         if (observer_.started) observer_.started(slot->file);
         return job_.perform(slot->file);
-      });
+      };
+      slot->report = batch_.queue_.run(slot->file.url, nullptr, std::move(perform), stop_.token());
     } catch (...) {
       slot->error = std::current_exception();
     }
@@ -140,6 +143,8 @@ class Batch::Run {
   Batch& batch_;
   const BatchOptions& options_;
   const Observer& observer_;
+  StopSource stop_;
+  const CompressionEngine engine_;
   BatchJob job_;
   const std::size_t ahead_;
   std::size_t count_ = 0;

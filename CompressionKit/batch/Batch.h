@@ -35,13 +35,16 @@ struct BatchOptions {
   std::optional<URL> output = std::nullopt;
   /// Files queued ahead of those at work; 0 for four times the queue's limit.
   std::size_t ahead = 0;
+  /// Ends this batch early, as what the engine's tools are stopped by ends all of them.
+  StopToken stop = {};
 };
 
 /// Compresses files as they come, through queue and engine: any number in bounded memory. Several threads may
 /// run batches of one object at once.
 ///
-/// What the engine's tools and the queue are stopped by ends a batch early (see `BatchStop`): files that are
-/// queued fail with `Interrupted`, and the caller's source must end by itself, as `FolderWalk` does.
+/// What the engine's tools and the queue are stopped by ends all batches early (see `BatchStop`), a token in
+/// its options one of them: files that are queued fail with `Interrupted`, and the caller's source must end
+/// by itself, as `FolderWalk` does.
 class Batch {
  public:
   /// Where files come from; `FolderWalk::next`, usually. May block: what ended meanwhile is told afterwards.

@@ -85,6 +85,12 @@ CompressionEngine::CompressionEngine(ToolRunner tools, UndoStore undo, Threshold
       thresholds_(thresholds),
       heicProgram_(std::move(heicProgram)) {}
 
+CompressionEngine CompressionEngine::stoppedBy(StopToken stop) const {
+  CompressionEngine other = *this;
+  other.tools_ = ToolRunner(tools_.directory(), std::move(stop));
+  return other;
+}
+
 CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessionID,
                                               const CompressionOptions& options) const {
   if (!url.isFileURL()) throw CompressionError::fileOperation("请选择本地图片文件");

@@ -32,6 +32,9 @@ class CompressionEngine {
   const Thresholds& thresholds() const { return thresholds_; }
   const HEICProgram& heicProgram() const { return heicProgram_; }
 
+  /// The same engine, which another token stops.
+  CompressionEngine stoppedBy(StopToken stop) const;
+
   /// Blocks for as long as the tools run. `sessionID` names the batch in the undo store. Every run on a file
   /// URL leaves one diagnostics report and no working directory. Throws `CompressionError`, `FileError`,
   /// `Interrupted`; the file is then what it was.

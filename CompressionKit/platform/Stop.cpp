@@ -103,20 +103,26 @@ StopSource::StopSource() : state_(std::make_shared<StopToken::State>()) {
   state_->heldEnd = Descriptor(ends[1]);
 }
 
-StopSource::StopSource(const StopToken& whole) : StopSource() {
+StopSource::StopSource(const StopToken& whole, const StopToken& other) : StopSource() {
+  becomePartOf(whole);
+  becomePartOf(other);
+}
+
+void StopSource::becomePartOf(const StopToken& whole) {
   if (!whole.state_) return;
-  whole_ = whole.state_;
+  wholes_.push_back(whole.state_);
   {
-    const std::lock_guard lock(whole_->mutex);
-    whole_->parts.push_back(state_.get());
+    const std::lock_guard lock(whole.state_->mutex);
+    whole.state_->parts.push_back(state_.get());
   }
   if (whole.stopRequested()) requestStop();
 }
 
 StopSource::~StopSource() {
-  if (!whole_) return;
-  const std::lock_guard lock(whole_->mutex);
-  whole_->parts.remove(state_.get());
+  for (const auto& whole : wholes_) {
+    const std::lock_guard lock(whole->mutex);
+    whole->parts.remove(state_.get());
+  }
 }
 
 void StopSource::requestStop() {

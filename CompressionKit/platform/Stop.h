@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 namespace tidewell {
 
@@ -43,8 +44,8 @@ class StopSource {
  public:
   /// Throws `FileError` when no descriptor is left.
   StopSource();
-  /// For a part of some work: a stop of the whole stops it, too.
-  explicit StopSource(const StopToken& whole);
+  /// For a part of some work: a stop of the whole stops it, too. It may be a part of two.
+  explicit StopSource(const StopToken& whole, const StopToken& other = {});
   StopSource(const StopSource&) = delete;
   StopSource& operator=(const StopSource&) = delete;
   ~StopSource();
@@ -54,7 +55,9 @@ class StopSource {
   void requestStop();
 
  private:
-  std::shared_ptr<StopToken::State> state_, whole_;
+  void becomePartOf(const StopToken& whole);
+  std::shared_ptr<StopToken::State> state_;
+  std::vector<std::shared_ptr<StopToken::State>> wholes_;
 };
 
 }  // namespace tidewell

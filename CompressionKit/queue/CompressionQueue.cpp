@@ -24,11 +24,14 @@ struct CompressionQueue::Job {
   std::string key;
   std::function<void()> onStart;
   std::unique_ptr<AnyTask> task;
+  StopToken stop;
 
   /// Everything between the start of the job and the freeing of its key.
-  void perform(const URL& directory, int capacity, const StopToken& stop) noexcept {
+  void perform(const URL& directory, int capacity, const StopToken& queueStop) noexcept {
     try {
-      ExecutionPermit permit(directory, key, capacity, stop);
+      stop.throwIfStopped();
+      const StopSource either(queueStop, stop);
+      ExecutionPermit permit(directory, key, capacity, either.token());
       if (onStart) onStart();
       task->perform();
       permit.release();
@@ -194,8 +197,9 @@ std::string CompressionQueue::fileIdentity(const URL& url) {
   return url.resolvingSymlinks().path();
 }
 
-void CompressionQueue::enqueue(const URL& url, std::function<void()> onStart, std::unique_ptr<AnyTask> task) {
-  Job job{.key = fileIdentity(url), .onStart = std::move(onStart), .task = std::move(task)};
+void CompressionQueue::enqueue(const URL& url, std::function<void()> onStart, std::unique_ptr<AnyTask> task,
+                               const StopToken& stop) {
+  Job job{.key = fileIdentity(url), .onStart = std::move(onStart), .task = std::move(task), .stop = stop};
   std::vector<Job> refused;
   std::exception_ptr reason;
   {

@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/Task.h"
 #include "CompressionKit/platform/URL.h"
 
@@ -47,13 +48,14 @@ class CompressionQueue {
 
   /// Queues one job. `onStart` (which may be empty) is called once when the job has its permit, then
   /// `operation`, both on a worker thread. The future gives the operation's value or error, or the permit's
-  /// error; it is ready only when the file is free again. Returns without waiting for any job.
+  /// error; it is ready only when the file is free again. Returns without waiting for any job. A stop of the
+  /// token makes this job fail with `Interrupted` once its turn comes, or while it waits for its permit.
   template <typename Operation>
-  auto run(const URL& url, std::function<void()> onStart, Operation operation)
+  auto run(const URL& url, std::function<void()> onStart, Operation operation, const StopToken& stop = {})
       -> std::future<std::invoke_result_t<Operation&>> {
     auto task = std::make_unique<Task<Operation>>(std::move(operation));
     auto future = task->promise.get_future();
-    enqueue(url, std::move(onStart), std::move(task));
+    enqueue(url, std::move(onStart), std::move(task), stop);
     return future;
   }
 
@@ -62,7 +64,8 @@ class CompressionQueue {
   void stop();
 
  private:
-  void enqueue(const URL& url, std::function<void()> onStart, std::unique_ptr<AnyTask> task);
+  void enqueue(const URL& url, std::function<void()> onStart, std::unique_ptr<AnyTask> task,
+               const StopToken& stop);
 
   struct Job;
   struct Impl;

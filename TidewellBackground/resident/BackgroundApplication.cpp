@@ -79,6 +79,11 @@ void BackgroundApplication::workspaceDidWake() {
   scheduleIdleExit();
 }
 
+void BackgroundApplication::stopBatches() {
+  if (stop_) stop_->requestStop();
+  stop_.reset();
+}
+
 void BackgroundApplication::terminateAfterBatches() {
   terminating_ = true;
   if (activeBatches_ == 0) desktop_.mainQueue.terminate();
@@ -100,8 +105,9 @@ void BackgroundApplication::enqueue(const std::vector<URL>& urls, const Compress
   statusItem_->setTitle(compressingTitle);
   statusItem_->setToolTip("后台压缩 " + std::to_string(files.size()) + " 张图片");
 
-  desktop_.workers.run([this, files = std::move(files), options] {
-    auto result = compressor_.compress(files, options);
+  if (!stop_) stop_.emplace();
+  desktop_.workers.run([this, files = std::move(files), options, stop = stop_->token()] {
+    auto result = compressor_.compress(files, options, stop);
     desktop_.mainQueue.post([this, result = std::move(result)] { finish(result); });
   });
 }

@@ -7,6 +7,7 @@
 
 #include "CompressionKit/batch/BackgroundBatchResult.h"
 #include "CompressionKit/engine/CompressionOptions.h"
+#include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
 #include "TidewellBackground/resident/Desktop.h"
 
@@ -30,6 +31,8 @@ class BackgroundApplication {
   void undoDidChange();
   /// The machine woke from sleep.
   void workspaceDidWake();
+  /// Ends the batches that run now early, each with its result. What is opened afterwards is not concerned.
+  void stopBatches();
   /// Terminates as soon as no batch runs.
   void terminateAfterBatches();
 
@@ -48,6 +51,7 @@ class BackgroundApplication {
   CompressorOperations compressor_;
   Desktop desktop_;
   int activeBatches_ = 0;
+  std::optional<StopSource> stop_;  ///< of all batches since the last stop; none before the first of them
   std::unique_ptr<StatusItem> statusItem_;
   std::uint64_t idleGeneration_ = 0;  ///< delayed idle actions of an earlier generation do nothing
 

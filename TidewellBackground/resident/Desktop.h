@@ -72,7 +72,9 @@ struct Desktop {
 
 /// The blocking operations of `BackgroundCompressor`, called on worker threads.
 struct CompressorOperations {
-  std::function<BackgroundBatchResult(const std::vector<URL>&, const CompressionOptions&)> compress;
+  /// A stop of the token ends the batch early, with a result.
+  std::function<BackgroundBatchResult(const std::vector<URL>&, const CompressionOptions&, const StopToken&)>
+      compress;
   std::function<BackgroundCompressor::Maintenance()> maintainBackups;
 };
 

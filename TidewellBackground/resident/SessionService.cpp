@@ -47,7 +47,8 @@ const sd_bus_vtable SessionService::applicationInterface[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Activate", "a{sv}", "", SessionService::ignore, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("Open", "asa{sv}", "", SessionService::open, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("ActivateAction", "sava{sv}", "", SessionService::ignore, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("ActivateAction", "sava{sv}", "", SessionService::activateAction,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
 const sd_bus_vtable SessionService::notificationInterface[] = {
@@ -109,7 +110,15 @@ int SessionService::open(sd_bus_message* message, void* self, sd_bus_error*) noe
   return sd_bus_reply_method_return(message, "");
 }
 
-// Being started is all that activation asks for, and there are no actions.
+int SessionService::activateAction(sd_bus_message* message, void* self, sd_bus_error*) noexcept {
+  const char* action = nullptr;
+  const int result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &action);
+  if (result < 0) return result;
+  if (std::string_view(action) == "stop") static_cast<SessionService*>(self)->handlers_.stop();
+  return sd_bus_reply_method_return(message, "");
+}
+
+// Being started is all that activation asks for.
 int SessionService::ignore(sd_bus_message* message, void*, sd_bus_error*) noexcept {
   return sd_bus_reply_method_return(message, "");
 }

@@ -17,6 +17,7 @@ class SessionService final : public Notifications {
   struct Handlers {
     /// One call for each request.
     std::function<void(const std::vector<URL>&, const CompressionOptions&)> open;
+    std::function<void()> stop;  ///< the batches that run now
     std::function<void()> undoDidChange;
     std::function<void()> disconnected;  ///< the bus has gone, and with it the session
   };
@@ -40,6 +41,7 @@ class SessionService final : public Notifications {
 
  private:
   static int open(sd_bus_message* message, void* self, sd_bus_error*) noexcept;
+  static int activateAction(sd_bus_message* message, void* self, sd_bus_error*) noexcept;
   static int ignore(sd_bus_message* message, void* self, sd_bus_error*) noexcept;
 
   static const sd_bus_vtable applicationInterface[];

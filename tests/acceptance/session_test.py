@@ -210,22 +210,50 @@ class Commands(Session):
         self.expect_nothing_left_behind()
         self.assertEqual(subprocess.run([PROGRAM], timeout=60).returncode, 0, "a second instance")
 
+    def action(self, name):
+        application = self.bus.get_object(SERVICE, "/com/vantor/tidewell/Background", introspect=False)
+        application.ActivateAction(name, dbus.Array([], "v"), dbus.Dictionary({}, "sv"), signature="sava{sv}",
+                                   dbus_interface="org.freedesktop.Application")
+
+    def end_early(self, end, paths):
+        """Ends a batch with a tool at work, which leaves its files as they are."""
+        before = [p.read_bytes() for p in paths]
+        self.open(self.command(*paths))
+        self.wait(lambda: self.tools_at(paths[0]), "a tool at work")
+        with contextlib.suppress(ProcessLookupError):
+            for tool in self.tools_at(paths[0]):
+                os.kill(tool, signal.SIGSTOP)  # so that it cannot end before the stop
+        self.history.clear()
+        end()
+        self.wait(lambda: self.history, "the notification")
+        self.assertEqual([tool for path in paths for tool in self.tools_at(path)], [])
+        self.assertEqual([p.read_bytes() for p in paths], before)
+        self.assertEqual([(i["outcome"], i["error"]) for i in self.latest()],
+                         [("failed", "压缩被中断，原图未改动")] * len(paths))
+        self.expect_nothing_left_behind()
+
     def test_sigterm_ends_a_batch_early(self):
         service = self.start()
-        path = self.picture("a.jpg", 1500)
-        before = path.read_bytes()
-        self.open(self.command(path))
-        self.wait(lambda: self.tools_at(path), "a tool at work")
-        with contextlib.suppress(ProcessLookupError):
-            for tool in self.tools_at(path):
-                os.kill(tool, signal.SIGSTOP)  # so that it cannot end before the signal
-        service.terminate()
+        self.end_early(service.terminate, [self.picture("a.jpg", 1500)])
         self.expect_end(service)
-        self.assertEqual(self.tools_at(path), [])
-        self.assertEqual(path.read_bytes(), before)
-        self.assertEqual([(i["outcome"], i["error"]) for i in self.latest()], [("failed", "压缩被中断，原图未改动")])
-        self.wait(lambda: self.history, "the notification")
-        self.expect_nothing_left_behind()
+
+    def test_stop_ends_batches_and_the_service_stays(self):
+        service = self.start()
+        paths = [self.picture(name, 1500) for name in ("a.jpg", "bb.jpg", "ccc.jpg", "dddd.jpg")]
+        for _ in range(2):
+            self.end_early(lambda: self.action("stop"), paths)
+        with self.all_slots_taken():
+            self.open(paths[0].as_uri())
+            self.open(paths[1].as_uri())
+            self.wait(lambda: len(self.titles) >= 6, "two batches")
+            self.history.clear()
+            self.action("stop")
+            self.wait(lambda: len(self.history) == 2, "the end of both")
+        self.open(self.command(paths[0]))
+        self.action("start")  # no action of ours
+        self.wait(lambda: len(self.history) == 3, "the end of a batch that nobody stopped")
+        self.assertEqual([i["outcome"] for i in self.latest()], ["replaced"])
+        self.assertIsNone(service.poll())
 
     def test_sigterm_does_not_wait_for_other_processes(self):
         service = self.start()

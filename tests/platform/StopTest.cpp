@@ -35,6 +35,17 @@ TEST(Stop, ReachesEveryCopyOfTheToken) {
   EXPECT_THROW(token.throwIfStopped(), Interrupted);
 }
 
+TEST(Stop, OfEitherWholeStopsThePart) {
+  for (const bool first : {false, true}) {
+    StopSource a, b;
+    const StopSource part(a.token(), b.token()), other(b.token());
+    (first ? a : b).requestStop();
+    EXPECT_TRUE(part.token().stopRequested());
+    EXPECT_NE(other.token().stopRequested(), first);
+    EXPECT_TRUE(StopSource(a.token(), b.token()).token().stopRequested());
+  }
+}
+
 // A thread that waits for the request is joined at the end of the program: it must wake whatever fails.
 TEST(Stop, WakesWhoeverWaitsEvenWhereNothingCanBeWritten) {
   StopSource source;

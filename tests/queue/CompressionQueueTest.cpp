@@ -175,6 +175,11 @@ TEST_F(CompressionQueueTest, StopsWaitingJobsAndFinishesRunningOnes) {
     return 7;
   });
   running.wait();
+  StopSource ofOne;
+  auto stoppedAlone = queue.run(
+      b, [&] { note("started"); }, [] {}, ofOne.token());
+  ofOne.requestStop();
+  EXPECT_THROW(stoppedAlone.get(), Interrupted);
   auto permitWaiting = queue.run(
       b, [&] { note("started"); }, [] {});
   auto waiting = queue.run(

@@ -47,19 +47,22 @@ class BackgroundApplicationTest : public testing::Test {
   std::vector<Strings> batches;               ///< the files of each batch that ran
   std::deque<BackgroundBatchResult> results;  ///< of the next batches
   std::deque<Maintenance> outcomes;           ///< of the next maintenance passes
+  std::vector<bool> stopped;                  ///< whether each batch was asked to end early
   int passes = 0;
-  BackgroundApplication application{{.compress =
-                                         [this](const std::vector<URL>& files, const CompressionOptions&) {
-                                           Strings& paths = batches.emplace_back();
-                                           for (const URL& file : files) paths.push_back(file.path());
-                                           return takeFrom(results, resultWith({}));
-                                         },
-                                     .maintainBackups =
-                                         [this] {
-                                           ++passes;
-                                           return takeFrom(outcomes, {});
-                                         }},
-                                    desktop.interfaces()};
+  BackgroundApplication application{
+      {.compress =
+           [this](const std::vector<URL>& files, const CompressionOptions&, const StopToken& stop) {
+             stopped.push_back(stop.stopRequested());
+             Strings& paths = batches.emplace_back();
+             for (const URL& file : files) paths.push_back(file.path());
+             return takeFrom(results, resultWith({}));
+           },
+       .maintainBackups =
+           [this] {
+             ++passes;
+             return takeFrom(outcomes, {});
+           }},
+      desktop.interfaces()};
 };
 
 // --- What starts a batch -----------------------------------------------------------------------------------
@@ -286,6 +289,22 @@ TEST_F(BackgroundApplicationTest, passesDoNotPileUp) {
   desktop.pass(1);  // twelve seconds after a pass that found nothing
   EXPECT_TRUE(desktop.terminated);
   EXPECT_EQ(desktop.historyChanges, 0);
+}
+
+TEST_F(BackgroundApplicationTest, aStopConcernsTheBatchesThatRun) {
+  application.stopBatches();
+  for (int round = 0; round < 2; ++round) {
+    open({"file:///a.jpg"});
+    open({"file:///b.jpg"});
+    application.stopBatches();
+    application.stopBatches();
+    open({"file:///c.jpg"});
+    while (desktop.work()) {
+    }
+    EXPECT_EQ(std::exchange(stopped, {}), (std::vector<bool>{true, true, false}));
+  }
+  EXPECT_EQ(desktop.historyChanges, 6);
+  EXPECT_FALSE(desktop.terminated);
 }
 
 TEST_F(BackgroundApplicationTest, aRequestToEndWaitsForTheBatches) {
