@@ -34,7 +34,8 @@ std::string tag(const URL& url) {
 
 TEST(Files, CopiesWholeFilesOrTheirAttributes) {
   const TemporaryFolder folder;
-  const URL source = folder.write("a.jpg", std::string(3'000'000, 'x') + "end"), copy = folder / "b.jpg";
+  const URL source = folder.write("a.jpg", std::string(3'000'000, 'x').append("end")),
+            copy = folder / "b.jpg";
   const timespec times[2] = {{.tv_sec = 1'000'000, .tv_nsec = 5}, {.tv_sec = 2'000'000, .tv_nsec = 7}};
   ASSERT_EQ(chmod(source.path().c_str(), 0604), 0);
   const bool tagged = setxattr(source.path().c_str(), "user.tidewell", "red", 3, 0) == 0;
