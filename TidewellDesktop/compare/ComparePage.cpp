@@ -67,7 +67,8 @@ ComparePage::ComparePage(const UndoStore& store, QWidget* parent)
       message_(new QLabel) {
   message_->setAlignment(Qt::AlignCenter);
   message_->setWordWrap(true);
-  message_->setTextInteractionFlags(Qt::TextSelectableByKeyboard | Qt::TextSelectableByMouse);
+  message_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  message_->setFocusPolicy(Qt::StrongFocus);  // the keys must reach the page while it has nothing to show
   stack_->addWidget(message_);
   stack_->addWidget(view_);
   auto* pictures = new QVBoxLayout;
@@ -80,9 +81,7 @@ ComparePage::ComparePage(const UndoStore& store, QWidget* parent)
   connect(&model_, &CompareModel::stateChanged, this, &ComparePage::showState);
   connect(&model_.player(), &Player::playingChanged, this, &ComparePage::updatePlaying);
   connect(view_, &PictureView::shownChanged, this, &ComparePage::updateShown);
-  connect(view_, &PictureView::zoomed, this, [this] {
-    zoom_->setText(words(_("{1}%"), {QString::number(std::lround(view_->viewport().scale() * 100))}));
-  });
+  connect(view_, &PictureView::zoomed, this, &ComparePage::showScale);
   showState();
 }
 
@@ -90,7 +89,7 @@ ComparePage::~ComparePage() = default;
 
 void ComparePage::open(const UndoRecord& record) {
   model_.open(record);
-  view_->setFocus();
+  stack_->currentWidget()->setFocus();
 }
 
 void ComparePage::close() {
@@ -139,7 +138,7 @@ QLayout* ComparePage::makeTopBar() {
 }
 
 void ComparePage::makePlayActions() {
-  play_ = makeAction(words(_("Pause")), Qt::Key_Space, words(_("Play or pause")));
+  play_ = makeAction(words(_("Pause")), Qt::Key_P, words(_("Play or pause")));
   auto* back = makeAction(words(_("Frame back")), Qt::Key_Comma, words(_("The frame before")));
   auto* on = makeAction(words(_("Frame on")), Qt::Key_Period, words(_("The next frame")));
   connect(play_, &QAction::triggered, this,
@@ -210,11 +209,18 @@ void ComparePage::showState() {
   for (QAction* action : needPictures_) action->setEnabled(ready);
   shown_[3]->setEnabled(ready && model_.hasDifference());
   for (QAction* action : needFrames_) action->setVisible(ready && model_.isAnimated());
-  restore_->setEnabled(ready || state == CompareModel::State::failed);
+  restore_->setEnabled(ready);
+  showScale();
   remark_->setText(model_.remark());
   updateShown();
   updatePlaying();
   updateFacts();
+}
+
+void ComparePage::showScale() {
+  const bool ready = model_.state() == CompareModel::State::ready;
+  const auto percent = QString::number(std::lround(view_->viewport().scale() * 100));
+  zoom_->setText(ready ? words(_("{1}%"), {percent}) : QString());
 }
 
 void ComparePage::updateShown() {
@@ -230,10 +236,13 @@ void ComparePage::addFact(const QString& name, const QString& value) {
   label->setTextFormat(Qt::PlainText);
   label->setWordWrap(true);
   label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  // Else a value's own script says where it stands, away from its title.
+  label->setAlignment(Qt::AlignAbsolute | (isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft));
   auto* title = new QLabel(name);
   QFont font = title->font();
   font.setBold(true);
   title->setFont(font);
+  title->setContentsMargins(0, facts_->rowCount() > 0 ? fontMetrics().height() / 2 : 0, 0, 0);
   label->setAccessibleName(name + QStringLiteral(": ") + value);
   facts_->addRow(title, label);
 }

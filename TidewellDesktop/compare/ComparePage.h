@@ -48,6 +48,7 @@ class ComparePage : public QWidget {
   QWidget* makeFacts();
   void makePlayActions();
   void showState();
+  void showScale();
   void updateShown();
   void updatePlaying();
   void updateFacts();

@@ -58,10 +58,11 @@ void PictureView::paintEvent(QPaintEvent*) {
   if (model_.state() != CompareModel::State::ready) return;
   painter.save();
   painter.scale(1 / devicePixelRatioF(), 1 / devicePixelRatioF());
-  std::vector<TileKey> wanted;
-  for (const Pane& pane : panes()) paintPane(painter, pane, wanted);
-  painter.restore();
   const auto all = panes();
+  viewport_.setWindow(all.front().window.size());  // another screen has other pixels
+  std::vector<TileKey> wanted;
+  for (const Pane& pane : all) paintPane(painter, pane, wanted);
+  painter.restore();
   for (std::size_t i = 0; i < all.size(); ++i) paintLabel(painter, all[i], i > 0);
   if (hasHandle()) paintHandle(painter);
   if (hasFocus()) {

@@ -260,6 +260,8 @@ void PictureView::keyPressEvent(QKeyEvent* event) {
       return move(0, 1);
     case Qt::Key_Down:
       return move(0, -1);
+    case Qt::Key_Space:
+      return model_.player().setPlaying(!model_.player().isPlaying());
     case Qt::Key_Plus:
     case Qt::Key_Equal:
       return zoomBy(zoomStep);
