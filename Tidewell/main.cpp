@@ -42,11 +42,6 @@ struct Runner {
     terminal.print("tidewell " TIDEWELL_VERSION);
     return done;
   }
-  // Each other command gets its row with its file.
-  template <typename Options>
-  int operator()(const Options&) const {
-    throw UsageError("this build lacks the command");
-  }
 };
 
 int run(std::span<const char* const> arguments, Terminal& terminal) {

@@ -216,22 +216,22 @@ std::unordered_set<std::int64_t> OutputMemory::sizes() noexcept {
   });
 }
 
+std::optional<OutputMemory::Output> OutputMemory::find(const char* query, const std::string& hash) noexcept {
+  return attempt([&](Database& database) { return readOutput(database.run(query, hash)); });
+}
+
 std::optional<OutputMemory::Output> OutputMemory::output(const std::string& hash) noexcept {
-  return attempt([&](Database& database) {
-    return readOutput(
-        database.run("SELECT hash, made_from, created_at, encoder, score, bytes, tools FROM outputs "
-                     "WHERE hash = ? AND made_from IS NOT NULL",
-                     hash));
-  });
+  return find(
+      "SELECT hash, made_from, created_at, encoder, score, bytes, tools FROM outputs "
+      "WHERE hash = ? AND made_from IS NOT NULL",
+      hash);
 }
 
 std::optional<OutputMemory::Output> OutputMemory::madeFrom(const std::string& originalHash) noexcept {
-  return attempt([&](Database& database) {
-    return readOutput(
-        database.run("SELECT hash, made_from, created_at, encoder, score, bytes, tools FROM outputs "
-                     "WHERE made_from = ? ORDER BY created_at DESC LIMIT 1",
-                     originalHash));
-  });
+  return find(
+      "SELECT hash, made_from, created_at, encoder, score, bytes, tools FROM outputs "
+      "WHERE made_from = ? ORDER BY created_at DESC LIMIT 1",
+      originalHash);
 }
 
 void OutputMemory::remember(const Output& output) noexcept {

@@ -65,6 +65,7 @@ class OutputMemory {
   class Database;
   template <typename Operation>
   auto attempt(Operation operation) noexcept -> decltype(operation(std::declval<Database&>()));
+  std::optional<Output> find(const char* query, const std::string& hash) noexcept;
   void setAside() noexcept;
   void trim(Database& database);
 

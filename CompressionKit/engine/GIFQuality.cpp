@@ -15,8 +15,8 @@
 namespace tidewell {
 namespace {
 
-URL referenceDirectory(const CompressionRun& run) {
-  return run.workingFile("gif-reference");
+URL referenceDirectory(const URL& workingDirectory) {
+  return workingDirectory.appending("gif-reference");
 }
 
 /// The frames of original and output, exported by a thread of its own a little ahead of whoever scores them.
@@ -111,7 +111,7 @@ class FramePairs {
 }  // namespace
 
 std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector<std::size_t>& wanted) {
-  const URL directory = referenceDirectory(run);
+  const URL directory = referenceDirectory(run.workingDirectory);
   std::vector<URL> frames;
   for (std::int64_t i = 0; i < run.facts().frameCount; ++i) {
     frames.push_back(GIFFrames::file(directory, static_cast<std::size_t>(i)));
@@ -130,23 +130,24 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   return frames;
 }
 
-std::optional<double> gifQualityScore(const CompressionRun& run, const URL& output, double minimum) {
-  const URL references = referenceDirectory(run);
+std::optional<double> gifQualityScore(const URL& original, const URL& output, const ToolRunner& tools,
+                                      const URL& directory, double minimum) {
+  const URL references = referenceDirectory(directory);
   // Frames take far more room than the animation; those of one output are not needed for the next.
-  const files::TemporaryTree outputs(run.workingFile(output.lastPathComponent() + "-frames"));
-  GIFFrames original(run.url(), run.tools().stopToken()), candidate(output, run.tools().stopToken());
+  const files::TemporaryTree outputs(directory.appending(output.lastPathComponent() + "-frames"));
+  GIFFrames expected(original, tools.stopToken()), candidate(output, tools.stopToken());
   const std::size_t count = candidate.count();
-  if (count != original.count() || std::cmp_not_equal(count, run.facts().frameCount)) return std::nullopt;
-  for (const URL& directory : {references, outputs.url()}) {
-    files::createDirectories(directory, 0777, files::Durability::cached);
+  if (count != expected.count()) return std::nullopt;
+  for (const URL& frames : {references, outputs.url()}) {
+    files::createDirectories(frames, 0777, files::Durability::cached);
   }
 
   double worst = QualityAssessment::identical;
-  FramePairs pairs(references, outputs.url(), original, candidate);
+  FramePairs pairs(references, outputs.url(), expected, candidate);
   for (std::size_t i = 0; i < count; ++i) {
     if (!pairs.await(i)) return std::nullopt;
-    const double score = QualityAssessment::measure(GIFFrames::file(references, i),
-                                                    GIFFrames::file(outputs.url(), i), run.tools());
+    const double score =
+        QualityAssessment::measure(GIFFrames::file(references, i), GIFFrames::file(outputs.url(), i), tools);
     if (score < minimum) return std::nullopt;
     worst = std::min(worst, score);
   }
