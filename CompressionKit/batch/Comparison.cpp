@@ -11,7 +11,6 @@
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/codecs/PNGWriter.h"
 #include "CompressionKit/codecs/Views.h"
-#include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/GIFQuality.h"
 #include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/Decoding.h"
@@ -87,13 +86,15 @@ class Work {
     found.original = original_->side();
     found.result = result_->side();
     if (!haveOneSize()) return found;
-    const ComparisonViews views = viewsOf(measuredSide);
+    ComparisonViews views = viewsOf(measuredSide);
     if (original_->side().frames == result_->side().frames) found.score = score(views);
-    if (original_->side().profile == result_->side().profile) {
+    const bool isOneProfile = original_->side().profile == result_->side().profile;
+    if (isOneProfile || views.convertToSRGB()) {
       found.worst = views.worstRegion(found.original.width, found.original.height);
     }
     if (picture) {
-      const ComparisonViews shown = viewsOf(pictureSide);
+      ComparisonViews shown = viewsOf(pictureSide);
+      if (!isOneProfile) shown.convertToSRGB();
       found.amplification = shown.amplification();
       shown.write(*picture, found.amplification);
     }
@@ -132,16 +133,8 @@ class Work {
   /// No frame is too bad to be told.
   double gifScore() const {
     constexpr double none = -std::numeric_limits<double>::infinity();
-    const CompressionEngine engine(tools_, UndoStore(file("Undo")), {none, none, none});
-    CompressionTrace trace(original_->url());
-    const CompressionOptions options;
-    Original original(original_->url(), tools_.stopToken());
-    const CompressionRun run{.engine = engine,
-                             .options = options,
-                             .trace = trace,
-                             .original = original,
-                             .workingDirectory = directory_.url()};
-    if (const auto score = gifQualityScore(run, result_->url(), none)) return *score;
+    const auto score = gifQualityScore(original_->url(), result_->url(), tools_, directory_.url(), none);
+    if (score) return *score;
     throw CompressionError::validationFailed();  // the alpha of a frame differs
   }
 

@@ -10,6 +10,7 @@
 #include <span>
 #include <vector>
 
+#include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/codecs/PNGWriter.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
@@ -44,6 +45,17 @@ void appendGap(std::vector<std::uint8_t>& to) {
 }
 
 }  // namespace
+
+bool ComparisonViews::convertToSRGB() {
+  for (Bitmap* const view : {&original, &result}) {
+    const bool converted =
+        view->color.icc.empty() ? view->color.srgb : color::convertToSRGB(view->color.icc, view->pixels);
+    if (!converted) return false;
+    view->color = ColorTag();
+    view->color.srgb = true;
+  }
+  return true;
+}
 
 std::optional<Comparison::Region> ComparisonViews::worstRegion(std::int64_t width,
                                                                std::int64_t height) const {

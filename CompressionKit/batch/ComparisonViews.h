@@ -13,6 +13,8 @@ struct ComparisonViews {
   Bitmap original;
   Bitmap result;
 
+  /// Makes both views of sRGB, so that they can be compared. False where colours are not told by a profile.
+  bool convertToSRGB();
   /// Where they differ most, told in pixels of a picture of `width` × `height`; nothing where they are equal.
   std::optional<Comparison::Region> worstRegion(std::int64_t width, std::int64_t height) const;
   /// Writes both and what `amplification` makes of their difference side by side, as a new file: throws

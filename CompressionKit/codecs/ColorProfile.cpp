@@ -136,6 +136,19 @@ bool isSRGB(std::string_view icc) {
   return true;
 }
 
+bool convertToSRGB(std::string_view icc, std::span<std::uint8_t> pixels) {
+  const Profile profile = opened(icc), sRGB(cmsCreate_sRGBProfile());
+  if (!profile || !sRGB || cmsGetColorSpace(profile.get()) != cmsSigRgbData) return false;
+  const Transform transform(cmsCreateTransform(profile.get(), TYPE_RGBA_8_PREMUL, sRGB.get(),
+                                               TYPE_RGBA_8_PREMUL, INTENT_RELATIVE_COLORIMETRIC,
+                                               cmsFLAGS_COPY_ALPHA | cmsFLAGS_BLACKPOINTCOMPENSATION));
+  if (!transform) return false;
+  constexpr std::size_t channels = 4;
+  cmsDoTransform(transform.get(), pixels.data(), pixels.data(),
+                 static_cast<cmsUInt32Number>(pixels.size() / channels));
+  return true;
+}
+
 std::string rewritten(std::string_view icc) {
   const Profile profile = opened(icc);
   if (!profile) return {};

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -17,6 +19,10 @@ bool isRGBProfile(std::string_view icc);
 
 /// Colours of the RGB profile show as those of sRGB with the same numbers, to three steps of 8 bits.
 bool isSRGB(std::string_view icc);
+
+/// Turns pixels (premultiplied R, G, B, A) of the RGB profile into those that sRGB shows alike. False, and
+/// nothing is done, for bytes that are no such profile.
+bool convertToSRGB(std::string_view icc, std::span<std::uint8_t> pixels);
 
 /// The same profile put together anew, with the flaws of its header and padding mended; empty for bytes that
 /// are no profile.

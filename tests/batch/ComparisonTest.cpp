@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ColorProfile.h"
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
 #include "support/Failure.h"
@@ -60,6 +61,18 @@ TEST_F(ComparisonTest, FindsAndPaintsTheWorstRegion) {
   EXPECT_EQ(test::errnoOf([&] { compare({.original = original, .result = result}, tools_, picture); }),
             EEXIST);
   EXPECT_EQ(test::decoded(picture), pixels);
+}
+
+TEST_F(ComparisonTest, ComparesColoursOfOtherProfilesInSRGB) {
+  const URL p3 = folder_ / "p3.png", red = folder_ / "red.png", green = folder_ / "green.png";
+  const auto flat = [](test::Pixel pixel) { return test::Raster(64, 64, [=](int, int) { return pixel; }); };
+  const std::string profile = color::makeRGBProfile("Wide", color::displayP3);
+  test::writePNGFile(p3, flat({200, 100, 50, 255}), {.icc = profile});
+  test::writePNGFile(red, flat({216, 96, 34, 255}), {.icc = color::makeRGBProfile("Usual", color::bt709)});
+  test::writePNGFile(green, flat({200, 100, 50, 255}), {.icc = color::makeRGBProfile("Usual", color::bt709)});
+  EXPECT_LE(compared(p3, red).worst.value_or(Comparison::Region()).difference, 3) << "one colour";
+  ASSERT_TRUE(compared(p3, green).worst) << "the same numbers";
+  EXPECT_GT(compared(p3, green).worst->difference, 12);
 }
 
 TEST_F(ComparisonTest, TellsSizesUprightAndScoresWhatCanBeScored) {
