@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "CompressionKit/CompressionError.h"
+
 namespace tidewell {
 
 const Candidate* CompressionRun::smallest() const {
@@ -16,11 +18,12 @@ const Candidate* CompressionRun::choice() const {
 }
 
 CompressionResult CompressionRun::passedOver(PassedOver reason) const {
+  if (!original.isUntouched() && original.hasChanged()) throw CompressionError::changedDuringCompression();
   CompressionResult result;
   result.url = original.url();
   result.originalBytes = result.finalBytes = original.bytes();
   result.passedOver = reason;
-  if (original.isUntouched()) result.originalHash = original.hash();  // else who knows what the tools saw
+  result.originalHash = original.hash();
   return result;
 }
 
