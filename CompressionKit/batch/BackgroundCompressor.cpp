@@ -29,7 +29,11 @@ BackgroundBatchResult BackgroundCompressor::compress(const std::vector<URL>& url
                                                      const CompressionOptions& compression,
                                                      const StopToken& stop) {
   // All are queued before any is awaited. A file that waits costs a future, not a thread.
-  const BatchOptions options{.compression = compression, .again = true, .ahead = urls.size(), .stop = stop};
+  const BatchOptions options{.compression = compression,
+                             .again = true,
+                             .ahead = urls.size(),
+                             .cleansUpInBetween = false,
+                             .stop = stop};
   BackgroundBatchResult result{.sessionID = options.sessionID, .finishedAt = {}, .items = {}};
   result.items.resize(urls.size());
   const auto next = [&urls, i = std::size_t{0}]() mutable -> std::optional<Found> {

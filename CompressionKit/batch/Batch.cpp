@@ -133,7 +133,7 @@ class Batch::Run {
 
   void tell(const FileReport& report) {
     if (observer_.finished) observer_.finished(report);
-    if (!report.record || !mayRemoveBackups(options_)) return;
+    if (!report.record || !options_.cleansUpInBetween || !mayRemoveBackups(options_)) return;
     backedUp_ += report.originalBytes.value_or(0);
     if (backedUp_ < bytesBetweenCleanUps) return;
     backedUp_ = 0;

@@ -35,6 +35,8 @@ struct BatchOptions {
   std::optional<URL> output = std::nullopt;
   /// Files queued ahead of those at work; 0 for four times the queue's limit.
   std::size_t ahead = 0;
+  /// Backups are cleaned up not only before and after.
+  bool cleansUpInBetween = true;
   /// Ends this batch early, as what the engine's tools are stopped by ends all of them.
   StopToken stop = {};
 };

@@ -1,6 +1,7 @@
 #include "CompressionKit/batch/BatchJob.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <utility>
@@ -55,15 +56,17 @@ void requireRegularFile(const URL& url) {
   if (!files::resourceValues(url).isRegularFile) throw CompressionError::fileOperation("请选择普通图片文件");
 }
 
-/// The first name beside the original that is free.
-URL nameOfConversion(const URL& original) {
-  int attempt = 0;
-  while (attempt + 1 < maximumConversionNames && files::exists(conversionURL(original, attempt))) ++attempt;
-  return conversionURL(original, attempt);
-}
-
 FileError nameTaken(const URL& url) {
   return {"写入", url.path(), EEXIST};
+}
+
+/// A rehearsal fails where the work would: what lies in the folder could not be replaced. One that is not
+/// there yet will be made in the nearest that is.
+void requireWritable(URL folder) {
+  while (access(folder.path().c_str(), W_OK | X_OK) != 0) {
+    if (errno != ENOENT || folder.path() == "/") throw FileError("写入", folder.path(), errno);
+    folder = folder.deletingLastPathComponent();
+  }
 }
 
 }  // namespace
@@ -93,7 +96,9 @@ FileReport BatchJob::perform(const Found& file) {
     if (options_.output) {
       writeCopy(file, report);
     } else if (options_.dryRun) {
-      rehearse(file, report);
+      const URL folder = file.url.deletingLastPathComponent();
+      rehearse(file, folder, report);
+      if (report.outcome == Outcome::converted) report.output = takeConversionName(file.url, folder);
     } else {
       compressInPlace(file, report);
     }
@@ -114,9 +119,10 @@ void BatchJob::compressInPlace(const Found& file, FileReport& report) {
   rememberSkipped(result);
 }
 
-void BatchJob::rehearse(const Found& file, FileReport& report) {
+void BatchJob::rehearse(const Found& file, const URL& folder, FileReport& report) {
   requireRegularFile(file.url);
   if (const auto before = known(file.url)) return fillKnown(report, file.url, before->score);
+  requireWritable(folder);
   const URL temporary = locations::temporaryDirectory();
   sweeps_.sweepOnce(temporary);
   const WorkingDirectory directory(temporary);
@@ -124,7 +130,19 @@ void BatchJob::rehearse(const Found& file, FileReport& report) {
   files::copyItem(file.url, copy);
   const auto result = engineBeside(directory.url()).compress(copy, options_.sessionID, options_.compression);
   fill(report, result);
-  if (result.outcome == CompressionOutcome::converted) report.output = nameOfConversion(file.url);
+}
+
+/// The first name that is free beside the original, as it would get there, and that this batch has not given
+/// away in the folder.
+URL BatchJob::takeConversionName(const URL& original, const URL& folder) {
+  const std::lock_guard lock(mutex_);
+  for (int attempt = 0; attempt < maximumConversionNames; ++attempt) {
+    const URL beside = conversionURL(original, attempt);
+    if (files::exists(beside)) continue;
+    URL name = folder.appending(beside.lastPathComponent());
+    if (conversions_.insert(name.path()).second) return name;
+  }
+  throw CompressionError::fileOperation("无法创建 PNG：同名文件过多");
 }
 
 void BatchJob::writeCopy(const Found& file, FileReport& report) {
@@ -138,17 +156,14 @@ void BatchJob::writeCopy(const Found& file, FileReport& report) {
   std::optional<WorkingDirectory> directory;
   URL copy = file.url;
   if (options_.dryRun) {
-    rehearse(file, report);
+    rehearse(file, folder, report);
   } else {
     files::createDirectories(folder);
     sweeps_.sweepOnce(folder);
     directory.emplace(folder);
     copy = makeCopy(file, *directory, report);
   }
-  // Beside a PNG of that name a conversion gets the one that it would get in place.
-  report.output = report.outcome == Outcome::converted
-                      ? folder.appending(nameOfConversion(file.url).lastPathComponent())
-                      : target;
+  report.output = report.outcome == Outcome::converted ? takeConversionName(file.url, folder) : target;
   refuseTaken(*report.output);
   if (directory && !atomicRenameIfAbsent(copy, *report.output)) throw nameTaken(*report.output);
   report.outcome = Outcome::written;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "CompressionKit/batch/Batch.h"
@@ -26,8 +28,9 @@ class BatchJob final : OutputListener {
   void willPublish(const CompressionResult& result) noexcept override;
 
   void compressInPlace(const Found& file, FileReport& report);
-  void rehearse(const Found& file, FileReport& report);
+  void rehearse(const Found& file, const URL& folder, FileReport& report);
   void writeCopy(const Found& file, FileReport& report);
+  URL takeConversionName(const URL& original, const URL& folder);
   URL makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report);
   CompressionEngine engineBeside(const URL& directory) const;
   std::optional<KnownFiles::Known> known(const URL& url) const;
@@ -40,6 +43,8 @@ class BatchJob final : OutputListener {
   std::string tools_;
   std::optional<KnownFiles> known_;  ///< with a memory
   FolderSweeps sweeps_;
+  std::mutex mutex_;
+  std::set<std::string> conversions_;  ///< the paths that conversions of this batch were given
 };
 
 }  // namespace tidewell
