@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -115,12 +116,15 @@ int runCompress(const CompressCommandOptions& options, Terminal& terminal) {
                    [&](const FileReport& report) {
                      progress.finished(report);
                      reporter.tell(report);
+                     if (terminal.isClosed()) stop.stop();
                    }});
   }
   terminal.showProgress("");
   const CompressTotals& totals = reporter.totals();
   reporter.summarize(restorable(batch.engine().undo(), batchOptions.sessionID, totals.records));
   if (const int signal = signals.takeAll(); signal != 0) return 128 + signal;
+  // Whoever read the results has gone, and with that it ended.
+  if (totals.unreached != 0 && terminal.isClosed()) return 128 + SIGPIPE;
   return totals.failed != 0 ? failed : done;
 }
 

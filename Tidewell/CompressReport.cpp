@@ -139,7 +139,7 @@ void CompressReporter::count(const FileReport& report) {
 void CompressReporter::tell(const FileReport& report) {
   count(report);
   if (report.outcome == Outcome::failed && !isInterrupted(report)) {
-    terminal_.complain(printable(report.url.path()) + ": " + describedError(report.error));
+    terminal_.complain(describedError(report.error, report.url.path()));
   }
   if (options_.json) {
     terminal_.print(dumped(fileLine(report)));
@@ -194,7 +194,7 @@ void CompressReporter::summarize(const Restorable& restorable) {
     terminal_.print(dumped(line));
     return;
   }
-  if (totals_.unreached != 0) {
+  if (totals_.unreached != 0 && !terminal_.isClosed()) {
     terminal_.complain(counted("interrupted; {1} file was not reached",
                                "interrupted; {1} files were not reached", totals_.unreached));
   }

@@ -107,6 +107,7 @@ Entries selected(const History& history, const HistoryOptions& options, Terminal
 int runHistory(const HistoryOptions& options, Terminal& terminal) {
   const History history = readHistory(terminal);
   StatusOfMany status;
+  if (history.unreadable() > 0) status.add(failed);
   const Entries entries = selected(history, options, terminal, status);
   if (options.json) {
     for (const auto* entry : entries) {

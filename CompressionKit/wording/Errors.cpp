@@ -110,12 +110,15 @@ const char* wordsFor(std::string_view text, const Words (&words)[known]) {
   return _(std::ranges::find(words, text, &Words::service)->text);
 }
 
+std::string described(const FileError& error, std::string_view name) {
+  return filled(wordsFor(error.action().text(), actions), {printable(name), describedErrno(error.code())});
+}
+
 std::string described(const FileError& error) {
   const std::string_view path = error.path();
   const auto slash = path.rfind('/');
-  const auto name =
-      slash == std::string_view::npos || slash + 1 == path.size() ? path : path.substr(slash + 1);
-  return filled(wordsFor(error.action().text(), actions), {printable(name), describedErrno(error.code())});
+  return described(
+      error, slash == std::string_view::npos || slash + 1 == path.size() ? path : path.substr(slash + 1));
 }
 
 /// On one line.
@@ -252,6 +255,16 @@ std::string describedError(const std::exception_ptr& error) {
   } catch (const std::exception& other) {
     return filled(_("Internal error: {1}"), {other.what()});
   }
+}
+
+std::string describedError(const std::exception_ptr& error, const std::string& path) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const FileError& known) {
+    if (known.path() == path) return described(known, path);
+  } catch (...) {
+  }
+  return printable(path) + ": " + describedError(error);
 }
 
 std::string errorCode(const std::exception_ptr& error) {

@@ -13,6 +13,9 @@ std::string describedError(const std::exception_ptr& error);
 /// words where it is not known what they mean.
 std::string describedServiceText(std::string_view text);
 
+/// The same for what failed with the file at `path`, which it names once.
+std::string describedError(const std::exception_ptr& error, const std::string& path);
+
 /// The reason behind an errno value in the user's language.
 std::string describedErrno(int code);
 

@@ -40,7 +40,7 @@ std::string problemText(const UndoRecord& record, const UndoActions::Result& res
     case UndoActions::Outcome::backupDamaged:
       return filled(_("The backup of “{1}” is damaged"), {name});
     case UndoActions::Outcome::failed:
-      return name + ": " + describedError(result.error);
+      return describedError(result.error, record.originalPath);
   }
   return "";
 }

@@ -36,7 +36,7 @@ int AttemptsModel::columnCount(const QModelIndex& parent) const {
 }
 
 bool AttemptsModel::isTaken(const CandidateDiagnostic& attempt) const {
-  return attempt.status == "accepted" && report_->selectedEncoder == attempt.encoder;
+  return attempt.status == "accepted" && report_->wasTaken(attempt);
 }
 
 QVariant AttemptsModel::data(const QModelIndex& index, int role) const {

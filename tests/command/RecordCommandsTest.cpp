@@ -170,6 +170,9 @@ TEST_F(RecordCommands, ListForScripts) {
   EXPECT_EQ(status.at("tools").size(), 5U);
   const auto text = said([](Terminal& terminal) { return runHistory({}, terminal); }).output;
   EXPECT_NE(text.find("restorable until"), std::string::npos) << text;
+  files::createDirectories(store_.root().appending(UUID::random().string()).appending("a.json"));
+  const auto [unreadable, listed, errors] = said(history({}));
+  EXPECT_EQ(std::pair(unreadable, std::ranges::count(listed, '\n')), std::pair(int{failed}, 2L)) << errors;
 }
 
 TEST_F(RecordCommands, RestoreAFileThroughAllItsReplacements) {

@@ -75,6 +75,14 @@ TEST(Errors, AreKnownByTheServicesWords) {
   EXPECT_EQ(describedServiceText("无法“”：无法"), "无法“”：无法");
 }
 
+TEST(Errors, NameTheFileOnce) {
+  speak("C");
+  const auto said = [](const auto& error) { return describedError(std::make_exception_ptr(error), "/a/b"); };
+  EXPECT_EQ(said(FileError("读取", "/a/b", ENOSPC)), "Cannot read “/a/b”: the disk is full");
+  EXPECT_EQ(said(FileError("读取", "/a/c", ENOSPC)), "/a/b: Cannot read “c”: the disk is full");
+  EXPECT_EQ(said(CompressionError::toolMissing("oxipng")).substr(0, 6), "/a/b: ");
+}
+
 TEST(Errors, HaveCodesForScripts) {
   speak("C");
   const auto code = [](const auto& error) { return errorCode(std::make_exception_ptr(error)); };
