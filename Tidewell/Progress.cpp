@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 #include "Tidewell/Progress.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/wording/Amounts.h"

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // What the service costs beside its tools: for each image, one run of the batch in a process of its own.
 //
 //   compression_benchmark [--tools DIRECTORY] [--quick] [--runs N] [--before FILE] [--save FILE] [IMAGE …]

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // What the maintenance of a store of many old records costs, as a multiple of a bare walk over its tree by
 // find(1) in the same run. An empty batch has two passes, one before and one after its files.
 //

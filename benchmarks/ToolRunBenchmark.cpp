@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // What one tool run costs over a bare spawn of the same program.
 
 #include <benchmark/benchmark.h>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // Stands in for a tool while the benchmark measures: runs the real one from $TIDEWELL_BENCHMARK_TOOLS and
 // appends its wall and CPU seconds to $TIDEWELL_BENCHMARK_LOG.
 

@@ -1,3 +1,6 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # Warnings, sanitizers and hardening shared by every target of ours.
 add_library(tidewell_options INTERFACE)
 target_compile_options(tidewell_options INTERFACE

@@ -1,3 +1,6 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # The programs that the service runs, those of packaging/tools.txt, beside the executable, in the build tree as in an
 # installed one, and with them tools.json, which says what they are. Configuring copies what this machine has and never
 # fetches anything; the target "tools" gets the rest.

@@ -1,3 +1,6 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # Runs while installing: writes the files that name the executable.
 #
 #   executable   its path after installing    names, source, destination   the templates without ".in", their folder

@@ -1,4 +1,7 @@
 # shellcheck shell=bash
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # shellcheck disable=SC2016 # what is in single quotes is expanded where it runs
 # Chroots of Debian releases; sourced, not run. All that is mounted goes with the process that needed it.
 

@@ -1,4 +1,7 @@
 # shellcheck shell=bash
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # What several of the scripts share; sourced, not run.
 
 # logged FILE COMMAND...: runs a command with its output in FILE, the end of which is shown when it fails.

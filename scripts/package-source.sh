@@ -1,4 +1,7 @@
 # shellcheck shell=bash
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # Makes the two source packages; sourced, not run. The caller has "fail" and is in the repository's root.
 
 # The one version, CMake's.

@@ -1,4 +1,7 @@
 # shellcheck shell=bash
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # shellcheck disable=SC2154 # scripts, cache, work and given are get-tools's directories
 # Fetches and builds what packaging/tools.txt names; sourced by get-tools, not run.
 

@@ -1,4 +1,7 @@
 # shellcheck shell=bash
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
+#
 # Reads packaging/tools.txt and says what it accepts; sourced, not run.
 
 declare -A pins=()

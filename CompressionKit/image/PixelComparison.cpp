@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // The comparisons of `ImageFacts` that look at decoded pixels: both images are decoded in step, a band of
 // rows at a time, so that memory stays bounded whatever their size.
 

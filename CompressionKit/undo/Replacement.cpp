@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // The two phases of a replacement, and the removal of its record.
 
 #include <unistd.h>

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // Putting an original back. Every file that is overwritten or removed here is hashed immediately before, so
 // that nothing the user changed since the replacement is ever lost.
 

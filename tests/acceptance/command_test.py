@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """The command as people and scripts use it, with the real tools.
 
     command_test.py PROGRAM [unittest options]

@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """HEIC files through the built program with the real tools; what they show is known before they are encoded.
 
     heic_test.py PROGRAM [unittest options]

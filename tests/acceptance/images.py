@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """Pictures for the acceptance tests, made with Pillow, NumPy and a few hand-written bytes."""
 
 import io

@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """Real pictures go through the built program with the real tools; Pillow, which shares no code with us, judges.
 
     road_test.py PROGRAM [unittest options]

@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """The resident service on a private session bus, with real pictures and the real tools.
 
     session_test.py PROGRAM GROUP       one of the classes below

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """Whether help, manual pages and completions name the same commands and options.
 
 manual_test.py TIDEWELL DOCS/MAN

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """Whether each catalogue says every text of the source, and nothing else, with the values in it.
 
 texts_test.py TEMPLATE CATALOGUE.po...: the template comes fresh from the source.

@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """A user's first journey through the window, by keyboard alone, with the real service and the real tools: paste
 files, compress, compare, take it back.
 

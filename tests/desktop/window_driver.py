@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """Drives the window as a user without a mouse does: by the keyboard, and by what assistive programs are told.
 
 A session of its own: display, buses, home. `run` starts a script anew in it; a `Window` in there is the program.

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // Runs what the kit does to users' files over and over and lets something go wrong at one file call after the
 // other: an error, the end of the process, another program's save, a power loss.
 

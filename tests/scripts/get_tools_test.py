@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """What scripts/get-tools takes and refuses, with stand-ins for the programs, their sources and the network.
 
     get_tools_test.py REPOSITORY [unittest options]

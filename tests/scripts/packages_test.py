@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """What is said twice about packages says the same: what is built with, the version, checksums.
 
     packages_test.py REPOSITORY [unittest options]

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // The file calls of the kit, which the linker leads here in test programs (FileCalls.txt). Without a plan in
 // the calling thread they go straight on.
 

@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // What tests/faults, which lets everything else happen to a replacement, does not tell apart.
 
 #include "CompressionKit/undo/ReplacementTransaction.h"

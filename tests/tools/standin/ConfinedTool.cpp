@@ -1,3 +1,6 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: The Tidewell authors
+
 // Stands in for a tool that an image has taken over. Tries all that such a tool might, and some of what it
 // must be able to. Each attempt is a line on standard output: its name, what is to stop it (as in the table
 // below), and whether it went through.
