@@ -174,8 +174,8 @@ void MainWindow::chooseFolder() {
 }
 
 void MainWindow::paste() {
-  const QMimeData* data = QGuiApplication::clipboard()->mimeData();
-  const auto files = data ? filesOf(*data) : std::vector<URL>{};
+  const QMimeData* copied = QGuiApplication::clipboard()->mimeData();
+  const auto files = copied ? filesOf(*copied) : std::vector<URL>{};
   if (files.empty()) return message_->tell(words(_("There are no files in the clipboard.")));
   workspace_.add(files);
 }

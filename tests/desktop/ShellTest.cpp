@@ -1,0 +1,178 @@
+#include <gtest/gtest.h>
+
+#include <QApplication>
+#include <QDropEvent>
+#include <QMimeData>
+
+#include "TidewellDesktop/Workspace.h"
+#include "TidewellDesktop/desktop/Notification.h"
+#include "TidewellDesktop/pages/MainWindow.h"
+#include "TidewellDesktop/support/FileLists.h"
+#include "desktop/PrivateBus.h"
+
+namespace tidewell::desktop {
+namespace {
+
+using test::eventually;
+using test::FakeService;
+using test::PrivateBus;
+
+std::vector<std::string> pathsOf(const std::vector<URL>& files) {
+  std::vector<std::string> paths;
+  for (const URL& file : files) paths.push_back(file.path());
+  return paths;
+}
+
+TEST(ShellFileLists, AreReadByTheByte) {
+  const URL odd = URL::file("/p/\xff a%20#\xc3\xa9?.jpg");
+  EXPECT_EQ(filesOf(urisOf({odd})), std::vector<URL>{odd});
+  struct Case {
+    const char *type, *data;
+    std::vector<std::string> paths;
+  };
+  const Case cases[] = {
+      {"text/uri-list", "#c\r\nfile:///a%FF.jpg\r\nfile://localhost/b\r\n", {"/a\xff.jpg", "/b"}},
+      {"text/uri-list", "https://example.org/a.jpg\r\nfile:///b.png", {"/b.png"}},
+      {"text/plain", "/a b.jpg\n\nfile:///c%20d.png\n", {"/a b.jpg", "/c d.png"}},
+      {"text/plain", "/a.jpg\nand more words", {}},
+      {"text/plain", "relative.jpg", {}},
+      {"image/png", "/a.jpg", {}},
+  };
+  for (const Case& one : cases) {
+    QMimeData data;
+    data.setData(one.type, one.data);
+    EXPECT_EQ(pathsOf(filesOf(data)), one.paths) << one.data;
+    EXPECT_EQ(mayNameFiles(data), !one.paths.empty()) << one.data;
+  }
+}
+
+/// The window over a bus and a home of its own.
+class ShellWindow : public testing::Test {
+ protected:
+  ShellWindow() {
+    for (const char* place : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME"})
+      qputenv(place, QByteArray::fromStdString((folder_ / place).path()));
+    service_.emplace(bus_, "service");
+    workspace_.emplace(bus_.connect("window"));
+    window_.emplace(*workspace_, bus_.connect("window"));
+    QObject::connect(&*workspace_, &Workspace::problem, [this](const QString& words) { problems_ << words; });
+  }
+
+  URL picture(const std::string& name) { return folder_.write(name, "\xff\xd8\xff no picture"); }
+  /// As a file manager drops them that would like to move.
+  bool drop(const std::vector<URL>& files) {
+    QMimeData data;
+    data.setData("text/uri-list", urisOf(files).join("\r\n").toUtf8());
+    const auto actions = Qt::CopyAction | Qt::MoveAction;
+    QDragEnterEvent enter({9, 9}, actions, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(&*window_, &enter);
+    if (!enter.isAccepted()) return false;
+    QDropEvent drop({9, 9}, actions, &data, Qt::LeftButton, Qt::NoModifier);
+    drop.setDropAction(Qt::MoveAction);
+    QApplication::sendEvent(&*window_, &drop);
+    EXPECT_EQ(drop.dropAction(), Qt::CopyAction) << "the other program would remove the files";
+    return drop.isAccepted();
+  }
+  bool hasRows(int count) {
+    return eventually(
+        [this, count] { return !workspace_->isLooking() && workspace_->files().rowCount() == count; });
+  }
+  qsizetype opens() {
+    return std::count_if(service_->calls.begin(), service_->calls.end(),
+                         [](const QDBusMessage& call) { return call.member() == "Open"; });
+  }
+
+  test::TemporaryFolder folder_;
+  PrivateBus bus_;
+  std::optional<FakeService> service_;
+  std::optional<Workspace> workspace_;
+  std::optional<MainWindow> window_;
+  QStringList problems_;
+};
+
+TEST_F(ShellWindow, AsksBeforeAnythingIsCompressed) {
+  EXPECT_FALSE(drop({}));
+  const URL one = picture("one.jpg"), two = picture("two \xff.png");
+  EXPECT_TRUE(drop({one, two, one}));
+  EXPECT_TRUE(hasRows(2));
+  EXPECT_EQ(workspace_->waitingFiles(), 2);
+  QTest::qWait(200);
+  EXPECT_EQ(opens(), 0) << "nobody was asked";
+  EXPECT_FALSE(workspace_->canUndoBatch());
+
+  workspace_->compress();
+  workspace_->compress();
+  EXPECT_TRUE(eventually([this] { return opens() > 0; }));
+  EXPECT_TRUE(workspace_->isRunning());
+  EXPECT_TRUE(drop({one}));  // the service has it
+  workspace_->clear();
+  EXPECT_TRUE(hasRows(2));
+  EXPECT_EQ(workspace_->waitingFiles(), 0);
+  EXPECT_EQ(opens(), 1);
+}
+
+TEST_F(ShellWindow, AsksNoMoreOnceToldSo) {
+  workspace_->settings().set({.compressAtOnce = true});
+  EXPECT_TRUE(drop({picture("one.jpg")}));
+  EXPECT_TRUE(eventually([this] { return opens() == 1; }));
+}
+
+TEST_F(ShellWindow, EndsWhatABusThatGoesLeavesBehind) {
+  EXPECT_TRUE(drop({picture("one.jpg")}));
+  EXPECT_TRUE(hasRows(1));
+  workspace_->compress();
+  EXPECT_TRUE(eventually([this] { return opens() == 1; }));
+  bus_.end();
+  EXPECT_TRUE(eventually([this] { return !workspace_->isRunning(); }));
+  EXPECT_EQ(workspace_->files().row(0).state, RowState::failed);
+  workspace_->restore({workspace_->files().row(0)});
+  EXPECT_TRUE(eventually([this] { return !problems_.empty(); })) << "nothing to restore, and nobody says so";
+}
+
+/// Shows notifications as number 7.
+class Notifications : public QDBusVirtualObject {
+ public:
+  explicit Notifications(QDBusConnection bus) : bus_(std::move(bus)) {
+    bus_.registerVirtualObject("/org/freedesktop/Notifications", this);
+    bus_.registerService("org.freedesktop.Notifications");
+  }
+  void tell(const char* signal, uint id, const QVariant& value) {
+    auto message =
+        QDBusMessage::createSignal("/org/freedesktop/Notifications", "org.freedesktop.Notifications", signal);
+    bus_.send(message << id << value);
+  }
+  QStringList actions;
+
+ private:
+  bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
+    if (message.member() == "Notify") actions = message.arguments().at(5).toStringList();
+    connection.send(message.createReply(7U));
+    return true;
+  }
+  QString introspect(const QString&) const override { return {}; }
+
+  QDBusConnection bus_;
+};
+
+TEST(ShellNotification, UndoesOnlyWhatItShowed) {
+  PrivateBus bus;
+  Notification notification(bus.connect("ours"));
+  QStringList told;
+  QObject::connect(&notification, &Notification::undoRequested, [&] { told << "undo"; });
+  QObject::connect(&notification, &Notification::closed, [&] { told << "closed"; });
+  notification.show("Saved", "1 < 2", true);
+  EXPECT_TRUE(eventually([&] { return told == QStringList{"closed"}; })) << "no such service";
+  Notifications server(bus.connect("server"));
+  notification.show("Saved", "1 < 2", true);
+  EXPECT_TRUE(eventually([&] { return server.actions.contains("undo"); }));
+  QTest::qWait(100);  // for the answer
+  server.tell("ActionInvoked", 8, "undo");
+  server.tell("ActionInvoked", 7, "undo");
+  server.tell("NotificationClosed", 7, 2U);
+  server.tell("ActionInvoked", 7, "undo");
+  EXPECT_TRUE(eventually([&] { return told.size() >= 3; }));
+  EXPECT_EQ(told, (QStringList{"closed", "undo", "closed"}));
+}
+
+}  // namespace
+}  // namespace tidewell::desktop
