@@ -89,7 +89,6 @@ void BatchFollower::watchPlaces() {
   byPath_.clear();
   byLock_.clear();
   begun_.clear();
-  batches_.clear();
   wish_ = {};
   changed_.clear();
   try {

@@ -46,7 +46,7 @@ class BatchFollower : public QObject {
   /// Call it before the service is asked, with the moment before that. Several batches may run at once.
   void start(std::vector<FileRow> files, Date startedAt = Date::now());
   bool isFollowing() const { return unsettled_ > 0; }
-  /// The batches with records that the service made of what was started, as they were seen.
+  /// The batches with records that the service made of all that was ever started, as they were seen.
   const std::vector<UUID>& batches() const { return batches_; }
 
  public Q_SLOTS:
