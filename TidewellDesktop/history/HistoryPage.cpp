@@ -70,10 +70,10 @@ void HistoryPage::makeView() {
   view_->setContextMenuPolicy(Qt::ActionsContextMenu);
   view_->setTextElideMode(Qt::ElideMiddle);
   const int em = fontMetrics().horizontalAdvance(QLatin1Char('m'));
-  const std::pair<int, int> widths[] = {{HistoryModel::Name, 20},   {HistoryModel::When, 13},
-                                        {HistoryModel::Before, 7},  {HistoryModel::After, 7},
-                                        {HistoryModel::Saved, 11},  {HistoryModel::State, 24},
-                                        {HistoryModel::TimeLeft, 9}};
+  const std::pair<int, int> widths[] = {{HistoryModel::Name, 16},   {HistoryModel::When, 10},
+                                        {HistoryModel::Before, 6},  {HistoryModel::After, 6},
+                                        {HistoryModel::Saved, 10},  {HistoryModel::State, 21},
+                                        {HistoryModel::TimeLeft, 8}};
   for (const auto& [column, width] : widths) view_->setColumnWidth(column, width * em);
   connect(view_, &QTreeView::activated, this, &HistoryPage::activate);
   connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &HistoryPage::updateActions);
