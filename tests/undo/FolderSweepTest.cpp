@@ -20,6 +20,17 @@ std::string hidden(std::string_view kind = "") {
   return ".tidewell-" + std::string(kind) + UUID::random().string();
 }
 
+TEST(KnownContents, AreWhatANameSaysToTheLetter) {
+  const std::string text = KnownContents{std::string(64, '9'), std::string(64, 'a')}.text();
+  EXPECT_EQ(KnownContents::parse(text).value().text(), text);
+  std::vector<std::string> others = {"", text.substr(1), text + "a"};
+  for (const auto& [at, character] : {std::pair(0, 'A'), {1, '/'}, {64, '_'}, {65, ':'}, {128, 'g'}}) {
+    others.push_back(text);
+    others.back()[static_cast<std::size_t>(at)] = character;
+  }
+  for (const auto& other : others) EXPECT_FALSE(KnownContents::parse(other)) << other;
+}
+
 TEST(FolderSweep, RemovesWhatIsOldAndNobodys) {
   const test::TemporaryFolder folder;
   const URL working = folder.write(hidden() + "/candidate.jpg", "").deletingLastPathComponent();

@@ -252,10 +252,12 @@ TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
   EXPECT_TRUE(changed("{", "{\"unknown\":[1],"));
   EXPECT_TRUE(changed("\"/a/b.png\"", "null"));
   const std::pair<std::string, std::string> refused[] = {
-      {"prepared", "Prepared"},  {"\"x.heic\"", "\"../x.heic\""},
-      {"\"x.heic\"", "\"a/b\""}, {"\"x.heic\"", "\"..\""},
-      {"/a/b.png", "b.png"},     {"\"originalBytes\":0", "\"originalBytes\":\"0\""},
-      {"12.25", "\"now\""},      {record.id.string(), "no-uuid"}};
+      {"prepared", "Prepared"},       {"\"x.heic\"", "\"../x.heic\""},
+      {"\"x.heic\"", "\"a/b\""},      {"\"x.heic\"", "\"..\""},
+      {"\"x.heic\"", "\"\""},         {"\"x.heic\"", "\".\""},
+      {"\"x.heic\"", "\"x\\u0000\""}, {"/a/b.png", "/a\\u0000b.png"},
+      {"/a/b.png", "b.png"},          {"\"originalBytes\":0", "\"originalBytes\":\"0\""},
+      {"12.25", "\"now\""},           {record.id.string(), "no-uuid"}};
   for (const auto& [from, to] : refused) EXPECT_FALSE(changed(from, to)) << to;
   for (const char* bad : {"", "[]", "null", "{\"id\":1}"}) EXPECT_FALSE(UndoRecord::parse(bad)) << bad;
 }
