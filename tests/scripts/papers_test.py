@@ -1,4 +1,6 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: The Tidewell authors
 """Whether every source says its licence, and all that tells a version tells the same one.
 
     papers_test.py REPOSITORY TIDEWELL
@@ -21,8 +23,9 @@ VERSIONS = {  # file, below the repository or the built tree: what its newest ve
 
 
 def sources(root):
-    for path in root.rglob("*"):
-        if path.is_file() and not re.match(r"build|obj-|out/|\.git/|\.cache/", path.relative_to(root).as_posix()):
+    tops = [path for path in root.iterdir() if not re.match(r"build|obj-|out$|\.git$|\.cache$", path.name)]
+    for path in (path for top in tops for path in ([top] if top.is_file() else top.rglob("*"))):
+        if path.is_file():
             if path.suffix in SOURCES or path.name == "CMakeLists.txt" or path.read_bytes()[:3] == b"#!/":
                 yield path
 
