@@ -16,7 +16,6 @@ namespace tidewell::desktop {
 
 Footer::Footer(Workspace& workspace, QWidget* parent) : QWidget(parent), workspace_(workspace) {
   saved_ = new QLabel;
-  saved_->setAccessibleName(words(_("What was saved")));
   progress_ = new QProgressBar;
   progress_->setAccessibleName(words(_("Progress")));
   progress_->setTextVisible(false);
@@ -41,6 +40,7 @@ Footer::Footer(Workspace& workspace, QWidget* parent) : QWidget(parent), workspa
 QString Footer::sentence() const {
   const auto& totals = workspace_.files().totals();
   if (workspace_.isLooking()) return words(_("Looking for pictures…"));
+  if (totals.files == 0) return {};
   if (totals.done == 0) return words(counted("{1} picture", "{1} pictures", totals.files));
   QString text =
       words(_("Saved {1} of {2}"), {words(sizeText(totals.savedBytes)), words(sizeText(totals.ofBytes))});

@@ -9,6 +9,7 @@ files, compress, compare, take it back.
 
 import pathlib
 import random
+import shutil
 import sys
 import time
 import unittest
@@ -31,7 +32,8 @@ def draw(path, seed):
 
 class Journey(unittest.TestCase):
     def setUp(self):
-        self.pictures = pathlib.Path.home() / "Bilder \u2014 été"
+        self.pictures = pathlib.Path.home() / "Bilder — été"
+        self.addCleanup(shutil.rmtree, self.pictures)
         (self.pictures / "folder").mkdir(parents=True)
         self.files = [self.pictures / "one.jpg", self.pictures / "two words.png", self.pictures / "folder/three.jpg"]
         for seed, file in enumerate(self.files):
