@@ -47,7 +47,8 @@ Bitmap reducedBy(const Bitmap& from, std::int64_t factor) {
     }
     std::uint8_t* to = result.row(y).data();
     for (std::int64_t x = 0; x < result.width; ++x) {
-      const auto count = static_cast<std::uint32_t>(rows * std::min(factor, from.width - x * factor));
+      const std::int64_t columns = std::min(factor, from.width - x * factor);
+      const auto count = std::max(1U, static_cast<std::uint32_t>(rows * columns));
       for (int c = 0; c < 4; ++c, ++to)
         *to = static_cast<std::uint8_t>((sums[static_cast<std::size_t>(x * 4 + c)] + count / 2) / count);
     }

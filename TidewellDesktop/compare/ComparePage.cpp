@@ -4,7 +4,6 @@
 #include "TidewellDesktop/compare/ComparePage.h"
 
 #include <QAction>
-#include <QActionGroup>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -124,10 +123,9 @@ QLayout* ComparePage::makeTopBar() {
             makeAction(words(_("Both")), Qt::Key_2, words(_("Show both"))),
             makeAction(words(_("Result")), Qt::Key_3, words(_("Show the result"))),
             makeAction(words(_("Difference")), Qt::Key_D, words(_("Show how they differ, amplified")))};
-  auto* group = new QActionGroup(this);
   for (std::size_t i = 0; i < shown_.size(); ++i) {
     shown_[i]->setCheckable(true);
-    group->addAction(shown_[i]);
+    group_.addAction(shown_[i]);
     connect(shown_[i], &QAction::triggered, this, [this, i] { view_->setShown(static_cast<Shown>(i)); });
     bar->addWidget(buttonFor(shown_[i]));
   }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <QActionGroup>
 #include <QWidget>
 #include <array>
 #include <vector>
@@ -58,6 +59,7 @@ class ComparePage : public QWidget {
   void addFact(const QString& name, const QString& value);
 
   CompareModel model_;
+  QActionGroup group_{this};  ///< of `shown_`
   PictureView* view_;
   QStackedWidget* stack_;
   QLabel *message_, *zoom_ = nullptr, *remark_ = nullptr;
