@@ -293,9 +293,9 @@ void MainWindow::dragLeaveEvent(QDragLeaveEvent* event) {
 
 void MainWindow::dropEvent(QDropEvent* event) {
   empty_->setDropping(false);
-  const auto files = filesOf(*event->mimeData());
-  if (files.empty()) return;
   event->setDropAction(Qt::CopyAction);
+  const auto files = filesOf(*event->mimeData());
+  if (files.empty()) return event->ignore();
   event->accept();
   workspace_.add(files);
 }

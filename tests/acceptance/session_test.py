@@ -341,10 +341,11 @@ class Activation(Session):
         share = self.prefix / "share"
         desktop, window = (share / f"applications/{name}.desktop" for name in (SERVICE, WINDOW))
         for check in (["desktop-file-validate", desktop], ["desktop-file-validate", window],
-                      ["appstreamcli", "validate", "--quiet", "--no-net", "--strict", *share.glob("metainfo/*")],
+                      ["appstreamcli", "validate", "--no-net", "--strict", *share.glob("metainfo/*")],
                       ["systemd-analyze", "verify", "--user", share / "systemd/user/tidewell-background.service"]):
             done = subprocess.run(check, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-            self.assertEqual((done.returncode, done.stdout), (0, ""), check)
+            said = "" if check[0] == "appstreamcli" else done.stdout  # it praises what is valid
+            self.assertEqual((done.returncode, said), (0, ""), (check, done.stdout))
         self.assertIn("Exec=gapplication launch " + SERVICE, desktop.read_text())
         self.assertNotIn("image/", desktop.read_text(), "a double click would compress")
         self.assertIn("image/heic;", window.read_text())
