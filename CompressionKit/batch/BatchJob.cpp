@@ -217,8 +217,9 @@ void BatchJob::willPublish(const CompressionResult& result) noexcept {
 }
 
 void BatchJob::rememberSkipped(const CompressionResult& result) const {
-  if (!known_ || result.passedOver != PassedOver::notSmaller) return;
-  known_->rememberNothingSmaller(result.originalHash.value(), result.originalBytes);
+  // Without a hash the file changed meanwhile: who knows what the tools saw.
+  if (!known_ || result.passedOver != PassedOver::notSmaller || !result.originalHash) return;
+  known_->rememberNothingSmaller(*result.originalHash, result.originalBytes);
 }
 
 }  // namespace tidewell

@@ -28,12 +28,6 @@ std::optional<Value> optionalValue(const nlohmann::json& object, const char* key
 
 }  // namespace
 
-bool Report::wasTaken(const CandidateDiagnostic& attempt) const {
-  if (attempt.status != "accepted" || !selectedEncoder) return false;
-  // A conversion says before its label what it converts.
-  return *selectedEncoder == attempt.encoder || selectedEncoder->ends_with(" · " + attempt.encoder);
-}
-
 std::optional<Report> Report::parse(std::string_view text) {
   try {
     const auto object = nlohmann::json::parse(text);

@@ -23,8 +23,6 @@ struct Report {
   std::optional<std::string> profile = std::nullopt;
   std::vector<CandidateDiagnostic> attempts;
 
-  /// It made what the file became, or what was made of it.
-  bool wasTaken(const CandidateDiagnostic& attempt) const;
   /// Nothing for text that is no report.
   static std::optional<Report> parse(std::string_view json);
   /// Whether a file of the diagnostics directory is one by its name, which tells when it was started.

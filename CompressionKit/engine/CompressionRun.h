@@ -103,8 +103,7 @@ struct CompressionRun {
   const Candidate* smallest() const;
   /// The same at the end of the plan: without a candidate, the error of the last step that threw is thrown.
   const Candidate* choice() const;
-  /// The result of a file that stays as it is. Throws `CompressionError::changedDuringCompression` when it
-  /// has not: who knows what the tools saw.
+  /// The result of a file that stays as it is.
   CompressionResult passedOver(PassedOver reason) const;
 };
 

@@ -34,9 +34,10 @@ struct Finished {
 
 /// The smallest encoding of the decoded image, or that itself. Throws as `compress`.
 Finished compressed(const CompressionRun& run, Original& decoded) {
+  CompressionTrace trace(decoded.url());
   CompressionRun nested{.engine = run.engine,
                         .options = run.options,
-                        .trace = run.trace,  // its attempts are those at the photo
+                        .trace = trace,
                         .original = decoded,
                         .workingDirectory = run.workingFile("png")};
   files::createDirectory(nested.workingDirectory);

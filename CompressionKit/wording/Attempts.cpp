@@ -50,7 +50,7 @@ std::string outcomeText(const Report& report) {
 
 std::string verdictText(const Report& report, const CandidateDiagnostic& attempt) {
   if (attempt.status == "accepted") {
-    return report.wasTaken(attempt) ? _("taken") : _("passed, another was smaller");
+    return report.selectedEncoder == attempt.encoder ? _("taken") : _("passed, another was smaller");
   }
   const std::string reason = worded(reasons, attempt.reason);
   return attempt.detail ? reason + " (" + printable(*attempt.detail) + ")" : reason;

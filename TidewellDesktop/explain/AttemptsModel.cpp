@@ -39,7 +39,7 @@ int AttemptsModel::columnCount(const QModelIndex& parent) const {
 }
 
 bool AttemptsModel::isTaken(const CandidateDiagnostic& attempt) const {
-  return attempt.status == "accepted" && report_->wasTaken(attempt);
+  return attempt.status == "accepted" && report_->selectedEncoder == attempt.encoder;
 }
 
 QVariant AttemptsModel::data(const QModelIndex& index, int role) const {
