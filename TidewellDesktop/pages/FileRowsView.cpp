@@ -3,6 +3,7 @@
 
 #include "TidewellDesktop/pages/FileRowsView.h"
 
+#include <QFocusEvent>
 #include <QGuiApplication>
 #include <QHeaderView>
 #include <QPixmap>
@@ -94,6 +95,13 @@ std::vector<FileRow> FileRowsView::selectedRows() const {
   std::vector<FileRow> rows;
   for (const QModelIndex& index : selectionModel()->selectedRows()) rows.push_back(shown_.fileRow(index));
   return rows;
+}
+
+void FileRowsView::focusInEvent(QFocusEvent* event) {
+  QTreeView::focusInEvent(event);
+  // By keyboard one is then on a row, and its actions are there.
+  if (!selectionModel()->hasSelection() && event->reason() != Qt::MouseFocusReason)
+    setCurrentIndex(currentIndex().isValid() ? currentIndex() : shown_.index(0, 0));
 }
 
 void FileRowsView::resizeEvent(QResizeEvent* event) {

@@ -53,6 +53,7 @@ class FileRowsView : public QTreeView {
   std::vector<FileRow> selectedRows() const;
 
  protected:
+  void focusInEvent(QFocusEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
   void showEvent(QShowEvent* event) override;
   void scrollContentsBy(int dx, int dy) override;

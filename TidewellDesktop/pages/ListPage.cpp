@@ -55,6 +55,7 @@ void ListPage::connectFilter() {
                                     {Shown::failed, _("Failed")}})
     kind_->addItem(words(text), static_cast<int>(shown));
   connect(filter_, &QLineEdit::textChanged, &shown_, &QSortFilterProxyModel::setFilterFixedString);
+  connect(filter_, &QLineEdit::returnPressed, view_, qOverload<>(&QWidget::setFocus));
   connect(kind_, &QComboBox::currentIndexChanged, this,
           [this] { shown_.setShown(static_cast<Shown>(kind_->currentData().toInt())); });
 }

@@ -111,7 +111,6 @@ void MainWindow::makeActions() {
   group->setExclusionPolicy(QActionGroup::ExclusionPolicy::ExclusiveOptional);
   filter_ = makeAction(words(_("F&ind…")), "edit-find", QKeySequence::Find, &MainWindow::filter);
   back_ = makeAction(words(_("&Back")), "go-previous", Qt::ALT | Qt::Key_Left, &MainWindow::goBack);
-  back_->setShortcuts({Qt::ALT | Qt::Key_Left, Qt::Key_Escape});
   about_ = makeAction(words(_("&About Tidewell")), "help-about", {}, &MainWindow::showAbout);
 }
 
@@ -266,6 +265,10 @@ void MainWindow::updateState() {
   homeAction_->setChecked(isAtHome());
   historyAction_->setChecked(page == history_);
   back_->setEnabled(!isAtHome());
+  // The comparison has Escape for its own.
+  QList<QKeySequence> keys{Qt::ALT | Qt::Key_Left};
+  if (page != compare_) keys << Qt::Key_Escape;
+  if (back_->shortcuts() != keys) back_->setShortcuts(keys);
   const bool canWork = home() != service_;
   for (QAction* action : {addPictures_, addFolder_, paste_}) action->setEnabled(canWork);
   compress_->setEnabled(canWork && workspace_.waitingFiles() > 0 && !workspace_.isLooking());

@@ -78,7 +78,7 @@ class Journey(unittest.TestCase):
         window = self.window
         window.press("ctrl+f")
         window.type("two words")
-        window.press("Tab", "Tab", "Home", "ctrl+k")
+        window.press("Return", "ctrl+k")
         window.wait_for("Restore the original", "push button")
         window.press("3", "1", "2", "Escape")
         window.wait_for("two words.png")
