@@ -123,7 +123,8 @@ class Command(unittest.TestCase):
         before = tree(self.photos)
         master, slave = pty.openpty()
         process = subprocess.Popen([PROGRAM, "compress", self.photos], stdout=subprocess.PIPE, stderr=slave,
-                                   env=self.environment)
+                                   env=self.environment,  # whoever was started with "&" has inherited to ignore it
+                                   preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
         os.close(slave)
         shown = b""
         while not re.search(rb"[1-9]\d* of 20 files", shown):
