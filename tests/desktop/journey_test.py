@@ -85,7 +85,7 @@ class Journey(unittest.TestCase):
         window.press("ctrl+e")
         window.wait_for("pngquant")
         window.press("Escape", "ctrl+h")
-        window.wait_for("folder")
+        window.wait_for("three.jpg")
         window.press("ctrl+1")
         window.wait_for("two words.png")
 
