@@ -15,14 +15,13 @@ namespace tidewell::desktop {
 
 namespace {
 
-QLabel* line(const QString& text, double size, bool isQuiet) {
+QLabel* line(const QString& text, double size) {
   auto* label = new QLabel(text);
   label->setAlignment(Qt::AlignCenter);
   label->setWordWrap(true);
   QFont font = label->font();
   font.setPointSizeF(font.pointSizeF() * size);
   label->setFont(font);
-  if (isQuiet) label->setForegroundRole(QPalette::PlaceholderText);
   return label;
 }
 
@@ -46,12 +45,12 @@ EmptyPage::EmptyPage(QWidget* parent) : QWidget(parent) {
   layout->setContentsMargins(3 * space, 3 * space, 3 * space, 3 * space);
   layout->setSpacing(space);
   layout->addStretch();
-  layout->addWidget(line(words(_("Drop images or folders here")), 1.7, false));
-  layout->addWidget(line(
-      words(_("JPEG, PNG, GIF and HEIC become smaller where they lie, without visible loss.")), 1, false));
+  layout->addWidget(line(words(_("Drop images or folders here")), 1.7));
+  layout->addWidget(
+      line(words(_("JPEG, PNG, GIF and HEIC become smaller where they lie, without visible loss.")), 1));
   layout->addLayout(buttons);
   layout->addWidget(
-      line(words(_("The originals are kept for four hours, and every step can be undone.")), 1, true));
+      line(words(_("The originals are kept for four hours, and every step can be undone.")), 1));
   layout->addStretch();
   setFocusProxy(choose_);
 }
@@ -65,7 +64,8 @@ void EmptyPage::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
   painter.setRenderHint(QPainter::Antialiasing);
   const qreal space = fontMetrics().height();
-  QColor color = palette().color(isDropping_ ? QPalette::Highlight : QPalette::PlaceholderText);
+  QColor color = palette().color(isDropping_ ? QPalette::Highlight : QPalette::WindowText);
+  if (!isDropping_) color.setAlphaF(0.4F);
   painter.setPen(QPen(color, space / 8, Qt::DashLine));
   if (isDropping_) {
     color.setAlphaF(0.12F);

@@ -84,9 +84,9 @@ void FileRowsView::arrangeColumns() {
   header()->setStretchLastSection(true);
   setColumnHidden(FileListModel::After, true);
   const int character = fontMetrics().averageCharWidth();
-  const std::pair<FileListModel::Column, int> widths[] = {{FileListModel::Name, 42},
-                                                          {FileListModel::Before, 24},
-                                                          {FileListModel::Saved, 12},
+  const std::pair<FileListModel::Column, int> widths[] = {{FileListModel::Name, 44},
+                                                          {FileListModel::Before, 28},
+                                                          {FileListModel::Saved, 22},
                                                           {FileListModel::Score, 12}};
   for (const auto& [column, characters] : widths) setColumnWidth(column, characters * character);
 }

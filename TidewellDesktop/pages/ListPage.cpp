@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QVBoxLayout>
 #include <algorithm>
 
@@ -21,7 +22,6 @@ ListPage::ListPage(Workspace& workspace, QWidget* parent)
     : QWidget(parent), workspace_(workspace), shown_(workspace.files()) {
   ask_ = new AskBar(workspace_);
   filter_ = new QLineEdit;
-  filter_->setPlaceholderText(words(_("Part of a name")));
   filter_->setClearButtonEnabled(true);
   filter_->setAcceptDrops(false);  // they are the window's
   filter_->setMaximumWidth(fontMetrics().averageCharWidth() * 40);
@@ -38,12 +38,19 @@ ListPage::ListPage(Workspace& workspace, QWidget* parent)
   line->addWidget(filter_, 1);
   line->addWidget(kind_);
   line->addStretch();
+  makeActions();
+  for (QAction* action : {compare_, explain_, restore_}) {
+    auto* button = new QPushButton(action->text());
+    connect(button, &QPushButton::clicked, action, &QAction::trigger);
+    connect(action, &QAction::enabledChanged, button, &QWidget::setEnabled);
+    button->setEnabled(action->isEnabled());
+    line->addWidget(button);
+  }
   auto* layout = new QVBoxLayout(this);
   layout->addWidget(ask_);
   layout->addLayout(line);
   layout->addWidget(view_, 1);
   setFocusProxy(view_);
-  makeActions();
 }
 
 void ListPage::connectFilter() {

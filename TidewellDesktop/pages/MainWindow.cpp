@@ -42,7 +42,7 @@ MainWindow::MainWindow(Workspace& workspace, const QDBusConnection& connection)
   makeMenus();
   makeToolBar();
   connectWorkspace();
-  resize(fontMetrics().averageCharWidth() * 130, fontMetrics().height() * 36);
+  resize(fontMetrics().averageCharWidth() * 150, fontMetrics().height() * 40);
   showHome();
 }
 
@@ -110,7 +110,8 @@ void MainWindow::makeActions() {
   }
   group->setExclusionPolicy(QActionGroup::ExclusionPolicy::ExclusiveOptional);
   filter_ = makeAction(words(_("F&ind…")), "edit-find", QKeySequence::Find, &MainWindow::filter);
-  back_ = makeAction(words(_("&Back")), "go-previous", Qt::ALT | Qt::Key_Left, &MainWindow::goBack);
+  back_ = makeAction(words(_("&Back")), "go-previous", {}, &MainWindow::goBack);
+  back_->setShortcuts({Qt::ALT | Qt::Key_Left, Qt::Key_Escape});
   about_ = makeAction(words(_("&About Tidewell")), "help-about", {}, &MainWindow::showAbout);
 }
 
@@ -264,11 +265,7 @@ void MainWindow::updateState() {
   service_->tell(workspace_.service().state());
   homeAction_->setChecked(isAtHome());
   historyAction_->setChecked(page == history_);
-  back_->setEnabled(!isAtHome());
-  // The comparison has Escape for its own.
-  QList<QKeySequence> keys{Qt::ALT | Qt::Key_Left};
-  if (page != compare_) keys << Qt::Key_Escape;
-  if (back_->shortcuts() != keys) back_->setShortcuts(keys);
+  back_->setVisible(page == history_ || page == explain_);  // the comparison has its own
   const bool canWork = home() != service_;
   for (QAction* action : {addPictures_, addFolder_, paste_}) action->setEnabled(canWork);
   compress_->setEnabled(canWork && workspace_.waitingFiles() > 0 && !workspace_.isLooking());

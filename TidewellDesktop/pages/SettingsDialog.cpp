@@ -43,7 +43,9 @@ SettingsDialog::SettingsDialog(Settings& settings, QWidget* parent) : QDialog(pa
     connect(&settings, &Settings::changed, box,
             [&settings, box, value = choice.value] { box->setChecked(settings.values().*value); });
     auto* detail = new QLabel(words(_(choice.detail)));
-    detail->setForegroundRole(QPalette::PlaceholderText);
+    QFont small = detail->font();
+    small.setPointSizeF(small.pointSizeF() * 0.9);
+    detail->setFont(small);
     detail->setWordWrap(true);
     detail->setIndent(fontMetrics().height() * 3 / 2);
     layout->addWidget(box);
