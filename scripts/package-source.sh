@@ -10,7 +10,8 @@ project_version() { sed -n 's/^project(Tidewell VERSION \([0-9.]*\) .*/\1/p' CMa
 # What is tracked, as it lies here, is a tree that git can archive; nothing in the checkout changes.
 tracked_tree() {
   local stash
-  stash=$(git stash create 2>/dev/null) && echo "${stash:-HEAD}"
+  # Whoever has told git no name gets one, for an object that nobody keeps.
+  stash=$(git -c user.name=package -c user.email=package@localhost stash create) && echo "${stash:-HEAD}"
 }
 
 # archive FILE PREFIX PATH...: a tarball that depends on nothing but the content and the commit's time.
