@@ -46,7 +46,7 @@ QString display(const FileRow& row, int column) {
     case FileListModel::After:
       return sizeWords(row.after);
     case FileListModel::Saved:
-      return row.savedBytes() ? words(savedText(*row.before, *row.after)) : QString();
+      return row.savedBytes().value_or(0) > 0 ? words(savedText(*row.before, *row.after)) : QString();
     case FileListModel::Score:
       return row.score ? words(scoreText(*row.score)) : QString();
     case FileListModel::State:
