@@ -62,9 +62,8 @@ void AskBar::showState() {
   const auto passedOver = workspace_.files().rowCount() - workspace_.files().totals().files;
   QStringList sentences;
   if (waiting > 0)
-    sentences << words(filled(counted("{1} picture waits", "{1} pictures wait", waiting) + " (" +
-                                  sizeText(workspace_.waitingBytes()) + ").",
-                              {}));
+    sentences << words(filled(counted("{1} picture waits ({2}).", "{1} pictures wait ({2}).", waiting),
+                              {"", sizeText(workspace_.waitingBytes())}));
   if (passedOver > 0)
     sentences << words(counted("{1} was compressed before and is left alone.",
                                "{1} were compressed before and are left alone.", passedOver));

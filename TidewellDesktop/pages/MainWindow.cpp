@@ -12,6 +12,7 @@
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
+#include <QRegularExpression>
 #include <QStackedWidget>
 #include <QToolBar>
 #include <QVBoxLayout>
@@ -80,6 +81,8 @@ void MainWindow::makePages() {
 QAction* MainWindow::makeAction(const QString& text, const char* icon, const QKeySequence& shortcut,
                                 void (MainWindow::*slot)()) {
   auto* action = new QAction(QIcon::fromTheme(QLatin1String(icon)), text, this);
+  static const QRegularExpression mnemonic(QStringLiteral("\\(&.\\)|&"));
+  action->setIconText(QString(text).remove(mnemonic).remove(QStringLiteral("…")));
   action->setShortcut(shortcut);
   connect(action, &QAction::triggered, this, slot);
   return action;
