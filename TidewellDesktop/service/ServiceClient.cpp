@@ -201,6 +201,8 @@ void ServiceClient::receiveServicesChanged() {
 
 void ServiceClient::receiveDisconnected() {
   setState(State::noBus);
+  // Nothing will be heard of them again.
+  for (const QString& process : processes_->watchedServices()) receiveVanished(process);
 }
 
 void ServiceClient::setState(State state) {

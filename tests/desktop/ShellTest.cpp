@@ -61,6 +61,12 @@ class ShellWindow : public testing::Test {
     QObject::connect(&*workspace_, &Workspace::problem, [this](const QString& words) { problems_ << words; });
   }
 
+  ~ShellWindow() override {
+    window_.reset();
+    workspace_.reset();
+    QDBusConnection::disconnectFromBus("window");
+  }
+
   URL picture(const std::string& name) { return folder_.write(name, "\xff\xd8\xff no picture"); }
   /// As a file manager drops them that would like to move.
   bool drop(const std::vector<URL>& files) {
@@ -73,7 +79,8 @@ class ShellWindow : public testing::Test {
     QDropEvent drop({9, 9}, actions, &data, Qt::LeftButton, Qt::NoModifier);
     drop.setDropAction(Qt::MoveAction);
     QApplication::sendEvent(&*window_, &drop);
-    EXPECT_EQ(drop.dropAction(), Qt::CopyAction) << "the other program would remove the files";
+    EXPECT_TRUE(!drop.isAccepted() || drop.dropAction() == Qt::CopyAction)
+        << "the other program would remove the files";
     return drop.isAccepted();
   }
   bool hasRows(int count) {
@@ -159,7 +166,7 @@ class Notifications : public QDBusVirtualObject {
 
 TEST(ShellNotification, UndoesOnlyWhatItShowed) {
   PrivateBus bus;
-  Notification notification(bus.connect("ours"));
+  Notification notification(bus.connect("shows"));
   QStringList told;
   QObject::connect(&notification, &Notification::undoRequested, [&] { told << "undo"; });
   QObject::connect(&notification, &Notification::closed, [&] { told << "closed"; });
