@@ -75,12 +75,12 @@ struct HEIFInput {
       self.position += static_cast<std::int64_t>(bytes);
       return 0;
     };
-    reader.seek = [](std::int64_t position, void* file) {
-      static_cast<HEIFInput*>(file)->position = position;
+    reader.seek = [](std::int64_t target, void* file) {
+      static_cast<HEIFInput*>(file)->position = target;
       return 0;
     };
-    reader.wait_for_file_size = [](std::int64_t size, void* file) {
-      return size <= static_cast<HEIFInput*>(file)->size ? heif_reader_grow_status_size_reached
+    reader.wait_for_file_size = [](std::int64_t wanted, void* file) {
+      return wanted <= static_cast<HEIFInput*>(file)->size ? heif_reader_grow_status_size_reached
                                                          : heif_reader_grow_status_size_beyond_eof;
     };
     return reader;

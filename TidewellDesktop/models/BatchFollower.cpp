@@ -355,7 +355,7 @@ void BatchFollower::change(const Followed& file) {
 void BatchFollower::tell() {
   if (!changed_.empty()) {
     std::ranges::sort(changed_);
-    changed_.erase(std::ranges::unique(changed_).begin(), changed_.end());
+    changed_.erase(std::unique(changed_.begin(), changed_.end()), changed_.end());
     std::vector<FileRow> rows;
     for (const std::size_t index : std::exchange(changed_, {})) rows.push_back(followed_[index].row);
     Q_EMIT updated(rows);

@@ -340,15 +340,17 @@ class Activation(Session):
     def test_what_is_installed_is_valid(self):
         share = self.prefix / "share"
         desktop, window = (share / f"applications/{name}.desktop" for name in (SERVICE, WINDOW))
-        for check in (["desktop-file-validate", desktop], ["desktop-file-validate", window],
-                      ["appstreamcli", "validate", "--no-net", "--strict", *share.glob("metainfo/*")],
+        windows = [window] if (self.prefix / "bin/tidewell-desktop").exists() else []  # it may be left out
+        for check in (["desktop-file-validate", desktop, *windows],
+                      *(["appstreamcli", "validate", "--no-net", "--strict", *share.glob("metainfo/*")] for _ in windows),
                       ["systemd-analyze", "verify", "--user", share / "systemd/user/tidewell-background.service"]):
             done = subprocess.run(check, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
             said = "" if check[0] == "appstreamcli" else done.stdout  # it praises what is valid
             self.assertEqual((done.returncode, said), (0, ""), (check, done.stdout))
         self.assertIn("Exec=gapplication launch " + SERVICE, desktop.read_text())
         self.assertNotIn("image/", desktop.read_text(), "a double click would compress")
-        self.assertIn("image/heic;", window.read_text())
+        for file in windows:
+            self.assertIn("image/heic;", file.read_text())
         for size in ("scalable", "48x48"):
             self.assertEqual(len(list((share / f"icons/hicolor/{size}/apps").iterdir())), 2)
 
