@@ -54,6 +54,13 @@ void Application::makeWorkspace() {
   if (workspace_) return;
   workspace_ = std::make_unique<Workspace>(connection_);
   connect(workspace_.get(), &Workspace::batchEnded, this, &Application::notifyEnd);
+  connect(workspace_.get(), &Workspace::problem, this, [this] {
+    if (workspace_->isUndoing()) showHidden();
+  });
+  connect(workspace_.get(), &Workspace::problem, this, &Application::leaveIfDone, Qt::QueuedConnection);
+  connect(&workspace_->undo(), &UndoWorker::finished, this, [this](const UndoSummary& summary) {
+    if (!summary.problems.isEmpty()) showHidden();
+  });
   connect(&workspace_->undo(), &UndoWorker::finished, this, &Application::leaveIfDone, Qt::QueuedConnection);
 }
 
@@ -71,6 +78,10 @@ void Application::show(const std::vector<URL>& files, const QByteArray& token) {
   notification_.close();
   isNotifying_ = false;
   window().add(files);
+}
+
+void Application::showHidden() {
+  if (window_ && !window_->isVisible()) show({}, {});
 }
 
 void Application::runAction(const QString& action) {
@@ -107,7 +118,7 @@ void Application::undo() {
 
 void Application::leaveIfDone() {
   if (window_ && window_->isVisible()) return;
-  if (isNotifying_ || (workspace_ && workspace_->undo().isBusy())) return;
+  if (isNotifying_ || (workspace_ && workspace_->isUndoing())) return;
   const bool isWaitingForEnd =
       workspace_ && workspace_->isRunning() && workspace_->settings().values().notifyAtEnd;
   if (!isWaitingForEnd) QApplication::quit();

@@ -39,6 +39,8 @@ class Application : public QObject {
   void makeWorkspace();
   MainWindow& window();
   void show(const std::vector<URL>& files, const QByteArray& token);
+  /// An undo that nobody watches failed: somebody has to know.
+  void showHidden();
   void runAction(const QString& action);
   void notifyEnd();
   void undo();

@@ -191,7 +191,7 @@ void Workspace::countUndoable() {
 }
 
 bool Workspace::canUndoBatch() const {
-  return undoable_ > 0 && !isRunning() && !undo_.isBusy();
+  return undoable_ > 0 && !isRunning() && !isUndoing();
 }
 
 void Workspace::clear() {
@@ -205,17 +205,20 @@ void Workspace::clear() {
 }
 
 void Workspace::restore(const std::vector<FileRow>& rows) {
+  ++findingRecords_;
   inBackground(
       this, [store = store_, rows] { return recordsOf(store, rows); },
       [this](const FoundRecords& found) {
-        if (!found.problem.isEmpty()) Q_EMIT problem(found.problem);
-        if (found.records.empty()) {
-          if (found.problem.isEmpty()) Q_EMIT problem(words(_("There is nothing left to restore.")));
-          return;
+        if (!found.problem.isEmpty()) {
+          Q_EMIT problem(found.problem);
+        } else if (found.records.empty()) {
+          Q_EMIT problem(words(_("There is nothing left to restore.")));
         }
-        undo_.restore(found.records);
+        --findingRecords_;
+        if (!found.records.empty()) undo_.restore(found.records);
         Q_EMIT changed();
       });
+  Q_EMIT changed();
 }
 
 void Workspace::undoBatch() {

@@ -57,6 +57,8 @@ class Workspace : public QObject {
   bool isLooking() const { return intake_.isRunning(); }
   bool isRunning() const { return follower_.isFollowing(); }
   bool isStopping() const { return isStopping_; }
+  /// Originals are being put back, or are about to be.
+  bool isUndoing() const { return findingRecords_ > 0 || undo_.isBusy(); }
   bool canUndoBatch() const;
   /// What waits for the user's word.
   std::int64_t waitingFiles() const { return static_cast<std::int64_t>(waiting_.size()); }
@@ -95,6 +97,7 @@ class Workspace : public QObject {
   std::unordered_set<std::string> given_;  ///< paths that the service works on
   std::size_t batchesBefore_ = 0;          ///< that were seen before the last run
   bool isStopping_ = false;
+  int findingRecords_ = 0;     ///< that are to be restored
   std::int64_t undoable_ = 0;  ///< rows of the last run that can be taken back
 };
 
