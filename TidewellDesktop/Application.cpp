@@ -30,7 +30,9 @@ Application::Application(const QDBusConnection& connection)
   });
   connect(&instance_, &Instance::wanted, this, &Application::show);
   connect(&instance_, &Instance::actionWanted, this, &Application::runAction);
-  connect(&notification_, &Notification::undoRequested, this, &Application::undo);
+  connect(&notification_, &Notification::undoRequested, this, [this](int run) {
+    if (workspace_) workspace_->undoBatch(run);
+  });
   connect(&notification_, &Notification::activated, this, [this] { show({}, {}); });
   connect(&notification_, &Notification::closed, this, [this] {
     isNotifying_ = false;
@@ -75,9 +77,13 @@ MainWindow& Application::window() {
 
 void Application::show(const std::vector<URL>& files, const QByteArray& token) {
   window().present(token);
+  closeNotification();
+  window().add(files);
+}
+
+void Application::closeNotification() {
   notification_.close();
   isNotifying_ = false;
-  window().add(files);
 }
 
 void Application::showHidden() {
@@ -87,7 +93,7 @@ void Application::showHidden() {
 void Application::runAction(const QString& action) {
   if (!workspace_) return;
   if (action == QLatin1String("undo")) {
-    undo();
+    workspace_->undoBatch();
   } else if (action == QLatin1String("stop")) {
     workspace_->stop();
   }
@@ -107,13 +113,11 @@ void Application::notifyEnd() {
     patience_.start(patienceWithNotification);
     notification_.show(
         words(_("Saved {1} of {2}"), {words(sizeText(totals.savedBytes)), words(sizeText(totals.ofBytes))}),
-        body, workspace_->canUndoBatch());
+        body, workspace_->canUndoBatch(), workspace_->run());
+  } else {
+    closeNotification();  // of an earlier run
   }
   leaveIfDone();
-}
-
-void Application::undo() {
-  if (workspace_) workspace_->undoBatch();
 }
 
 void Application::leaveIfDone() {

@@ -42,8 +42,8 @@ class Application : public QObject {
   /// An undo that nobody watches failed: somebody has to know.
   void showHidden();
   void runAction(const QString& action);
+  void closeNotification();
   void notifyEnd();
-  void undo();
   bool isWindowActive() const;
   void leaveIfDone();
 

@@ -151,6 +151,7 @@ void Workspace::compress() {
   if (!follower_.isFollowing()) {
     batchesBefore_ = follower_.batches().size();
     undoable_ = 0;
+    ++run_;
   }
   follower_.start(std::move(rows));
   const auto& values = settings_.values();
@@ -227,6 +228,10 @@ void Workspace::undoBatch() {
   for (int index = 0; index < files_.rowCount(); index++)
     if (isOfLastRun(files_.row(index))) rows.push_back(files_.row(index));
   restore(rows);
+}
+
+void Workspace::undoBatch(int run) {
+  if (run == run_) undoBatch();
 }
 
 void Workspace::withRecord(const FileRow& row, std::function<void(const UndoRecord&)> use) {

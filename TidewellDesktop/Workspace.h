@@ -51,6 +51,9 @@ class Workspace : public QObject {
   void restore(const std::vector<FileRow>& rows);
   /// The same for all that the last run made.
   void undoBatch();
+  /// Nothing where `run` is no longer the last one.
+  void undoBatch(int run);
+  int run() const { return run_; }
   /// Reads the record of a row, and calls back with it unless it is gone, which `problem` tells.
   void withRecord(const FileRow& row, std::function<void(const UndoRecord&)> use);
 
@@ -96,6 +99,7 @@ class Workspace : public QObject {
   std::int64_t waitingBytes_ = 0;
   std::unordered_set<std::string> given_;  ///< paths that the service works on
   std::size_t batchesBefore_ = 0;          ///< that were seen before the last run
+  int run_ = 0;                            ///< the last one; they are counted
   bool isStopping_ = false;
   int findingRecords_ = 0;     ///< that are to be restored
   std::int64_t undoable_ = 0;  ///< rows of the last run that can be taken back

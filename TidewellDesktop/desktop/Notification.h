@@ -19,14 +19,15 @@ class Notification : public QObject {
  public:
   explicit Notification(QDBusConnection connection, QObject* parent = nullptr);
 
-  /// Takes the place of the last one. `body` is plain text.
-  void show(const QString& summary, const QString& body, bool canUndo);
+  /// Takes the place of the last one. `body` is plain text; `run` comes back with `undoRequested`.
+  void show(const QString& summary, const QString& body, bool canUndo, int run = 0);
+  /// Also one that the desktop was asked for and has not shown yet.
   void close();
 
  Q_SIGNALS:
-  void undoRequested();
+  void undoRequested(int run);
   void activated();
-  /// Also when none could be shown.
+  /// Not by `close`. Also when none could be shown.
   void closed();
 
  private Q_SLOTS:
@@ -34,8 +35,13 @@ class Notification : public QObject {
   void receiveClosed(const QDBusMessage& message);
 
  private:
+  void take(uint id, int run, int call);
+  void close(uint id);
+
   QDBusConnection connection_;
   uint id_ = 0;
+  int run_ = 0;   ///< of what is shown
+  int call_ = 0;  ///< the answers of earlier ones are no longer wanted
 };
 
 }  // namespace tidewell::desktop

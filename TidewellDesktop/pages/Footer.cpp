@@ -24,7 +24,7 @@ Footer::Footer(Workspace& workspace, QWidget* parent) : QWidget(parent), workspa
   undo_ = new QPushButton(words(_("&Undo this batch")));
   undo_->setToolTip(words(_("Puts the originals of the last batch back")));
   connect(stop_, &QPushButton::clicked, &workspace_, &Workspace::stop);
-  connect(undo_, &QPushButton::clicked, &workspace_, &Workspace::undoBatch);
+  connect(undo_, &QPushButton::clicked, &workspace_, qOverload<>(&Workspace::undoBatch));
 
   auto* layout = new QHBoxLayout(this);
   layout->addWidget(saved_);
