@@ -9,6 +9,7 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
 #include <QFileDialog>
 #include <QGuiApplication>
 #include <QVariantMap>
@@ -96,11 +97,17 @@ FileChooser::FileChooser(QDBusConnection connection, QWidget& window)
   qDBusRegisterMetaType<QList<Pattern>>();
   qDBusRegisterMetaType<Filter>();
   qDBusRegisterMetaType<QList<Filter>>();
+  auto* life = new QDBusServiceWatcher(QLatin1String(portal), connection_,
+                                       QDBusServiceWatcher::WatchForUnregistration, this);
+  connect(life, &QDBusServiceWatcher::serviceUnregistered, this, &FileChooser::receivePortalGone);
 }
 
 void FileChooser::open(Kind kind) {
-  if (!request_.isEmpty() || dialog_) return;
+  if (!connection_.isConnected()) stopListening();
+  if (isAsking_ || !request_.isEmpty() || dialog_) return;
+  kind_ = kind;
   if (!connection_.isConnected()) return openOwn(kind);
+  isAsking_ = true;
   auto call = QDBusMessage::createMethodCall(
       QLatin1String(portal), QStringLiteral("/org/freedesktop/portal/desktop"),
       QStringLiteral("org.freedesktop.portal.FileChooser"), QStringLiteral("OpenFile"));
@@ -108,6 +115,7 @@ void FileChooser::open(Kind kind) {
   auto* reply = new QDBusPendingCallWatcher(connection_.asyncCall(call), this);
   connect(reply, &QDBusPendingCallWatcher::finished, this, [this, reply, kind] {
     reply->deleteLater();
+    isAsking_ = false;
     const QDBusPendingReply<QDBusObjectPath> answer = *reply;
     if (answer.isValid()) {
       listenTo(answer.value().path());
@@ -124,9 +132,17 @@ void FileChooser::listenTo(const QString& request) {
 }
 
 void FileChooser::stopListening() {
+  if (request_.isEmpty()) return;
   connection_.disconnect(QLatin1String(portal), request_, QLatin1String(requestInterface),
                          QStringLiteral("Response"), this, SLOT(receiveResponse(QDBusMessage)));
   request_.clear();
+}
+
+/// Its dialog went with it.
+void FileChooser::receivePortalGone() {
+  if (request_.isEmpty()) return;
+  stopListening();
+  openOwn(kind_);
 }
 
 void FileChooser::receiveResponse(const QDBusMessage& message) {

@@ -39,10 +39,13 @@ class FileChooser : public QObject {
   void openOwn(Kind kind);
   void listenTo(const QString& request);
   void stopListening();
+  void receivePortalGone();
 
   QDBusConnection connection_;
   QWidget& window_;
-  QString request_;  ///< of the portal, while its dialog is open
+  Kind kind_ = Kind::pictures;  ///< that was asked for last
+  bool isAsking_ = false;       ///< the portal has not answered yet
+  QString request_;             ///< of the portal, while its dialog is open
   QPointer<QWidget> dialog_;
 };
 

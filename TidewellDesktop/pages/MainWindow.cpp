@@ -65,6 +65,7 @@ void MainWindow::makePages() {
   layout->addWidget(new Footer(workspace_));
   setCentralWidget(center);
 
+  connect(chooser_, &FileChooser::chosen, this, &MainWindow::add);
   connect(empty_, &EmptyPage::chooseRequested, this, &MainWindow::choose);
   connect(empty_, &EmptyPage::chooseFolderRequested, this, &MainWindow::chooseFolder);
   connect(service_, &ServicePage::lookAgainRequested, &workspace_.service(), &ServiceClient::lookAgain);

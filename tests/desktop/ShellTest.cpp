@@ -8,6 +8,7 @@
 #include <QMimeData>
 
 #include "TidewellDesktop/Workspace.h"
+#include "TidewellDesktop/desktop/FileChooser.h"
 #include "TidewellDesktop/desktop/Notification.h"
 #include "TidewellDesktop/pages/MainWindow.h"
 #include "TidewellDesktop/support/FileLists.h"
@@ -123,7 +124,7 @@ TEST_F(ShellWindow, AsksBeforeAnythingIsCompressed) {
 
 TEST_F(ShellWindow, AsksNoMoreOnceToldSo) {
   workspace_->settings().set({.compressAtOnce = true});
-  EXPECT_TRUE(drop({picture("one.jpg")}));
+  Q_EMIT window_->findChild<FileChooser*>()->chosen({picture("one.jpg")});
   EXPECT_TRUE(eventually([this] { return opens() == 1; }));
 }
 
