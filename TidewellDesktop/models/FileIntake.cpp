@@ -81,6 +81,7 @@ FileIntake::~FileIntake() {
 }
 
 void FileIntake::stop() {
+  ++generation_;
   if (const auto running = std::exchange(stop_, nullptr)) running->requestStop();
 }
 
@@ -88,7 +89,10 @@ void FileIntake::add(std::vector<URL> named, const Options& options) {
   if (!stop_) stop_ = std::make_unique<StopSource>();
   ++running_;
   inBackground(
-      this, [this, named = std::move(named), options, stop = stop_->token()] { walk(named, options, stop); },
+      this,
+      [this, named = std::move(named), options, generation = generation_, stop = stop_->token()] {
+        walk(named, options, generation, stop);
+      },
       [this] {
         --running_;
         Q_EMIT finished();
@@ -97,12 +101,17 @@ void FileIntake::add(std::vector<URL> named, const Options& options) {
 }
 
 /// On the pool's thread, for which the end of this waits.
-void FileIntake::walk(const std::vector<URL>& named, const Options& options, const StopToken& stop) {
+void FileIntake::walk(const std::vector<URL>& named, const Options& options, int generation,
+                      const StopToken& stop) {
   std::vector<FileRow> rows;
   const auto deliver = [&] {
     if (rows.empty()) return;
     QMetaObject::invokeMethod(
-        this, [this, rows = std::exchange(rows, {})] { Q_EMIT found(rows); }, Qt::QueuedConnection);
+        this,
+        [this, generation, rows = std::exchange(rows, {})] {
+          if (generation == generation_) Q_EMIT found(rows);
+        },
+        Qt::QueuedConnection);
   };
   try {
     std::vector<std::string> paths;
@@ -119,7 +128,7 @@ void FileIntake::walk(const std::vector<URL>& named, const Options& options, con
       deliver();
       delivered = now;
     }
-  } catch (const std::exception&) {  // stopped: what was found by then is shown
+  } catch (const std::exception&) {  // stopped
   }
   deliver();
 }

@@ -39,7 +39,7 @@ class FileIntake : public QObject {
   /// the reason.
   void add(std::vector<URL> named, const Options& options);
   void add(std::vector<URL> named, bool again = false) { add(std::move(named), Options{.again = again}); }
-  /// Ends what was added so far. Each `finished` still comes.
+  /// Ends what was added so far: nothing of it is `found` any more. Each `finished` still comes.
   void stop();
   bool isRunning() const { return running_ > 0; }
 
@@ -49,11 +49,12 @@ class FileIntake : public QObject {
   void finished();
 
  private:
-  void walk(const std::vector<URL>& named, const Options& options, const StopToken& stop);
+  void walk(const std::vector<URL>& named, const Options& options, int generation, const StopToken& stop);
 
   OutputMemory memory_;
   const URL tools_;
   std::unique_ptr<StopSource> stop_;
+  int generation_ = 0;  ///< of what is added; what was stopped is of an earlier one
   int running_ = 0;
   QThreadPool pool_;
 };
