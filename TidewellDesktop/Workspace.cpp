@@ -119,14 +119,18 @@ void Workspace::add(std::vector<URL> named, bool again) {
 }
 
 void Workspace::takeFound(std::vector<FileRow> rows) {
-  // What the service works on is in the list already, and stays what it is.
-  rows.erase(std::remove_if(rows.begin(), rows.end(),
-                            [this](const FileRow& row) { return given_.count(row.url.path()) > 0; }),
-             rows.end());
+  // What the service works on, or made, is in the list already, and stays what it is.
+  const auto isKnown = [this](const FileRow& row) {
+    if (given_.count(row.url.path()) > 0) return true;
+    const auto index = files_.find(row.url);
+    return row.state == RowState::alreadyCompressed && index && files_.row(*index).record;
+  };
+  rows.erase(std::remove_if(rows.begin(), rows.end(), isKnown), rows.end());
   for (const FileRow& row : rows)
     if (row.state == RowState::waiting && waiting_.insert(row.url.path()).second)
       waitingBytes_ += row.before.value_or(0);
   files_.add(std::move(rows));
+  if (!isRunning()) countUndoable();
   Q_EMIT changed();
 }
 
