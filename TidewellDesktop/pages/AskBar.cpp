@@ -45,6 +45,7 @@ void AskBar::compress() {
     values.compressAtOnce = true;
     workspace_.settings().set(values);
   }
+  atOnce_->setChecked(false);  // else it would decide once more, unseen
   workspace_.compress();
 }
 

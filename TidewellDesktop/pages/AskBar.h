@@ -24,9 +24,10 @@ class AskBar : public QFrame {
 
   /// Where the keyboard should be when files were opened.
   void focusCompress();
+  /// What waits, and with the tick from now on at once.
+  void compress();
 
  private:
-  void compress();
   void compressAgain();
   void showState();
 

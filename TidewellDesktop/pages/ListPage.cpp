@@ -107,6 +107,10 @@ void ListPage::focusCompress() {
   ask_->focusCompress();
 }
 
+void ListPage::compress() {
+  ask_->compress();
+}
+
 void ListPage::updateActions() {
   const auto rows = view_->selectedRows();
   const bool hasOne = rows.size() == 1;

@@ -33,6 +33,8 @@ class ListPage : public QWidget {
   QList<QAction*> rowActions() const;
   void focusFilter();
   void focusCompress();
+  /// As the question above the list has it.
+  void compress();
 
  Q_SIGNALS:
   void compareRequested(const tidewell::UndoRecord& record);

@@ -97,7 +97,7 @@ void MainWindow::makeActions() {
   clear_ = makeAction(words(_("C&lear list")), "edit-clear-all", {}, &MainWindow::clear);
   compress_ = new QAction(words(_("Co&mpress")), this);
   compress_->setShortcut(Qt::CTRL | Qt::Key_Return);
-  connect(compress_, &QAction::triggered, &workspace_, &Workspace::compress);
+  connect(compress_, &QAction::triggered, list_, &ListPage::compress);
   settings_ =
       makeAction(words(_("&Settings…")), "configure", Qt::CTRL | Qt::Key_Comma, &MainWindow::showSettings);
   quit_ = new QAction(words(_("&Quit")), this);
