@@ -229,6 +229,8 @@ void ComparePage::updateShown() {
 }
 
 void ComparePage::updatePlaying() {
+  // Loaded only after the page was hidden.
+  if (model_.player().isPlaying() && !isVisible()) return model_.player().setPlaying(false);
   play_->setText(model_.player().isPlaying() ? words(_("Pause")) : words(_("Play")));
 }
 

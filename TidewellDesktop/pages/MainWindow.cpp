@@ -199,7 +199,9 @@ bool MainWindow::isAtHome() const {
 
 void MainWindow::showPage(QWidget* page) {
   if (pages_->currentWidget() == page) return updateState();
+  const bool wasComparing = pages_->currentWidget() == compare_;
   pages_->setCurrentWidget(page);
+  if (wasComparing) compare_->close();  // and what it holds, and still loads
   page->setFocus();
   updateState();
 }
