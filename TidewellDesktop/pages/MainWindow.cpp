@@ -104,7 +104,7 @@ void MainWindow::makeActions() {
   quit_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
   connect(quit_, &QAction::triggered, this, &QWidget::close);
   homeAction_ =
-      makeAction(words(_("&Pictures")), "view-list-details", Qt::CTRL | Qt::Key_1, &MainWindow::showHome);
+      makeAction(words(_("&Pictures")), "view-list-details", Qt::ALT | Qt::Key_Home, &MainWindow::showHome);
   historyAction_ =
       makeAction(words(_("&History")), "view-history", Qt::CTRL | Qt::Key_H, &MainWindow::showHistory);
   auto* group = new QActionGroup(this);
@@ -223,14 +223,21 @@ void MainWindow::goBack() {
   showPage(page);
 }
 
+/// The comparison is empty once it was left.
+void MainWindow::rememberPage(const QWidget* next) {
+  QWidget* page = pages_->currentWidget();
+  if (page != compare_ && page != next) before_.push_back(page);
+  if (!before_.empty() && before_.back() == next) before_.pop_back();
+}
+
 void MainWindow::openComparison(const UndoRecord& record) {
-  before_.push_back(pages_->currentWidget());
+  rememberPage(compare_);
   compare_->open(record);
   showPage(compare_);
 }
 
 void MainWindow::openExplanation(const URL& source, Date before) {
-  before_.push_back(pages_->currentWidget());
+  rememberPage(explain_);
   explain_->open(source, before);
   showPage(explain_);
 }

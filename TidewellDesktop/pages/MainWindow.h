@@ -67,6 +67,8 @@ class MainWindow : public QMainWindow {
   void goBack();
   void clear();
   void showPage(QWidget* page);
+  /// To come back to from `next`.
+  void rememberPage(const QWidget* next);
   void openComparison(const UndoRecord& record);
   void openExplanation(const URL& source, Date before);
   void restore(const UndoRecord& record);
