@@ -8,6 +8,7 @@
 #include <optional>
 #include <utility>
 
+#include "CompressionKit/engine/HEICConversion.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/wording/Errors.h"
@@ -48,13 +49,25 @@ FoundRecords recordsOf(const UndoStore& store, const std::vector<FileRow>& rows)
   return found;
 }
 
+/// A HEIC file's original never leaves: the result went from beside it.
+bool isOriginalBack(const FileRow& row) {
+  if (!files::exists(row.url)) return false;
+  if (row.state != RowState::converted) return row.before == fileSize(row.url);
+  for (int attempt = 0; attempt < maximumConversionNames; attempt++) {
+    const URL result = conversionURL(row.url, attempt);
+    if (!files::exists(result)) break;
+    if (row.after == fileSize(result)) return false;
+  }
+  return true;
+}
+
 /// Rows as they are once their records have gone: the originals are back, or cannot come back any more.
 std::vector<FileRow> rowsWithoutRecord(const UndoStore& store, std::vector<FileRow> rows) {
   std::vector<FileRow> gone;
   for (FileRow& row : rows) {
     try {
       if (recordOf(store, row)) continue;
-      const bool isBack = files::exists(row.url) && row.before == fileSize(row.url);
+      const bool isBack = isOriginalBack(row);
       row.record.reset();
       if (isBack) {
         row.state = RowState::skipped;
