@@ -117,6 +117,10 @@ void Workspace::connectService() {
     history_.reload();
     lookAfterRecords();
   });
+  connect(&service_, &ServiceClient::nothingToStop, this, [this] {
+    isStopping_ = false;
+    Q_EMIT changed();
+  });
   connect(&service_, &ServiceClient::requestFailed, this, [this](const QString& words) {
     isStopping_ = false;
     Q_EMIT problem(words);

@@ -46,6 +46,11 @@ bool meansNotInstalled(const QDBusError& error) {
          error.name() == QStringLiteral("org.freedesktop.DBus.Error.Spawn.ServiceNotFound");
 }
 
+bool meansNotRunning(const QDBusError& error) {
+  return meansNotInstalled(error) ||
+         error.name() == QStringLiteral("org.freedesktop.DBus.Error.NameHasNoOwner");
+}
+
 bool meansNoBus(const QDBusError& error) {
   return error.type() == QDBusError::Disconnected || error.type() == QDBusError::NoServer;
 }
@@ -141,6 +146,7 @@ void ServiceClient::askForActivatable() {
 }
 
 void ServiceClient::open(const std::vector<URL>& files, const OpenOptions& options) {
+  ++opens_;
   openFrom(std::make_shared<const std::vector<URL>>(files), 0, options);
 }
 
@@ -157,28 +163,54 @@ void ServiceClient::openFrom(std::shared_ptr<const std::vector<URL>> files, std:
   request << texts
           << QVariantMap{{QStringLiteral("keep-metadata"), options.keepMetadata},
                          {QStringLiteral("keep-times"), options.keepTimes}};
+  ++openRequests_;
   whenAnswered(connection_.asyncCall(request, requestMilliseconds), this,
-               [this, files = std::move(files), next, options](const QDBusMessage& reply) {
+               [this, files = std::move(files), next, options, number = opens_](const QDBusMessage& reply) {
+                 --openRequests_;
                  if (reply.type() == QDBusMessage::ErrorMessage) {
                    Q_EMIT openFailed(described(QDBusError(reply)));
                    return fail(QDBusError(reply));
                  }
                  watchProcess(reply.service());
-                 if (next < files->size()) return openFrom(files, next, options);
+                 const bool isStopped = number <= opensStopped_;
+                 // It may have lost the name between the two. What was asked for since is not to stop.
+                 if (isStopped && opens_ == opensStopped_)
+                   sendStop(reply.service(), false, std::make_shared<StopAnswers>());
+                 if (!isStopped && next < files->size()) return openFrom(files, next, options);
                  Q_EMIT opened(reply.service());
                });
 }
 
+struct ServiceClient::StopAnswers {
+  int missing = 0;
+  bool wasHeard = false;
+};
+
 void ServiceClient::stop() {
-  QDBusMessage request = QDBusMessage::createMethodCall(serviceName, servicePath, applicationInterface,
+  opensStopped_ = opens_;
+  const auto answers = std::make_shared<StopAnswers>();
+  // A last batch runs in a process that gave the name up.
+  for (const QString& process : processes_ ? processes_->watchedServices() : QStringList())
+    sendStop(process, false, answers);
+  // One that is being started gets it after the files; else one that does not run has nothing to stop.
+  sendStop(serviceName, openRequests_ > 0, answers);
+}
+
+void ServiceClient::sendStop(const QString& receiver, bool mayStart, std::shared_ptr<StopAnswers> answers) {
+  QDBusMessage request = QDBusMessage::createMethodCall(receiver, servicePath, applicationInterface,
                                                         QStringLiteral("ActivateAction"));
-  request.setAutoStartService(false);  // one that does not run has nothing to stop
+  request.setAutoStartService(mayStart);
   request << QStringLiteral("stop") << QVariantList() << QVariantMap();
-  whenAnswered(connection_.asyncCall(request, questionMilliseconds), this, [this](const QDBusMessage& reply) {
-    if (reply.type() != QDBusMessage::ErrorMessage) return;
-    const QDBusError error(reply);
-    if (!meansNotInstalled(error)) fail(error);
-  });
+  ++answers->missing;
+  whenAnswered(connection_.asyncCall(request, mayStart ? requestMilliseconds : questionMilliseconds), this,
+               [this, receiver, mayStart, answers = std::move(answers)](const QDBusMessage& reply) {
+                 const QDBusError error(reply);
+                 answers->wasHeard = answers->wasHeard || reply.type() != QDBusMessage::ErrorMessage;
+                 // One that was followed is told of when it ends, and one that could not start already was.
+                 const bool isTold = receiver != serviceName || mayStart;
+                 if (error.isValid() && !isTold && !meansNotRunning(error)) fail(error);
+                 if (--answers->missing == 0 && !answers->wasHeard) Q_EMIT nothingToStop();
+               });
 }
 
 void ServiceClient::announceUndoDidChange() {

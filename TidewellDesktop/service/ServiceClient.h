@@ -47,7 +47,8 @@ class ServiceClient : public QObject {
   /// One batch of the service for these files, unless their names are too long for one message, as some
   /// 300,000 may be. `opened` or `openFailed` follows.
   void open(const std::vector<URL>& files, const OpenOptions& options = {});
-  /// Ends the running batches; what was done by then stays.
+  /// Ends the running batches, and those that the service was asked for and has not taken yet; what was done
+  /// by then stays.
   void stop();
   /// Tells other programs that this one changed the undo store.
   void announceUndoDidChange();
@@ -63,6 +64,8 @@ class ServiceClient : public QObject {
   void openFailed(const QString& words);
   /// The same, and also where it could not be told to stop.
   void requestFailed(const QString& words);
+  /// No service runs that could be told to stop.
+  void nothingToStop();
   /// A process that had taken files has ended: rightly, where they are done.
   void serviceVanished(const QString& process);
 
@@ -78,11 +81,16 @@ class ServiceClient : public QObject {
   void askForActivatable();
   void receiveVanished(const QString& process);
   void openFrom(std::shared_ptr<const std::vector<URL>> files, std::size_t first, const OpenOptions& options);
+  struct StopAnswers;
+  void sendStop(const QString& receiver, bool mayStart, std::shared_ptr<StopAnswers> answers);
   void fail(const QDBusError& error);
 
   QDBusConnection connection_;
   State state_ = State::unknown;
   QDBusServiceWatcher* processes_ = nullptr;  ///< that have taken files
+  int openRequests_ = 0;                      ///< that were not answered yet
+  int opens_ = 0;                             ///< so many were asked for
+  int opensStopped_ = 0;                      ///< the first so many are to stop
 };
 
 }  // namespace tidewell::desktop

@@ -56,7 +56,12 @@ TEST(CoreService, AsksOnceAndKnowsWhoAnswered) {
   QObject::connect(&client, &ServiceClient::serviceVanished, [&](const QString& who) { vanished << who; });
   QObject::connect(&client, &ServiceClient::undoDidChange, [&] { ++undone; });
   QObject::connect(&client, &ServiceClient::historyDidChange, [&] { ++history; });
-  client.stop();  // of a service that does not run: nothing to say
+  int idle = 0;
+  QStringList failures;
+  QObject::connect(&client, &ServiceClient::nothingToStop, [&] { ++idle; });
+  QObject::connect(&client, &ServiceClient::requestFailed, [&](const QString& words) { failures << words; });
+  client.stop();
+  EXPECT_TRUE(eventually([&] { return idle == 1; }));
 
   auto service = std::make_optional<FakeService>(bus, "service");
   const QString process = service->process();
@@ -80,6 +85,11 @@ TEST(CoreService, AsksOnceAndKnowsWhoAnswered) {
   service->bus().unregisterService("com.vantor.tidewell.Background");  // it still works on a last batch
   EXPECT_TRUE(eventually([&] { return client.state() == State::notInstalled; }));
   EXPECT_TRUE(vanished.isEmpty());
+  client.stop();
+  EXPECT_TRUE(eventually([&] { return service->calls.back().member() == "ActivateAction"; }));
+  QTest::qWait(100);
+  EXPECT_EQ(idle, 1);
+  EXPECT_EQ(failures, QStringList());
   service.reset();
   EXPECT_TRUE(eventually([&] { return !vanished.isEmpty(); }));
   EXPECT_EQ(vanished, QStringList{process});
