@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "CompressionKit/codecs/ColorProfile.h"
@@ -50,13 +51,17 @@ void appendGap(std::vector<std::uint8_t>& to) {
 }  // namespace
 
 bool ComparisonViews::convertToSRGB() {
-  for (Bitmap* const view : {&original, &result}) {
+  // Both or neither, or two that look alike would no more be of the same colours.
+  Bitmap views[] = {original, result};
+  for (Bitmap& view : views) {
     const bool converted =
-        view->color.icc.empty() ? view->color.srgb : color::convertToSRGB(view->color.icc, view->pixels);
+        view.color.icc.empty() ? view.color.srgb : color::convertToSRGB(view.color.icc, view.pixels);
     if (!converted) return false;
-    view->color = ColorTag();
-    view->color.srgb = true;
+    view.color = ColorTag();
+    view.color.srgb = true;
   }
+  original = std::move(views[0]);
+  result = std::move(views[1]);
   return true;
 }
 
