@@ -68,7 +68,7 @@ QString UndoSummary::text() const {
 }
 
 UndoWorker::UndoWorker(const UndoStore& store, QObject* parent)
-    : QObject(parent), queue_(1), actions_(store, queue_) {
+    : QObject(parent), queue_(CompressionQueue::recommendedConcurrentTasks()), actions_(store, queue_) {
   qRegisterMetaType<UndoSummary>();
   thread_.setMaxThreadCount(1);
 }
