@@ -3,6 +3,8 @@
 
 #include "CompressionKit/wording/Attempts.h"
 
+#include <algorithm>
+
 #include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/wording/Texts.h"
@@ -25,6 +27,8 @@ constexpr Words reasons[] = {
     {"empty_output", N_("the encoder wrote nothing")},
     {"component_error", N_("the tool failed")},
     {"missing_component", N_("the tool is not installed")},
+    {"below_minimum", N_("too little to gain")},
+    {"embedded_media", N_("holds a video, which would be lost")},
 };
 
 constexpr Words outcomes[] = {
@@ -32,6 +36,12 @@ constexpr Words outcomes[] = {
     {"converted", N_("the smallest that passed stands beside it")},
     {"skipped", N_("left as it was: nothing smaller passed")},
     {"failed", N_("left as it was: it failed")},
+};
+
+/// Where files were left for something else than their results.
+constexpr Words skips[] = {
+    {"below_minimum", N_("left as it was: too little to gain")},
+    {"embedded_media", N_("left as it was: it holds a video")},
 };
 
 template <std::size_t count>
@@ -45,11 +55,18 @@ std::string worded(const Words (&table)[count], const std::string& code) {
 }  // namespace
 
 std::string outcomeText(const Report& report) {
+  if (report.outcome == "skipped") {
+    for (const auto& [reason, text] : skips) {
+      if (std::ranges::find(report.attempts, reason, &CandidateDiagnostic::reason) != report.attempts.end())
+        return _(text);
+    }
+  }
   return worded(outcomes, report.outcome);
 }
 
 std::string verdictText(const Report& report, const CandidateDiagnostic& attempt) {
   if (attempt.status == "accepted") {
+    if (!report.selectedEncoder) return _("passed");
     return report.selectedEncoder == attempt.encoder ? _("taken") : _("passed, another was smaller");
   }
   const std::string reason = worded(reasons, attempt.reason);
