@@ -26,6 +26,18 @@ ImageInput localInput(const URL& url) {
   return ImageInput(url);
 }
 
+/// False where the rows have no room, or no files can be there: the reduced view is better than nothing. What
+/// goes wrong with the picture is not meant.
+template <typename Work>
+bool isRoomFor(Work work) {
+  try {
+    work();
+  } catch (const FileError&) {
+    return false;
+  }
+  return true;
+}
+
 /// Averages squares of `factor`, cut off at the right and at the bottom.
 Bitmap reducedBy(const Bitmap& from, std::int64_t factor) {
   Bitmap result{.width = (from.width + factor - 1) / factor,
@@ -97,23 +109,22 @@ bool ScreenPicture::prepareParts() {
     const auto rows = source->rows(index_);
     if (rows->width() != properties_.width || rows->height() != properties_.height)
       throw CompressionError::invalidImage();
-    try {
-      auto file =
-          std::make_unique<RowFile>(locations::largeTemporaryDirectory(), rows->width(), rows->height());
-      const auto rowBytes = static_cast<std::size_t>(rows->width()) * 4;
-      const std::size_t perWrite = std::max<std::size_t>(1, (std::size_t{1} << 20) / rowBytes);
-      std::vector<std::uint8_t> band(rowBytes * perWrite);
-      for (std::int64_t y = 0; y < rows->height();) {
-        const auto count = std::min(static_cast<std::int64_t>(perWrite), rows->height() - y);
-        const auto part = std::span(band).first(rowBytes * static_cast<std::size_t>(count));
-        for (std::int64_t i = 0; i < count; ++i, ++y)
-          rows->read(part.subspan(rowBytes * static_cast<std::size_t>(i), rowBytes));
-        file->append(part);
-      }
-      rows_ = std::move(file);
-    } catch (const FileError&) {
-      return false;  // no room, or no such files there: the reduced view is better than nothing
+    std::unique_ptr<RowFile> file;
+    const bool isBegun = isRoomFor([&] {
+      file = std::make_unique<RowFile>(locations::largeTemporaryDirectory(), rows->width(), rows->height());
+    });
+    if (!isBegun) return false;
+    const auto rowBytes = static_cast<std::size_t>(rows->width()) * 4;
+    const std::size_t perWrite = std::max<std::size_t>(1, (std::size_t{1} << 20) / rowBytes);
+    std::vector<std::uint8_t> band(rowBytes * perWrite);
+    for (std::int64_t y = 0; y < rows->height();) {
+      const auto count = std::min(static_cast<std::int64_t>(perWrite), rows->height() - y);
+      const auto part = std::span(band).first(rowBytes * static_cast<std::size_t>(count));
+      for (std::int64_t i = 0; i < count; ++i, ++y)
+        rows->read(part.subspan(rowBytes * static_cast<std::size_t>(i), rowBytes));
+      if (!isRoomFor([&] { file->append(part); })) return false;
     }
+    rows_ = std::move(file);
     return true;
   });
 }
