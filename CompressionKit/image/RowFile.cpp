@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <mutex>
 #include <system_error>
 
 #include "CompressionKit/platform/Error.h"
@@ -16,15 +17,21 @@ namespace tidewell {
 
 RowFile::RowFile(const URL& directory, std::int64_t width, std::int64_t height)
     : directory_(directory), width_(width) {
+  // Two pictures of a comparison ask at once: the second sees what the first has left.
+  static std::mutex asking;
+  const std::lock_guard lock(asking);
   std::error_code error;
   const auto space = std::filesystem::space(directory.path(), error);
   if (error) throw FileError("创建", directory.path(), error.value());
+  const std::int64_t bytes = 4 * width * height;
   // Others need room meanwhile: a batch, above all.
-  if (static_cast<double>(space.available) / 2 <
-      4.0 * static_cast<double>(width) * static_cast<double>(height))
+  if (static_cast<double>(space.available) / 2 < static_cast<double>(bytes))
     throw FileError("创建", directory.path(), ENOSPC);
   Descriptor file(open(directory.path().c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   if (!file) throw FileError("创建", directory.path(), errno);
+  // Some file systems cannot set room aside: there the rows find out when they are written.
+  if (fallocate(file.get(), 0, 0, bytes) != 0 && errno != EOPNOTSUPP && errno != EINTR)
+    throw FileError("创建", directory.path(), errno);
   file_.emplace(std::move(file), directory.path());
 }
 
