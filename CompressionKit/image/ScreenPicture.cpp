@@ -129,6 +129,10 @@ bool ScreenPicture::prepareParts() {
   });
 }
 
+void ScreenPicture::dropParts() {
+  rows_.reset();
+}
+
 /// Where a part of the upright picture lies in the stored one.
 Rectangle ScreenPicture::stored(const Rectangle& upright) const {
   // Exif 2.32, tag 0x0112, as `views::upright` turns it.
@@ -199,9 +203,22 @@ bool prepareParts(const std::shared_ptr<const ScreenPictures>& pictures) {
     return read(OperationQueue::Priority::high, [pictures, &picture] { return picture.prepareParts(); });
   };
   auto first = begin(*pictures->original), second = begin(*pictures->compressed);
-  const bool original = first.get(), compressed = second.get();
-  pictures->files.check();
-  return original && compressed;
+  first.wait();
+  second.wait();
+  const auto drop = [&] {
+    pictures->original->dropParts();
+    pictures->compressed->dropParts();
+  };
+  try {
+    const bool original = first.get(), compressed = second.get();
+    pictures->files.check();
+    if (original && compressed) return true;
+  } catch (...) {
+    drop();
+    throw;
+  }
+  drop();
+  return false;
 }
 
 }  // namespace ImageRendering

@@ -51,6 +51,8 @@ class ScreenPicture {
   /// it would be larger than `maximumFileBytes`, or the disk became full. Throws
   /// `CompressionError::invalidImage`, `Interrupted`. One thread at a time.
   bool prepareParts();
+  /// Gives the place back: `part` is not possible any more. No thread may be asking for one.
+  void dropParts();
   static constexpr std::int64_t maximumFileBytes = std::int64_t{8} << 30;
 
   /// The part of the upright picture, which must lie inside of it, with each side divided by `reduction`,
@@ -110,7 +112,8 @@ std::shared_ptr<const ScreenPictures> screenPictures(const URL& original, const 
                                                      std::int64_t maximumSide, const StopToken& stop = {});
 
 /// Makes parts of both possible, and checks that the files are still what they were. False where only the
-/// reduced views are to be had. Blocks and throws as `screenPictures`.
+/// reduced views are to be had; then, and where it throws, neither takes room on the disk. Blocks and throws
+/// as `screenPictures`.
 bool prepareParts(const std::shared_ptr<const ScreenPictures>& pictures);
 
 }  // namespace ImageRendering
