@@ -105,7 +105,7 @@ void HistoryPage::makeActions() {
     if (record) Q_EMIT explainRequested(URL::file(record->originalPath), record->createdAt);
   });
   copyOut_ = make(_("Copy &out…"), _("Copy the original to another folder"), [this] { copyOut(); });
-  forget_ = make(_("&Forget"), _("Remove records and backups"), [this] { forget(); });
+  forget_ = make(_("For&get"), _("Remove records and backups"), [this] { forget(); });
   forget_->setShortcut(QKeySequence::Delete);
   forget_->setShortcutContext(Qt::WidgetShortcut);
 }
@@ -115,7 +115,7 @@ QLayout* HistoryPage::makeStatus() {
   status_ = new QLabel(this);
   status_->setWordWrap(true);
   status_->setTextInteractionFlags(Qt::TextBrowserInteraction);
-  details_ = new QPushButton(words(_("&Details…")), this);
+  details_ = new QPushButton(words(_("De&tails…")), this);
   details_->setAutoDefault(false);
   details_->hide();
   connect(details_, &QPushButton::clicked, this, &HistoryPage::showDetails);
@@ -255,7 +255,7 @@ void HistoryPage::forget() {
                       QMessageBox::Cancel, window());
   box->setAttribute(Qt::WA_DeleteOnClose);
   box->setInformativeText(text);
-  auto* button = box->addButton(words(_("&Forget")), QMessageBox::DestructiveRole);
+  auto* button = box->addButton(words(_("For&get")), QMessageBox::DestructiveRole);
   box->setDefaultButton(QMessageBox::Cancel);
   connect(button, &QPushButton::clicked, this,
           [this, records = std::move(records)] { worker_.forget(records); });
