@@ -194,10 +194,9 @@ void HistoryPage::updateActions() {
   const bool isSome = view_->selectionModel()->hasSelection();
   const bool isOne = selectedOne().has_value();
   restore_->setEnabled(isSome && mayBe(HistoryModel::RestorableRole));
-  const QModelIndex current = view_->currentIndex().siblingAtColumn(0);
-  const QVariant inBatch =
-      (current.parent().isValid() ? current.parent() : current).data(HistoryModel::RestorableRole);
-  restoreBatch_->setEnabled(current.isValid() && (!inBatch.isValid() || inBatch.toInt() > 0));
+  const QModelIndex batch = selectedBatch();
+  const QVariant inBatch = batch.data(HistoryModel::RestorableRole);
+  restoreBatch_->setEnabled(batch.isValid() && (!inBatch.isValid() || inBatch.toInt() > 0));
   compare_->setEnabled(isOne && mayBe(HistoryModel::BackupRole));
   copyOut_->setEnabled(isOne && mayBe(HistoryModel::BackupRole));
   explain_->setEnabled(isOne);
@@ -223,6 +222,16 @@ std::optional<UndoRecord> HistoryPage::selectedOne() const {
   return rows.first().data(HistoryModel::RecordRole).value<UndoRecord>();
 }
 
+QModelIndex HistoryPage::selectedBatch() const {
+  QModelIndex batch;
+  for (const auto& row : view_->selectionModel()->selectedRows()) {
+    const QModelIndex its = row.parent().isValid() ? row.parent() : row;
+    if (batch.isValid() && its != batch) return {};
+    batch = its;
+  }
+  return batch;
+}
+
 bool HistoryPage::mayBe(int role) const {
   constexpr int most = 100;
   const auto rows = view_->selectionModel()->selectedRows();
@@ -233,8 +242,8 @@ bool HistoryPage::mayBe(int role) const {
 }
 
 void HistoryPage::restoreBatch() {
-  const QModelIndex row = view_->currentIndex().siblingAtColumn(0);
-  worker_.restore(model_.records(row.parent().isValid() ? row.parent() : row));
+  const QModelIndex batch = selectedBatch();
+  if (batch.isValid()) worker_.restore(model_.records(batch));
 }
 
 void HistoryPage::forget() {

@@ -58,6 +58,8 @@ class HistoryPage : public QWidget {
   std::vector<UndoRecord> selected() const;
   /// The one that is selected; nothing for a batch, or several.
   std::optional<UndoRecord> selectedOne() const;
+  /// The batch of all that is selected; invalid where there are none or several.
+  QModelIndex selectedBatch() const;
   /// `role` says so of a selected row, or nobody knows yet, or there are too many to ask.
   bool mayBe(int role) const;
   void restoreBatch();
