@@ -69,6 +69,7 @@ ComparePage::ComparePage(const UndoStore& store, QWidget* parent)
       message_(new QLabel) {
   message_->setAlignment(Qt::AlignCenter);
   message_->setWordWrap(true);
+  message_->setTextFormat(Qt::PlainText);
   message_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   message_->setFocusPolicy(Qt::StrongFocus);  // the keys must reach the page while it has nothing to show
   stack_->addWidget(message_);

@@ -51,7 +51,7 @@ QVariant AttemptsModel::data(const QModelIndex& index, int role) const {
     case Qt::TextAlignmentRole:
       return headerData(index.column(), Qt::Horizontal, role);
     case Qt::ToolTipRole:
-      return text(attempt, Verdict);
+      return plainTip(text(attempt, Verdict));
     case SortRole:
       if (index.column() == Size) return attempt.bytes ? QVariant(qlonglong{*attempt.bytes}) : QVariant();
       if (index.column() == Score) return attempt.score ? QVariant(*attempt.score) : QVariant();

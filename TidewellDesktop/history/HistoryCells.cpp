@@ -112,7 +112,7 @@ QVariant HistoryModel::recordData(HistoryBatch& batch, HistoryRecord& record, in
     case RestorableRole:
       return known ? QVariant(record.isRestorable(now_()) ? 1 : 0) : QVariant();
     case Qt::ToolTipRole:
-      return shownPath(record.entry->record.originalPath);
+      return plainTip(shownPath(record.entry->record.originalPath));
     case Qt::DisplayRole:
       return recordText(record, column);
     default:

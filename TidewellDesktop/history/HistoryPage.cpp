@@ -83,6 +83,7 @@ void HistoryPage::makeView() {
   notice_ = new QLabel(this);
   notice_->setAlignment(Qt::AlignCenter);
   notice_->setWordWrap(true);
+  notice_->setTextFormat(Qt::PlainText);
 }
 
 void HistoryPage::makeActions() {
@@ -114,6 +115,7 @@ QLayout* HistoryPage::makeStatus() {
   auto* row = new QHBoxLayout;
   status_ = new QLabel(this);
   status_->setWordWrap(true);
+  status_->setTextFormat(Qt::PlainText);
   status_->setTextInteractionFlags(Qt::TextBrowserInteraction);
   details_ = new QPushButton(words(_("De&tails…")), this);
   details_->setAutoDefault(false);

@@ -109,8 +109,8 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
     case Qt::DisplayRole:
       return display(file, index.column());
     case Qt::ToolTipRole:
-      return file.why.isEmpty() ? shownPath(file.url.path())
-                                : shownPath(file.url.path()) + QStringLiteral("\n") + file.why;
+      return plainTip(file.why.isEmpty() ? shownPath(file.url.path())
+                                         : shownPath(file.url.path()) + QLatin1Char('\n') + file.why);
     case Qt::TextAlignmentRole:
       // Numbers end alike; mirrored where the language runs from right to left.
       return QVariant::fromValue(Qt::AlignVCenter |

@@ -20,6 +20,12 @@ QString shownPath(std::string_view path) {
   return words(printable(path));
 }
 
+QString plainTip(const QString& text) {
+  QString marked = text.toHtmlEscaped();
+  marked.replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+  return QStringLiteral("<qt>%1</qt>").arg(marked);
+}
+
 URL fileURL(const QString& path) {
   return URL::file(QFile::encodeName(path).toStdString());
 }

@@ -25,6 +25,9 @@ QString words(std::string_view pattern, std::initializer_list<QString> values);
 /// A path or name as people may see it; may not be fit for opening the file.
 QString shownPath(std::string_view path);
 
+/// A tooltip that shows just this: names may look like the markup that Qt would take them for.
+QString plainTip(const QString& text);
+
 /// The file that Qt means. Qt cannot tell names that are no UTF-8: take those from `mime` data or arguments
 /// as bytes.
 URL fileURL(const QString& path);
