@@ -77,7 +77,9 @@ void HistoryPage::makeView() {
   for (const auto& [column, width] : widths) view_->setColumnWidth(column, width * em);
   connect(view_, &QTreeView::activated, this, &HistoryPage::activate);
   connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &HistoryPage::updateActions);
-  connect(&model_, &HistoryModel::dataChanged, this, &HistoryPage::updateActions);
+  updateSoon_.setSingleShot(true);
+  connect(&updateSoon_, &QTimer::timeout, this, &HistoryPage::updateActions);
+  connect(&model_, &HistoryModel::dataChanged, &updateSoon_, qOverload<>(&QTimer::start));
   connect(&model_, &HistoryModel::modelAboutToBeReset, this, &HistoryPage::keepPlace);
   connect(&model_, &HistoryModel::modelReset, this, &HistoryPage::findPlace);
   notice_ = new QLabel(this);

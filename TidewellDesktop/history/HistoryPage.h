@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QStringList>
+#include <QTimer>
 #include <QWidget>
 #include <optional>
 #include <vector>
@@ -81,6 +82,7 @@ class HistoryPage : public QWidget {
   QStackedLayout* pages_ = nullptr;
   QAction *restore_ = nullptr, *restoreBatch_ = nullptr, *compare_ = nullptr, *explain_ = nullptr,
           *copyOut_ = nullptr, *forget_ = nullptr;
+  QTimer updateSoon_;  ///< for a long selection, whose rows change one by one
   QStringList told_;  ///< all that the last summary has to say
 
   struct Place {

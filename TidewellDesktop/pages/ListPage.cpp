@@ -87,7 +87,7 @@ void ListPage::makeActions() {
   view_->setContextMenuPolicy(Qt::ActionsContextMenu);
   connect(view_, &QAbstractItemView::activated, this, &ListPage::activate);
   connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this, &ListPage::updateActions);
-  connect(&workspace_, &Workspace::changed, this, &ListPage::updateActions);
+  connect(&workspace_, &Workspace::changed, &updateSoon_, qOverload<>(&QTimer::start));
   updateSoon_.setSingleShot(true);
   connect(&updateSoon_, &QTimer::timeout, this, &ListPage::updateActions);
   connect(&shown_, &QAbstractItemModel::dataChanged, &updateSoon_, qOverload<>(&QTimer::start));
