@@ -33,6 +33,12 @@ Date startNow(Date startedAt, Clock::time_point startTicks) {
   return startedAt.adding(std::min(0.0, Date::now().since(startedAt) - passed));
 }
 
+/// One key for all ways to write a path, and for the repaired one that reports have: the service may know a
+/// file by another than the list does.
+std::string keyOf(const std::string& path) {
+  return repairedUTF8(URL::file(path).standardized().path());
+}
+
 RowState stateOf(std::string_view outcome) {
   return outcome == "replaced"    ? RowState::replaced
          : outcome == "converted" ? RowState::converted
@@ -75,7 +81,7 @@ void BatchFollower::start(std::vector<FileRow> files, Date startedAt) {
   ++started_;
   const std::size_t first = followed_.size();
   for (FileRow& row : files) {
-    byPath_[repairedUTF8(row.url.path())].push_back(followed_.size());
+    byPath_[keyOf(row.url.path())].push_back(followed_.size());
     row = {.url = std::move(row.url), .before = row.before};
     followed_.push_back(
         {.row = std::move(row), .startedAt = startedAt, .startTicks = Clock::now(), .number = started_});
@@ -237,7 +243,7 @@ void BatchFollower::failAll(const std::vector<QString>& processes) {
 
 template <typename Condition>
 BatchFollower::Followed* BatchFollower::find(const std::string& path, Date moment, Condition condition) {
-  const auto files = byPath_.find(repairedUTF8(path));
+  const auto files = byPath_.find(keyOf(path));
   if (files == byPath_.end()) return nullptr;
   for (const std::size_t index : files->second) {
     Followed& file = followed_[index];
@@ -254,7 +260,8 @@ void BatchFollower::take(const Traces& traces) {
 }
 
 void BatchFollower::takeRecord(const UndoRecord& record) {
-  const auto isExact = [&](const Followed& file) { return file.row.url.path() == record.originalPath; };
+  const std::string path = URL::file(record.originalPath).standardized().path();
+  const auto isExact = [&](const Followed& file) { return file.row.url.standardized().path() == path; };
   Followed* file = find(record.originalPath, record.createdAt, [&](const Followed& candidate) {
     return isExact(candidate) && candidate.row.record == record.id;
   });

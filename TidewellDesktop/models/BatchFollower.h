@@ -105,7 +105,7 @@ class BatchFollower : public QObject {
   std::vector<Followed> followed_;
   std::size_t unsettled_ = 0;
   int started_ = 0, answered_ = 0;
-  std::unordered_map<std::string, std::vector<std::size_t>> byPath_;  ///< repaired, as reports have it
+  std::unordered_map<std::string, std::vector<std::size_t>> byPath_;  ///< as they are compared
   std::unordered_map<std::string, std::vector<std::size_t>> byLock_;
   std::unordered_set<std::string> begun_;  ///< locks, as long as it is not known whose
   std::vector<UUID> batches_;
