@@ -111,6 +111,7 @@ void Workspace::connectService() {
   connect(&service_, &ServiceClient::historyDidChange, &follower_, &BatchFollower::readLatestResult);
   connect(&service_, &ServiceClient::opened, &follower_, &BatchFollower::taken);
   connect(&service_, &ServiceClient::openFailed, &follower_, &BatchFollower::refused);
+  connect(&service_, &ServiceClient::stopped, &follower_, &BatchFollower::stopped);
   connect(&service_, &ServiceClient::serviceVanished, &follower_, &BatchFollower::vanished);
   connect(&service_, &ServiceClient::stateChanged, this, &Workspace::changed);
   connect(&service_, &ServiceClient::undoDidChange, this, [this] {

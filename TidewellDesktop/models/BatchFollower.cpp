@@ -24,6 +24,9 @@ using Clock = std::chrono::steady_clock;
 /// What comes within this time is read and shown together. Far more than a hundred reports, of which the
 /// oldest would go, cannot.
 constexpr int gatheringMilliseconds = 40;
+/// A service that was stopped has soon written the last of what it had begun. Two of its batches that end at
+/// once leave one result, so that some files are told of nowhere.
+constexpr int stopMilliseconds = 3000;
 /// Names of reports are rounded to milliseconds.
 constexpr double rounding = 0.001;
 
@@ -70,6 +73,9 @@ BatchFollower::BatchFollower(Places places, QObject* parent)
   timer_.setSingleShot(true);
   timer_.setInterval(gatheringMilliseconds);
   connect(&timer_, &QTimer::timeout, this, &BatchFollower::readNow);
+  stopTimer_.setSingleShot(true);
+  stopTimer_.setInterval(stopMilliseconds);
+  connect(&stopTimer_, &QTimer::timeout, this, &BatchFollower::failStopped);
 }
 
 BatchFollower::~BatchFollower() = default;
@@ -226,19 +232,37 @@ void BatchFollower::vanished(const QString& process) {
   readLatestResult();
 }
 
+void BatchFollower::stopped() {
+  if (!isFollowing()) return;
+  stopped_ = answered_;
+  stopTimer_.start();
+}
+
+void BatchFollower::failStopped() {
+  if (reading_ || timer_.isActive()) return stopTimer_.start();
+  const QString why = words(_("stopped"));
+  for (Followed& file : followed_) {
+    if (!file.settled && file.number <= stopped_) giveUp(file, why, why);
+  }
+  tell();
+}
+
 void BatchFollower::failAll(const std::vector<QString>& processes) {
   for (Followed& file : followed_) {
     if (file.settled || std::ranges::find(processes, file.takenBy) == processes.end()) continue;
-    if (isDone(file.row.state)) {
-      if (file.row.state == RowState::failed && file.row.why.isEmpty()) {
-        file.row.why = words(_("the background service ended before it said why"));
-        change(file);
-      }
-      settle(file);
-    } else {
-      fail(file, words(_("the background service ended before the file was done")));
-    }
+    giveUp(file, words(_("the background service ended before it said why")),
+           words(_("the background service ended before the file was done")));
   }
+}
+
+/// Of a file that nothing more will come of: it failed, or it was not done.
+void BatchFollower::giveUp(Followed& file, const QString& whyFailed, const QString& whyNotDone) {
+  if (!isDone(file.row.state)) return fail(file, whyNotDone);
+  if (file.row.state == RowState::failed && file.row.why.isEmpty()) {
+    file.row.why = whyFailed;
+    change(file);
+  }
+  settle(file);
 }
 
 template <typename Condition>
@@ -257,6 +281,7 @@ void BatchFollower::take(const Traces& traces) {
   for (const UndoRecord& record : traces.records) takeRecord(record);
   for (const Report& report : traces.reports) takeReport(report);
   if (traces.latestResult) takeResult(*traces.latestResult);
+  if (stopTimer_.isActive() && !changed_.empty()) stopTimer_.start();  // it still tells
 }
 
 void BatchFollower::takeRecord(const UndoRecord& record) {

@@ -57,6 +57,8 @@ class BatchFollower : public QObject {
   void refused(const QString& why);
   /// For `serviceVanished`: what that process did not finish failed.
   void vanished(const QString& process);
+  /// For `stopped`: what was taken by then and is not told of soon was not done.
+  void stopped();
   /// For `historyDidChange`.
   void readLatestResult();
 
@@ -89,6 +91,8 @@ class BatchFollower : public QObject {
   template <typename Condition>
   Followed* find(const std::string& path, Date moment, Condition condition);
   void failAll(const std::vector<QString>& processes);
+  void failStopped();
+  void giveUp(Followed& file, const QString& whyFailed, const QString& whyNotDone);
   void take(const Traces& traces);
   void takeRecord(const UndoRecord& record);
   void takeReport(const Report& report);
@@ -104,7 +108,7 @@ class BatchFollower : public QObject {
   const URL diagnostics_;
   std::vector<Followed> followed_;
   std::size_t unsettled_ = 0;
-  int started_ = 0, answered_ = 0;
+  int started_ = 0, answered_ = 0, stopped_ = 0;  ///< numbers of the last starts of which that is so
   std::unordered_map<std::string, std::vector<std::size_t>> byPath_;  ///< as they are compared
   std::unordered_map<std::string, std::vector<std::size_t>> byLock_;
   std::unordered_set<std::string> begun_;  ///< locks, as long as it is not known whose
@@ -114,7 +118,7 @@ class BatchFollower : public QObject {
   std::unique_ptr<DirectoryWatch> watch_;
   TracesToRead wish_;
   bool reading_ = false;
-  QTimer timer_;
+  QTimer timer_, stopTimer_;
   QThreadPool pool_;
 };
 

@@ -209,7 +209,12 @@ void ServiceClient::sendStop(const QString& receiver, bool mayStart, std::shared
                  // One that was followed is told of when it ends, and one that could not start already was.
                  const bool isTold = receiver != serviceName || mayStart;
                  if (error.isValid() && !isTold && !meansNotRunning(error)) fail(error);
-                 if (--answers->missing == 0 && !answers->wasHeard) Q_EMIT nothingToStop();
+                 if (--answers->missing > 0) return;
+                 if (answers->wasHeard) {
+                   Q_EMIT stopped();
+                 } else {
+                   Q_EMIT nothingToStop();
+                 }
                });
 }
 

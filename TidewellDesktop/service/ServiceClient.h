@@ -66,6 +66,8 @@ class ServiceClient : public QObject {
   void requestFailed(const QString& words);
   /// No service runs that could be told to stop.
   void nothingToStop();
+  /// The service has been told to stop what it had taken.
+  void stopped();
   /// A process that had taken files has ended: rightly, where they are done.
   void serviceVanished(const QString& process);
 

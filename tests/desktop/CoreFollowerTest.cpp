@@ -157,11 +157,15 @@ TEST_F(CoreFollower, EndsWithTheServiceAndBelievesWhatItStillWrote) {
   start({"refused.jpg"});
   follower.refused("no");
   EXPECT_EQ(rows["refused.jpg"].why, "no");
+  start({"stopped.jpg"});
+  follower.taken(":1.9");
+  follower.stopped();
   files::removeItem(folder / "data");  // and all that is watched in it
   QTest::qWait(100);
   report("later.jpg", "skipped");
   EXPECT_TRUE(eventually([&] { return !ended.isEmpty(); }));
   EXPECT_EQ(rows["later.jpg"].state, RowState::skipped);
+  EXPECT_EQ(rows["stopped.jpg"].why, "stopped");
 }
 
 }  // namespace
