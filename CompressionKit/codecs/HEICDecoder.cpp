@@ -81,7 +81,7 @@ struct HEIFInput {
     };
     reader.wait_for_file_size = [](std::int64_t wanted, void* file) {
       return wanted <= static_cast<HEIFInput*>(file)->size ? heif_reader_grow_status_size_reached
-                                                         : heif_reader_grow_status_size_beyond_eof;
+                                                           : heif_reader_grow_status_size_beyond_eof;
     };
     return reader;
   }
