@@ -17,8 +17,8 @@ namespace tidewell {
 /// The rows of one image, 4 bytes for each pixel, in a file without a name that goes with this object.
 class RowFile {
  public:
-  /// A file in `directory`. Throws `FileError`: ENOSPC where less than twice the size of the rows is free. Their
-  /// room is set aside at once, where the file system can.
+  /// A file in `directory`. Throws `FileError`: ENOSPC where less than twice the size of the rows is free.
+  /// Their room is set aside at once, where the file system can.
   RowFile(const URL& directory, std::int64_t width, std::int64_t height);
 
   /// The rows come in order. Throws `FileError`.

@@ -83,7 +83,7 @@ class HistoryPage : public QWidget {
   QAction *restore_ = nullptr, *restoreBatch_ = nullptr, *compare_ = nullptr, *explain_ = nullptr,
           *copyOut_ = nullptr, *forget_ = nullptr;
   QTimer updateSoon_;  ///< for a long selection, whose rows change one by one
-  QStringList told_;  ///< all that the last summary has to say
+  QStringList told_;   ///< all that the last summary has to say
 
   struct Place {
     std::vector<UUID> open;
