@@ -371,6 +371,22 @@ void BatchFollower::begin(std::size_t index) {
 void BatchFollower::settle(Followed& file) {
   file.settled = true;
   --unsettled_;
+  // The service takes a file once, in whatever ways its path is written.
+  const FileRow& row = file.row;
+  const URL url = row.url.standardized();
+  for (const std::size_t index : byPath_[keyOf(row.url.path())]) {
+    Followed& other = followed_[index];
+    if (other.settled || other.number != file.number || other.row.url.standardized() != url) continue;
+    const bool isSmaller = row.state == RowState::replaced || row.state == RowState::converted;
+    other.row = {.url = other.row.url,
+                 .state = isSmaller ? RowState::alreadyCompressed : row.state,
+                 .before = isSmaller ? row.after : row.before,
+                 .after = row.after,
+                 .why = row.why};
+    other.settled = true;
+    --unsettled_;
+    change(other);
+  }
 }
 
 void BatchFollower::fail(Followed& file, const QString& why) {

@@ -91,7 +91,7 @@ class CoreFollower : public testing::Test {
 };
 
 TEST_F(CoreFollower, TellsOfEachFileAsItEnds) {
-  start({"a.jpg", "b.jpg", "c.heic", "d.jpg", "e.jpg", "x/../\xff.jpg"});
+  start({"a.jpg", "b.jpg", "c.heic", "d.jpg", "e.jpg", "x/../\xff.jpg", "./y/../e.jpg"});
   follower.taken(":1.7");
   { const ExecutionPermit permit(places.locks, CompressionQueue::fileIdentity(folder / "a.jpg"), 2); }
   EXPECT_TRUE(becomes("a.jpg", RowState::working));
