@@ -86,7 +86,7 @@ class Journey(unittest.TestCase):
         window.wait_for("pngquant")
         window.press("Escape", "ctrl+h")
         window.wait_for("three.jpg")
-        window.press("ctrl+1")
+        window.press("alt+Home")
         window.wait_for("two words.png")
 
     def test_a_second_start_hands_its_files_over(self):
