@@ -69,7 +69,8 @@ TEST(ExplainPage, ShowsTheReportBeforeAMomentOrThatNoneIsLeft) {
               {"/p/a.jpg", 999, false},
               {"/p/b.jpg", 3000, false},
               {"/p/a.jpg", 1000, true}};
-  for (const auto& [path, before, isFound] : rows) {
+  for (const auto& [path, before, wanted] : rows) {
+    const bool isFound = wanted;
     page.open(URL::file(path), Date::since1970(before));
     EXPECT_TRUE(QTest::qWaitFor([&] { return table->isVisible() == isFound; })) << path;
     QTest::qWait(50);

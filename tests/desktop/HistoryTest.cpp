@@ -268,9 +268,9 @@ TEST_F(HistoryTest, PageAsksBeforeItForgetsAndOffersWhatIsPossible) {
   } rows[] = {{model.indexOf(batch, fine.id), "Restore Restore batch Compare Explain Copy out… Forget "},
               {model.indexOf(batch, late.id), "Restore batch Compare Explain Copy out… Forget "},
               {model.indexOf(batch), "Restore Restore batch Forget "}};
-  for (const auto& [row, buttons] : rows) {
-    view->setCurrentIndex(row);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return enabled() == buttons; }, 2000)) << enabled();
+  for (const auto& one : rows) {
+    view->setCurrentIndex(one.row);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return enabled() == one.buttons; }, 2000)) << enabled();
   }
   for (const bool isConfirmed : {false, true}) {
     view->setCurrentIndex(model.indexOf(batch, late.id));
