@@ -22,15 +22,21 @@
 namespace tidewell {
 namespace {
 
+// Clang 14 takes an element of a constant array, named in a pack, for no constant.
+template <std::size_t index>
+constexpr const char* actionText = fileActions[index].data();
+template <std::size_t index>
+constexpr const char* problemText = fileProblems[index].data();
+
 template <std::size_t... index>
 std::vector<FileError> everyAction(std::index_sequence<index...>) {
-  return {FileError(fileActions[index].data(), "/照片/a.jpg", ENOSPC)...};
+  return {FileError(actionText<index>, "/照片/a.jpg", ENOSPC)...};
 }
 
 /// Without those that end in a reason.
 template <std::size_t... index>
 std::vector<CompressionError> everyProblem(std::index_sequence<index...>) {
-  return {CompressionError::fileOperation(fileProblems[index].data())...};
+  return {CompressionError::fileOperation(problemText<index>)...};
 }
 
 std::vector<std::exception_ptr> everyError() {
