@@ -30,7 +30,9 @@ def run(script, build, *arguments, size=(1400, 900), **variables):
         service = service_file(pathlib.Path(folder, "data"))
         service.parent.mkdir(parents=True)
         service.write_text(f"[D-BUS Service]\nName={SERVICE}\nExec=\"{build}/bin/TidewellBackground\"\n")
-        return subprocess.run(["xvfb-run", "-a", "-s", f"-screen 0 {size[0]}x{size[1]}x24 -nolisten tcp",
+        # Without -noreset the display starts anew when its last client leaves, and refuses whoever comes just then.
+        screen = f"-screen 0 {size[0]}x{size[1]}x24 -nolisten tcp -noreset"
+        return subprocess.run(["xvfb-run", "-a", "-s", screen,
                                "dbus-run-session", "--", sys.executable, "-B", script, build, *arguments],
                               env=environment).returncode
 
