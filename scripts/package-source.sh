@@ -22,6 +22,7 @@ archive() {
 }
 
 # make_sources DIR: the upstream tarballs of both source packages, and each unpacked with its debian folder.
+# make_sources DIR tidewell: of that one alone.
 make_sources() {
   local directory=$1 version tree epoch
   version=$(project_version)
@@ -34,7 +35,7 @@ make_sources() {
   archive "$directory/tidewell_$version.orig.tar.gz" "tidewell-$version" . ':!debian' ':!packaging/debian-tools'
   tar -xf "$directory/tidewell_$version.orig.tar.gz" -C "$directory"
   git archive "$tree" debian | tar -x -C "$directory/tidewell-$version"
-  make_tools_source "$directory" "tidewell-tools-$version"
+  if [[ ${2-} != tidewell ]]; then make_tools_source "$directory" "tidewell-tools-$version"; fi
 }
 
 # The encoders' sources, byte for byte as their authors released them, are further upstream tarballs of theirs.
