@@ -1,7 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: Apache-2.0
 # SPDX-FileCopyrightText: The Tidewell authors
-"""Whether every source says its licence, and all that tells a version tells the same one.
+"""Whether every source says its licence, all that tells a version tells the same one, links of the papers lead
+somewhere, and both first pages have the same commands, links and figures.
 
     papers_test.py REPOSITORY TIDEWELL
 """
@@ -46,9 +47,28 @@ def other_versions(root, program):
                 yield f"not {version}: {path} ({found and found.group(1)})"
 
 
+def dead_links(root):
+    for paper in [*root.glob("*.md"), *root.glob("*/*.md")]:
+        for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", paper.read_text(encoding="utf-8")):
+            if not (paper.parent / link).exists():
+                yield f"leads nowhere: {paper.relative_to(root)}: {link}"
+
+
+def said_in_one_language(root):
+    def facts(name):
+        text = (root / name).read_text(encoding="utf-8")
+        printed = r"[0-9]|passed over|跳过"  # by the program, in its user's language
+        return set(re.findall(rf"`[^`\n]+`|\]\((?!README)[^)#]+|^    (?!{printed}).*|^\| [a-z-]+\.(?:jpg|png) .*",
+                              text, re.M))
+
+    for fact in facts("README.md") ^ facts("README.zh.md"):
+        yield f"in one README only: {fact.strip()}"
+
+
 def main(root, program):
     root = pathlib.Path(root).resolve()
-    faults = [*unlicensed(root), *other_versions(root, pathlib.Path(program).resolve())]
+    faults = [*unlicensed(root), *dead_links(root), *said_in_one_language(root),
+              *other_versions(root, pathlib.Path(program).resolve())]
     print("\n".join(faults))
     return 1 if faults else 0
 
