@@ -135,15 +135,20 @@ void BatchJob::rehearse(const Found& file, const URL& folder, FileReport& report
   fill(report, result);
 }
 
+/// Whether this batch has not given the name away yet; now it has.
+bool BatchJob::takeName(const URL& name) {
+  const std::lock_guard lock(mutex_);
+  return names_.insert(name.path()).second;
+}
+
 /// The first name that is free beside the original, as it would get there, and that this batch has not given
 /// away in the folder.
 URL BatchJob::takeConversionName(const URL& original, const URL& folder) {
-  const std::lock_guard lock(mutex_);
   for (int attempt = 0; attempt < maximumConversionNames; ++attempt) {
     const URL beside = conversionURL(original, attempt);
     if (files::exists(beside)) continue;
     URL name = folder.appending(beside.lastPathComponent());
-    if (conversions_.insert(name.path()).second) return name;
+    if (takeName(name)) return name;
   }
   throw CompressionError::fileOperation("无法创建 PNG：同名文件过多");
 }
@@ -159,6 +164,7 @@ void BatchJob::writeCopy(const Found& file, FileReport& report) {
   std::optional<WorkingDirectory> directory;
   URL copy = file.url;
   if (options_.dryRun) {
+    requireWritable(folder);  // for what is known, too, as it would be copied
     rehearse(file, folder, report);
   } else {
     files::createDirectories(folder);
@@ -166,7 +172,9 @@ void BatchJob::writeCopy(const Found& file, FileReport& report) {
     directory.emplace(folder);
     copy = makeCopy(file, *directory, report);
   }
-  report.output = report.outcome == Outcome::converted ? takeConversionName(file.url, folder) : target;
+  const bool isConverted = report.outcome == Outcome::converted;
+  report.output = isConverted ? takeConversionName(file.url, folder) : target;
+  if (!isConverted && !takeName(target)) throw nameTaken(target);
   refuseTaken(*report.output);
   if (directory && !atomicRenameIfAbsent(copy, *report.output)) throw nameTaken(*report.output);
   report.outcome = Outcome::written;

@@ -33,6 +33,7 @@ class BatchJob final : OutputListener {
   void compressInPlace(const Found& file, FileReport& report);
   void rehearse(const Found& file, const URL& folder, FileReport& report);
   void writeCopy(const Found& file, FileReport& report);
+  bool takeName(const URL& name);
   URL takeConversionName(const URL& original, const URL& folder);
   URL makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report);
   CompressionEngine engineBeside(const URL& directory) const;
@@ -47,7 +48,7 @@ class BatchJob final : OutputListener {
   std::optional<KnownFiles> known_;  ///< with a memory
   FolderSweeps sweeps_;
   std::mutex mutex_;
-  std::set<std::string> conversions_;  ///< the paths that conversions of this batch were given
+  std::set<std::string> names_;  ///< the paths of what this batch copies or converts, or would
 };
 
 }  // namespace tidewell

@@ -167,6 +167,14 @@ TEST_F(BatchTest, ADryRunChangesNothing) {
     for (const char* name : {"data", "out"}) EXPECT_FALSE(files::exists(folder / name)) << name;
     EXPECT_FALSE(memory.knowsNothingSmaller(hash(folder / "in/sub/b.jpg"), conditions));
   }
+  // It fails where the copies would: at a name of two, and where nothing can be written, also what is known.
+  photo("other/a.jpg", 90);
+  const BatchOptions copies{.dryRun = true, .output = folder / "out", .ahead = 1};
+  EXPECT_EQ(compress({"in/a.jpg", "other/a.jpg"}, copies),
+            (Texts{{"in/a.jpg", "written"}, {"other/a.jpg", "failed " + std::to_string(EEXIST)}}));
+  compress({"in/sub/b.jpg"});
+  EXPECT_EQ(compress({"in/sub/b.jpg"}, {.dryRun = true, .output = folder / "tmp/mine/out"}),
+            (Texts{{"in/sub/b.jpg", "failed " + std::to_string(ENOTDIR)}}));
 }
 
 TEST_F(BatchTest, WritesCopiesAndLeavesTheOriginals) {
@@ -242,6 +250,19 @@ TEST_F(BatchTest, ConvertsOnceAndUnderNamesOfTheOriginalsFolder) {
     }
   }
   files::removeItem(folder / "heic/x.HEIF");
+  const std::string heic = "heic/x.heic", png = "png/x（潮汐井1）.png";  // the name of both in one folder
+  files::createDirectory(folder / "png");
+  test::writePNGFile(folder / png, flat);
+  for (const bool rehearses : {true, false}) {
+    const auto meeting = [&](const std::vector<std::string>& names) {
+      return compress(names, {.dryRun = rehearses, .output = folder / ("from " + names[0]), .ahead = 1});
+    };
+    EXPECT_EQ(meeting({heic, png}), (Texts{{heic, "written"}, {png, "failed 17"}}));
+    EXPECT_EQ(meeting({png, heic}),
+              (Texts{{heic, "written"}, {png, "written already_compressed"}}));  // the same bytes
+    EXPECT_EQ(reports.at(heic).output->lastPathComponent(), "x（潮汐井2）.png");
+  }
+  EXPECT_EQ(contents("from " + png).size(), 2U);
   EXPECT_EQ(compress({"heic/x.heic"}, {.dryRun = true}).at("heic/x.heic"), "converted");
   const auto planned = reports.at("heic/x.heic");
   EXPECT_EQ(compress({"heic/x.heic"}).at("heic/x.heic"), "converted");
