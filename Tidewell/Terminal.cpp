@@ -68,6 +68,7 @@ Terminal::Terminal(int output, int errors)
 void Terminal::setStop(StopToken stop) {
   const std::lock_guard lock(mutex_);
   stop_ = std::move(stop);
+  [[maybe_unused]] const int made = stop_.descriptor();  // later there may be none left
 }
 
 void Terminal::print(std::string_view line) {

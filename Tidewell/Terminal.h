@@ -12,7 +12,7 @@
 
 namespace tidewell {
 
-/// Standard output for results and standard error for progress and complaints. Thread-safe; nothing throws.
+/// Standard output for results and standard error for progress and complaints. Thread-safe.
 ///
 /// Once the reader of standard output is gone, nothing more is printed, and that is no error. Any other
 /// failure to print is told once and makes `finish` give another status.
@@ -27,7 +27,8 @@ class Terminal {
   Terminal& operator=(const Terminal&) = delete;
 
   void setColor(Color color) { color_ = color; }
-  /// A stop request ends the wait for a reader that does not read.
+  /// A stop request ends the wait for a reader that does not read. Throws `FileError` when no descriptor is
+  /// left, and is the only one that does.
   void setStop(StopToken stop);
 
   /// One line of results. It may wait in a buffer until `flush`, a full buffer or `finish`.

@@ -25,15 +25,6 @@ bool mayRemoveBackups(const BatchOptions& options) {
   return !options.dryRun && !options.output;
 }
 
-/// Null where no descriptor is left: such a batch ends with its engine only, rather than not to begin.
-std::unique_ptr<StopSource> stopOf(const CompressionEngine& engine, const BatchOptions& options) {
-  try {
-    return std::make_unique<StopSource>(engine.tools().stopToken(), options.stop);
-  } catch (const FileError&) {
-    return nullptr;
-  }
-}
-
 }  // namespace
 
 /// One batch while it runs.
@@ -43,9 +34,8 @@ class Batch::Run {
       : batch_(batch),
         options_(options),
         observer_(observer),
-        stop_(stopOf(batch.engine_, options)),
-        token_(stop_ ? stop_->token() : batch.engine_.tools().stopToken()),
-        engine_(batch.engine_.stoppedBy(token_)),
+        stop_(batch.engine_.tools().stopToken(), options.stop),
+        engine_(batch.engine_.stoppedBy(stop_.token())),
         job_(engine_, batch.memory_, options),
         ahead_(options.ahead != 0 ? options.ahead : 4 * static_cast<std::size_t>(batch.queue_.limit())) {}
   Run(const Run&) = delete;
@@ -117,7 +107,7 @@ class Batch::Run {
         if (observer_.started) observer_.started(slot->file);
         return job_.perform(slot->file);
       };
-      slot->report = batch_.queue_.run(slot->file.url, nullptr, std::move(perform), token_);
+      slot->report = batch_.queue_.run(slot->file.url, nullptr, std::move(perform), stop_.token());
     } catch (...) {
       slot->error = std::current_exception();
     }
@@ -157,8 +147,7 @@ class Batch::Run {
   Batch& batch_;
   const BatchOptions& options_;
   const Observer& observer_;
-  const std::unique_ptr<StopSource> stop_;
-  const StopToken token_;
+  const StopSource stop_;
   const CompressionEngine engine_;
   BatchJob job_;
   const std::size_t ahead_;

@@ -43,10 +43,10 @@ int TerminationSignals::takeAll() const {
 }
 
 SignalWatch::SignalWatch(const TerminationSignals& signals, std::function<void()> action)
-    : thread_([&signals, action = std::move(action), ended = ended_.token()] {
+    : thread_([&signals, action = std::move(action), ended = ended_.token().descriptor()] {
         pthread_setname_np(pthread_self(), "signals");
         pollfd watched[] = {{.fd = signals.descriptor(), .events = POLLIN, .revents = 0},
-                            {.fd = ended.descriptor(), .events = POLLIN, .revents = 0}};
+                            {.fd = ended, .events = POLLIN, .revents = 0}};
         while (poll(watched, std::size(watched), -1) < 0 && errno == EINTR) {
         }
         if (watched[0].revents != 0) action();

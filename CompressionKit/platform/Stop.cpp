@@ -47,9 +47,9 @@ sigset_t only(int signal) {
 struct StopToken::State {
   std::atomic<bool> requested = false;
   // Two ends of a pipe in which nothing is ever written. The request closes the one, which cannot fail, and
-  // the other then shows for good that it hangs up.
+  // the other then shows for good that it hangs up. Guarded by `mutex`; none before anybody watches.
   Descriptor watchedEnd;
-  Descriptor heldEnd;  ///< guarded by `mutex`
+  Descriptor heldEnd;
   std::mutex mutex;
   std::condition_variable sectionEnded;
   std::list<pthread_t> sections;  ///< threads inside an `Interruptible`
@@ -70,8 +70,17 @@ void StopToken::throwIfStopped() const {
   if (stopRequested()) throw Interrupted();
 }
 
-int StopToken::descriptor() const noexcept {
-  return state_ ? state_->watchedEnd.get() : -1;
+int StopToken::descriptor() const {
+  if (!state_) return -1;
+  const std::lock_guard lock(state_->mutex);
+  if (!state_->watchedEnd) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw FileError("创建", "pipe", errno);
+    state_->watchedEnd = Descriptor(ends[0]);
+    state_->heldEnd = Descriptor(ends[1]);
+    if (state_->requested) state_->heldEnd.reset();
+  }
+  return state_->watchedEnd.get();
 }
 
 StopToken::Interruptible::Interruptible(const StopToken& token) {
@@ -99,12 +108,7 @@ StopToken::Interruptible::~Interruptible() {
   pthread_sigmask(SIG_SETMASK, &registration_->previousMask, nullptr);
 }
 
-StopSource::StopSource() : state_(std::make_shared<StopToken::State>()) {
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw FileError("创建", "pipe", errno);
-  state_->watchedEnd = Descriptor(ends[0]);
-  state_->heldEnd = Descriptor(ends[1]);
-}
+StopSource::StopSource() : state_(std::make_shared<StopToken::State>()) {}
 
 StopSource::StopSource(const StopToken& whole, const StopToken& other) : StopSource() {
   becomePartOf(whole);

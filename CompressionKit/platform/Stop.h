@@ -17,8 +17,9 @@ class StopToken {
   /// Throws `Interrupted` once a stop was requested.
   void throwIfStopped() const;
   /// For use with poll(2), which returns with POLLHUP set once a stop was requested; -1 for a default token
-  /// (poll ignores it). Owned by the source and its tokens.
-  int descriptor() const noexcept;
+  /// (poll ignores it). Owned by the source and its tokens. It is made when it is first asked for, which
+  /// throws `FileError` when no descriptor is left.
+  int descriptor() const;
 
   /// While one of these lives, a stop request sends signals to this thread until it is gone, so that a
   /// blocking system call returns with EINTR. Check the token before the call and after each EINTR. Keep the
@@ -45,7 +46,6 @@ class StopToken {
 
 class StopSource {
  public:
-  /// Throws `FileError` when no descriptor is left.
   StopSource();
   /// For a part of some work: a stop of the whole stops it, too. It may be a part of two.
   explicit StopSource(const StopToken& whole, const StopToken& other = {});

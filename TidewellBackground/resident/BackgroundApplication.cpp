@@ -108,12 +108,8 @@ void BackgroundApplication::enqueue(const std::vector<URL>& urls, const Compress
   statusItem_->setTitle(compressingTitle);
   statusItem_->setToolTip("后台压缩 " + std::to_string(files.size()) + " 张图片");
 
-  try {
-    if (!stop_) stop_.emplace();
-  } catch (const FileError&) {  // no descriptor is left: better a batch that cannot be stopped than none
-  }
-  const StopToken stop = stop_ ? stop_->token() : StopToken();
-  desktop_.workers.run([this, files = std::move(files), options, stop] {
+  if (!stop_) stop_.emplace();
+  desktop_.workers.run([this, files = std::move(files), options, stop = stop_->token()] {
     auto result = compressor_.compress(files, options, stop);
     desktop_.mainQueue.post([this, result = std::move(result)] { finish(result); });
   });

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,10 +44,22 @@ TEST(Stop, OfEitherWholeStopsThePart) {
     StopSource a, b;
     const StopSource part(a.token(), b.token()), other(b.token());
     (first ? a : b).requestStop();
-    EXPECT_TRUE(part.token().stopRequested());
+    EXPECT_TRUE(part.token().stopRequested() && wakes(part.token().descriptor()));
     EXPECT_NE(other.token().stopRequested(), first);
     EXPECT_TRUE(StopSource(a.token(), b.token()).token().stopRequested());
   }
+}
+
+TEST(Stop, NeedsADescriptorOnlyToBeWatched) {
+  rlimit limit{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  StopSource source;
+  EXPECT_THROW(source.token().descriptor(), FileError);
+  source.requestStop();
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_TRUE(source.token().stopRequested() && wakes(source.token().descriptor()));
 }
 
 // A thread that waits for the request is joined at the end of the program: it must wake whatever fails.
