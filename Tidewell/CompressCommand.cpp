@@ -126,8 +126,8 @@ int runCompress(const CompressCommandOptions& options, Terminal& terminal) {
   const CompressTotals& totals = reporter.totals();
   reporter.summarize(restorable(batch.engine().undo(), batchOptions.sessionID, totals.records));
   if (const int signal = signals.takeAll(); signal != 0) return 128 + signal;
-  // Whoever read the results has gone, and with that it ended.
-  if (totals.unreached != 0 && terminal.isClosed()) return 128 + SIGPIPE;
+  terminal.flush();
+  if (terminal.isClosed()) return 128 + SIGPIPE;  // its reader has left, if only before the last line
   return totals.failed != 0 ? failed : done;
 }
 

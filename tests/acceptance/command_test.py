@@ -109,12 +109,13 @@ class Command(unittest.TestCase):
         with open("/dev/full", "wb") as full:
             result = self.run_command("compress", "-v", self.photos / "a.jpg", stdout=full)
         self.assertEqual((result.returncode, b"the disk is full" in result.stderr), (1, True))
-        read, write = os.pipe()
-        os.close(read)
-        with open(write, "wb") as closed:
-            result = self.run_command("compress", "-v", self.photos, stdout=closed)
-        self.assertEqual((result.returncode, result.stderr), (128 + signal.SIGPIPE, b""), "ends with its reader")
-        self.assertEqual(tree(self.photos)[pathlib.Path("b.jpg")], self.jpeg)
+        for last in (False, True):
+            read, write = os.pipe()
+            os.close(read)
+            with open(write, "wb") as closed:
+                result = self.run_command("compress", "-v", self.photos / "b.jpg" if last else self.photos, stdout=closed)
+            self.assertEqual((result.returncode, result.stderr), (128 + signal.SIGPIPE, b""), "ends with its reader")
+            self.assertEqual(tree(self.photos)[pathlib.Path("b.jpg")] == self.jpeg, not last)
 
     def test_terminal_and_stop(self):
         large = images.saved(images.photo(1600, 1200), "JPEG", quality=97)
