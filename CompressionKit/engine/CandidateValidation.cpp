@@ -43,7 +43,7 @@ class Validation {
     } else if (const auto* least = std::get_if<ScoreAtLeast>(&proof_)) {
       const double minimum = least->minimum.value_or(run_.engine.thresholds().*policy_.threshold);
       if (policy_.isScoredByFrame) {
-        score = gifQualityScore(run_.url(), output_, run_.tools(), run_.workingDirectory, minimum);
+        score = gifQualityScore(run_.originalPixels(), output_, run_.tools(), run_.workingDirectory, minimum);
         if (!score) return rejected("gif_frame_quality_or_alpha", bytes_);
       } else {
         score = measured(found);
@@ -51,7 +51,7 @@ class Validation {
       }
     }
     record("accepted", "validated", bytes_, score);
-    return Candidate{output_, encoder_, score, bytes_, outputHash, mayBeConverted()};
+    return Candidate{output_, encoder_, score, bytes_, outputHash, mayBeConverted(), isLossless()};
   }
 
  private:

@@ -12,6 +12,14 @@ const Candidate* CompressionRun::smallest() const {
   return found == candidates.end() ? nullptr : &*found;
 }
 
+URL CompressionRun::originalPixels() const {
+  const Candidate* found = nullptr;
+  for (const Candidate& candidate : candidates) {
+    if (candidate.isLossless && (!found || candidate.bytes < found->bytes)) found = &candidate;
+  }
+  return found ? found->url : url();
+}
+
 const Candidate* CompressionRun::choice() const {
   const Candidate* found = smallest();
   if (!found && lastError) std::rethrow_exception(lastError);

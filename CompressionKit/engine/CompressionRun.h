@@ -31,6 +31,7 @@ struct Candidate {
   std::int64_t bytes = 0;
   std::string hash;                   ///< of the bytes that were judged
   bool allowsSRGBConversion = false;  ///< its profile may be a conversion of the original's to sRGB
+  bool isLossless = false;            ///< it was found to show the original's pixels, every one
 };
 
 /// The output shows the original's pixels, every one.
@@ -65,6 +66,10 @@ struct CompressionRun {
   URL workingFile(const std::string& name) const { return workingDirectory.appending(name); }
   /// The original's views, written when they are first asked for. Throws as `writeViews`.
   const QualityAssessment::ViewFiles& originalViews();
+
+  /// A file that shows the original's pixels: the smallest of the lossless candidates, else the original. An
+  /// animation of which only the changes are left costs a fraction to decode.
+  URL originalPixels() const;
 
   /// The tool may read the file and work in the working directory.
   void runTool(const std::string& tool, const std::vector<std::string>& arguments) const {

@@ -124,7 +124,7 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   for (const std::size_t index : wanted) {
     if (files::exists(frames.at(index))) continue;
     if (!original) {
-      original.emplace(run.url(), run.tools().stopToken());
+      original.emplace(run.originalPixels(), run.tools().stopToken());
       files::createDirectories(directory, 0777, files::Durability::cached);
     }
     while (next <= index) original->next(), ++next;
