@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <png.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <zlib.h>
 
@@ -30,7 +31,7 @@ struct PNGWriter::Impl {
         options.height > PNG_UINT_31_MAX) {
       throw ImageDecodeError("PNG of impossible size");
     }
-    if (isOurs) file = Descriptor(open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (isOurs) file = Descriptor(open(name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
     if (!file) throw FileError("写入", name, errno);
     png = png_create_write_struct(PNG_LIBPNG_VER_STRING, this, onError, [](png_structp, png_const_charp) {});
     if (png) info = png_create_info_struct(png);
@@ -111,6 +112,15 @@ struct PNGWriter::Impl {
     }
   }
 
+  /// What stood there before and is longer. To write over it costs far less than new room on the disk.
+  void cutRest() {
+    struct stat status {};
+    if (fstat(file.get(), &status) != 0 ||
+        (status.st_size > written && ftruncate(file.get(), written) != 0)) {
+      throw FileError("写入", name, errno);
+    }
+  }
+
   [[noreturn]] static void onError(png_structp handle, png_const_charp text) {
     auto& self = *static_cast<Impl*>(png_get_error_ptr(handle));
     std::strncpy(self.message, text, sizeof self.message - 1);
@@ -123,6 +133,7 @@ struct PNGWriter::Impl {
       const ssize_t count = write(self.file.get(), data + done, size - done);
       if (count >= 0) {
         done += static_cast<std::size_t>(count);
+        self.written += count;
       } else if (errno != EINTR) {
         self.writeError = errno;
         png_error(handle, "write failed");
@@ -137,6 +148,7 @@ struct PNGWriter::Impl {
   png_structp png = nullptr;
   png_infop info = nullptr;
   bool finished = false;
+  off_t written = 0;
   int writeError = 0;
   char message[128] = {};
   std::vector<std::uint8_t> straight;
@@ -177,6 +189,7 @@ void PNGWriter::writeStraightRow(std::span<const std::uint8_t> samples) {
 
 void PNGWriter::finish() {
   impl_->guarded([&] { png_write_end(impl_->png, nullptr); });
+  if (impl_->isOurs) impl_->cutRest();
   if (close(impl_->file.release()) != 0) throw FileError("写入", impl_->name, errno);
   impl_->finished = true;
 }

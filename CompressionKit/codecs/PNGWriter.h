@@ -17,9 +17,9 @@
 
 namespace tidewell {
 
-/// Writes one PNG file row by row, with the colour tag of its source. A file given by name is made at once
-/// and removed again unless `finish()` was reached. Throws `FileError`; `ImageDecodeError` for impossible
-/// sizes.
+/// Writes one PNG file row by row, with the colour tag of its source. A file given by name is made, or
+/// written over, at once and removed unless `finish()` was reached. Throws `FileError`; `ImageDecodeError`
+/// for impossible sizes.
 class PNGWriter {
  public:
   struct Options {

@@ -170,6 +170,13 @@ TEST(PNGWriter, LeavesNothingUnfinished) {
   { const PNGWriter writer(folder / "a.png", options); }
   EXPECT_FALSE(files::exists(folder / "a.png"));
   EXPECT_THROW(PNGWriter(folder / "no/a.png", options), FileError);
+  // Over a longer file, as over none.
+  folder.write("used.png", std::string(5000, 'x'));
+  for (const char* name : {"new.png", "used.png"}) {
+    writePNG({.width = 4, .height = 4, .pixels = std::vector<std::uint8_t>(64, 255), .color = {}},
+             folder / name);
+  }
+  EXPECT_EQ(files::read(folder / "used.png"), files::read(folder / "new.png"));
   // A full disk is reported as what it is.
   const std::vector<std::uint8_t> black(90'000 * 4);
   const Bitmap large{.width = 300, .height = 300, .pixels = black, .hasAlpha = true, .color = {}};

@@ -114,6 +114,8 @@ FILE_CALL(ssize_t, copy_file_range, "copy_file_range", writesData,
           (from, start, to, end, size, flags), to)
 FILE_CALL(int, fsync, "fsync", transfersData | FileCall::allocates | FileCall::flushes, (int file), (file),
           file)
+FILE_CALL(int, ftruncate64, "truncate", asks | FileCall::changes, (int file, off64_t size), (file, size),
+          file)
 FILE_CALL(int, flock, "flock", FileCall::interruptible, (int file, int operation), (file, operation), file)
 FILE_CALL(int, mkdir, "mkdir", changesNames | FileCall::allocates, (const char* path, mode_t mode),
           (path, mode), AT_FDCWD, path)
