@@ -17,11 +17,11 @@ namespace tidewell {
 /// `FileError`, `Interrupted`.
 std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector<std::size_t>& wanted);
 
-/// The worst perceptual score among the output's frames, at most 100. Nothing when the number of frames or
-/// any alpha value differs or a frame scores below `minimum`. The first frame in their order
-/// that is such, or cannot be exported or measured, ends the scoring. Frames are exported into the directory;
-/// those of the original stay there, as `gifReferenceFrames` finds them. Throws `CompressionError`,
-/// `FileError`, `Interrupted`.
+/// The worst perceptual score among the output's frames, at most 100. `original` is any animation that shows
+/// the original's pixels. Nothing when the number of frames or any alpha value differs or a frame scores
+/// below `minimum`. The first frame in their order that is such, or cannot be exported or measured, ends the
+/// scoring. Frames are exported into the directory; those of the original stay there, as `gifReferenceFrames`
+/// finds them. Throws `CompressionError`, `FileError`, `Interrupted`.
 std::optional<double> gifQualityScore(const URL& original, const URL& output, const ToolRunner& tools,
                                       const URL& directory, double minimum);
 
