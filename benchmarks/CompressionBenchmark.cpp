@@ -10,6 +10,7 @@
 
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -76,11 +77,13 @@ Figures measure(const std::vector<URL>& files, const URL& tools, const URL& scra
     Figures figures;
     std::atomic<bool> done = false;
     std::atomic<std::int64_t> peakThreads = 0;
+    timespec watching{};
     std::thread watch([&] {
       while (!done) {
         peakThreads = std::max(peakThreads.load(), processStatus("Threads:") - 1);  // without this one
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
       }
+      clock_gettime(CLOCK_THREAD_CPUTIME_ID, &watching);
     });
     const auto start = std::chrono::steady_clock::now();
     {
@@ -102,7 +105,8 @@ Figures measure(const std::vector<URL>& files, const URL& tools, const URL& scra
     watch.join();
     rusage own{};
     getrusage(RUSAGE_SELF, &own);
-    figures.ownCPU = seconds(own.ru_utime) + seconds(own.ru_stime);
+    figures.ownCPU = seconds(own.ru_utime) + seconds(own.ru_stime) -
+                     (static_cast<double>(watching.tv_sec) + static_cast<double>(watching.tv_nsec) / 1e9);
     figures.peakKiB = processStatus("VmHWM:");
     figures.peakThreads = peakThreads;
     const bool written = write(ends[1], &figures, sizeof figures) == sizeof figures;
