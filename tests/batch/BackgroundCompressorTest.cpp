@@ -7,13 +7,12 @@
 
 #include <cerrno>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CompressionKit/platform/Digest.h"
 #include "engine/FakeTools.h"
+#include "support/Faults.h"
 #include "support/PlantedRecord.h"
-#include "support/RefusedCalls.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -88,10 +87,11 @@ TEST_F(BackgroundCompressorTest, MaintenanceTellsWhatComesNext) {
   const auto kept = test::plantRecord(undo, now.adding(-14000), std::int64_t{5} << 30);
   for (const double age : {14400.0, 14100.0}) {  // too old; too much
     const auto removed = test::plantRecord(undo, now.adding(-age), 1);
-    std::thread([&] {
-      if (age < 14400 || !test::refuseCalls(test::removals, EIO)) return;
+    if (age == 14400) {
+      test::Faults faults;
+      faults.fail(1, EIO, true, test::FileCall::changes);
       EXPECT_TRUE(compressor.maintainBackups().overdue);
-    }).join();
+    }
     const auto pass = compressor.maintainBackups();
     EXPECT_TRUE(pass.changed && !pass.overdue);
     EXPECT_EQ(pass.deadline, kept.createdAt.adding(14400));
