@@ -39,10 +39,12 @@ void move(const URL& from, const URL& to, FileAction action) {
 
 void publishBeside(const URL& place, const URL& file) {
   const URL folder = file.deletingLastPathComponent();
-  const std::string extension = file.pathExtension().empty() ? "" : "." + file.pathExtension();
+  std::string end = "）";
+  if (!file.pathExtension().empty()) end += "." + file.pathExtension();
   for (int i = 0; i < 1000; ++i) {
-    const std::string number = i == 0 ? "" : std::to_string(i);
-    const URL visible = folder.appending(file.stem() + "（潮汐井找回" + number + "）" + extension);
+    std::string name = file.stem() + "（潮汐井找回";
+    if (i > 0) name += std::to_string(i);
+    const URL visible = folder.appending(name + end);
     if (atomicRenameIfAbsent(place, visible)) return;
   }
   throw CompressionError::fileOperation("无法找回文件：同名文件过多");

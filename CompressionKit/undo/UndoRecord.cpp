@@ -58,7 +58,7 @@ UndoRecord::State state(const std::string& text) {
 /// A name that leads nowhere but into its own session directory.
 bool isPlainFileName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." &&
-         name.find_first_of(std::string("/\0", 2)) == name.npos;
+         name.find_first_of(std::string_view("/\0", 2)) == name.npos;
 }
 
 bool isAbsolutePath(const std::string& path) {

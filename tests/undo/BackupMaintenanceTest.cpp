@@ -118,6 +118,7 @@ TEST_F(BackupMaintenanceTest, SweepsWhatKilledProcessesLeft) {
       {"Undo/" + uuid(1) + "/" + uuid(5) + ".png", "/", false},
       {"Undo/" + uuid(1) + "/" + uuid(6), "x", false},
       {"Undo/" + uuid(1) + "/photo.jpg", "x", false},
+      {"Undo/" + uuid(1) + "/.json", "x", false},
       {"Undo/" + uuid(1) + "/.tidewell-1.tmp", "x", false},
       // Sessions that end with what is swept, or were empty.
       {"Undo/" + uuid(2), "/", true},

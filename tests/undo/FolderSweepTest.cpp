@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <unistd.h>
 
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
@@ -38,6 +39,8 @@ TEST(FolderSweep, RemovesWhatIsOldAndNobodys) {
   const URL locked = folder.write(hidden() + "/candidate.jpg", "").deletingLastPathComponent();
   const Descriptor lock(open(locked.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
+  const URL theirs = folder.write(hidden() + "/candidate.jpg", "").deletingLastPathComponent();
+  const bool isTheirs = chown(theirs.path().c_str(), 65534, 65534) == 0;
   for (const char* name : {"-mine/a", "restore-1", "photo.jpg"})
     folder.write(".tidewell-" + std::string(name), "");
 
@@ -51,7 +54,8 @@ TEST(FolderSweep, RemovesWhatIsOldAndNobodys) {
   EXPECT_EQ(sweep(UndoStore::backupRetention - 60), std::pair(false, true));
   EXPECT_EQ(sweep(UndoStore::backupRetention + 60), std::pair(false, false));
   EXPECT_TRUE(files::exists(locked));
-  EXPECT_EQ(files::contentsOfDirectory(folder.url()).size(), 4U);
+  EXPECT_EQ(files::exists(theirs), isTheirs);
+  EXPECT_EQ(files::contentsOfDirectory(folder.url()).size(), isTheirs ? 5U : 4U);
 }
 
 TEST(FolderSweep, BringsWorkBackThatWasDisplacedInACrash) {
@@ -77,12 +81,30 @@ TEST(FolderSweep, BringsWorkBackThatWasDisplacedInACrash) {
     if (c.name) folder.write("photo.jpg", c.name);
     const std::string working = hidden();
     folder.write(working + "/" + known.text() + "/photo.jpg", c.displaced);
-    sweepFolder(folder.url());  // at once, for nobody holds the lock
+    folder.write(working + "/" + KnownContents{known.backedUp, known.ours}.text(), "no directory");
+    FolderSweeps sweeps;
+    sweeps.sweepOnce(folder.url());  // at once, for nobody holds the lock
     EXPECT_EQ(files::exists(photo) ? files::read(photo) : "", c.nameAfter);
     EXPECT_EQ(files::exists(visible) ? files::read(visible) : "", c.besideAfter ? c.besideAfter : "");
     sweepFolder(folder.url(), Date::now().adding(workingDirectoryRetention + 60));
     EXPECT_FALSE(files::exists(folder / working));
   }
+}
+
+TEST(FolderSweep, KeepsWorkForWhichNoNameIsLeft) {
+  const test::TemporaryFolder folder;
+  const std::string place = KnownContents{std::string(64, 'a'), std::string(64, 'b')}.text() + "/photo";
+  const URL work = folder.write(hidden() + "/" + place, "edited");
+  folder.write("photo", "newer");
+  for (int i = 0; i < 1000; ++i)
+    folder.write("photo（潮汐井找回" + (i == 0 ? "" : std::to_string(i)) + "）", "taken");
+  const Date later = Date::now().adding(workingDirectoryRetention + 60);
+  sweepFolder(folder.url(), later);
+  EXPECT_EQ(files::read(work), "edited");
+  files::removeItem(folder / "photo（潮汐井找回999）");
+  sweepFolder(folder.url(), later);
+  EXPECT_EQ(files::read(folder / "photo（潮汐井找回999）"), "edited");
+  EXPECT_FALSE(files::exists(work));
 }
 
 }  // namespace

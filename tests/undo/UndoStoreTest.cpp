@@ -9,11 +9,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <functional>
+#include <optional>
 #include <utility>
 
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
 #include "CompressionKit/undo/AtomicRename.h"
 #include "support/Failure.h"
 #include "support/Faults.h"
@@ -220,13 +223,17 @@ TEST_F(UndoStoreTest, RemovesCommittedRecordsOnly) {
   const UndoRecord prepared = plant(1, 1, UndoRecord::State::prepared);
   plant(2, 1);
   plant(3, 1);
-  UndoRecord stuck = plant(4, 1);  // the newest, and so the first
-  stuck.backupName = std::string(300, 'n');
-  store_.commit(stuck);
+  std::vector<UndoRecord> stay;
+  for (const double createdAt : {5.0, 4.0}) {  // the newest, and so the first
+    stay.push_back(plant(createdAt, 1));
+    stay.back().backupName = std::string(300, 'n');
+    store_.commit(stay.back());
+  }
+  stay.push_back(prepared);
   EXPECT_THROW(store_.removeAll(), CompressionError);
-  EXPECT_EQ(store_.records(), (std::vector{stuck, prepared}));
+  EXPECT_EQ(store_.records(), stay);
   EXPECT_TRUE(hasBackup(prepared));
-  EXPECT_EQ(sessions(), 2U);
+  EXPECT_EQ(sessions(), 3U);
 }
 
 TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
@@ -251,6 +258,10 @@ TEST(UndoRecord, RoundTripsAndRefusesWhatWeNeverWrite) {
   };
   EXPECT_TRUE(changed("{", "{\"unknown\":[1],"));
   EXPECT_TRUE(changed("\"/a/b.png\"", "null"));
+  // Of the path's exact bytes "L2Ev" is the beginning, "/a/".
+  for (const char* noBytes : {"0,\"x\":\"", "\"!"})
+    EXPECT_EQ(changed("\"L2Ev", noBytes).value().originalPath, repairedUTF8(record.originalPath)) << noBytes;
+  EXPECT_FALSE(changed("L2Ev", "YWFh")) << "no absolute path";
   const std::pair<std::string, std::string> refused[] = {
       {"prepared", "Prepared"},       {"\"x.heic\"", "\"../x.heic\""},
       {"\"x.heic\"", "\"a/b\""},      {"\"x.heic\"", "\"..\""},
@@ -279,6 +290,38 @@ TEST(AtomicRename, ReplacesOrRefuses) {
     EXPECT_EQ(textOf([&] { atomicRename(c, folder / "no/d"); }), "替换文件失败：No such file or directory");
     EXPECT_EQ(textOf([&] { atomicRenameIfAbsent(c, folder / "no/d"); }),
               "保存 PNG 失败：No such file or directory");
+  }
+}
+
+TEST(AtomicRename, KnowsWhatAFileSystemDoesNotOffer) {
+  const test::TemporaryFolder folder;
+  const URL a = folder.write("a", "a"), b = folder / "b";
+  const std::pair<int, std::optional<Exchange>> answers[] = {{EINVAL, Exchange::unsupported},
+                                                             {ENOSYS, Exchange::unsupported},
+                                                             {ENOTSUP, Exchange::unsupported},
+                                                             {ENOENT, Exchange::vanished},
+                                                             {EIO, std::nullopt}};
+  for (const auto& [code, expected] : answers) {
+    folder.write("a", "a");
+    files::removeItemIfPossible(b);
+    std::optional<Exchange> outcome;
+    test::Faults faults;
+    for (const int point : {1, 2}) faults.fail(point, code, false, test::FileCall::moves);
+    EXPECT_EQ(textOf([&] { outcome = atomicExchange(a, b); }) == "no error", expected.has_value());
+    EXPECT_EQ(outcome, expected);
+    const bool isMissing = expected == Exchange::unsupported;
+    EXPECT_EQ(textOf([&] { atomicRenameIfAbsent(a, b); }) == "no error", isMissing);
+    EXPECT_EQ(files::exists(b) && !files::exists(a), isMissing) << "linked instead";
+  }
+  for (const bool isOurs : {true, false}) {  // whether it was us who took the name, and the answer was lost
+    test::Faults faults;
+    faults.refuseExclusive();
+    folder.write("a", "a");
+    files::removeItemIfPossible(b);
+    ASSERT_TRUE(!isOurs || link(a.path().c_str(), b.path().c_str()) == 0);
+    if (!isOurs) faults.fail(1, EEXIST, false, test::FileCall::moves);
+    EXPECT_EQ(atomicRenameIfAbsent(a, b), isOurs);
+    EXPECT_EQ(files::exists(a), !isOurs);
   }
 }
 
