@@ -10,10 +10,6 @@
 #include <cerrno>
 #include <stdexcept>
 
-#ifdef TIDEWELL_COVERAGE
-extern "C" void __gcov_dump();
-#endif
-
 namespace tidewell::test {
 namespace {
 
@@ -137,9 +133,6 @@ void Faults::after(const FileCall& call) {
 }
 
 void Faults::leave(int status) {
-#ifdef TIDEWELL_COVERAGE
-  __gcov_dump();
-#endif
   _exit(status);
 }
 
