@@ -69,8 +69,9 @@ std::optional<UndoRecord> save(const CompressionRun& run, const Finished& png, c
 }  // namespace
 
 URL conversionURL(const URL& original, int attempt) {
-  const std::string number = attempt == 0 ? "" : "（潮汐井" + std::to_string(attempt) + "）";
-  return original.deletingLastPathComponent().appending(original.stem() + number + ".png");
+  std::string name = original.stem();
+  if (attempt > 0) name += "（潮汐井" + std::to_string(attempt) + "）";
+  return original.deletingLastPathComponent().appending(name + ".png");
 }
 
 CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {

@@ -15,7 +15,7 @@ namespace {
 
 files::ResourceValues regularFile(const URL& url) {
   const auto values = files::resourceValues(url);
-  if (!values.isRegularFile || values.isSymbolicLink) {
+  if (!values.isRegularFile) {  // nor a link to one
     throw CompressionError::fileOperation("请选择普通图片文件");
   }
   return values;

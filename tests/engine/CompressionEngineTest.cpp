@@ -166,7 +166,10 @@ TEST_F(Engine, LeavesAFileThatNothingImproves) {
   EXPECT_EQ(result.passedOver, PassedOver::notSmaller);
   EXPECT_EQ(files::read(photo), before);
   EXPECT_TRUE(undo.readRecords().empty());
+  EXPECT_EQ(result.originalHash, hash(before));
   expectEnd("skipped");
+  tools.first("touch '" + photo.path() + "'");
+  EXPECT_FALSE(compress(photo).originalHash) << "who knows what the tools saw";
 }
 
 TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
@@ -177,6 +180,7 @@ TEST_F(Engine, RefusesWhatIsNoPlainLocalFile) {
   ASSERT_EQ(symlink(photo.path().c_str(), link.path().c_str()), 0);
   EXPECT_EQ(failure(link), "请选择普通图片文件");
   expectEnd("failed");
+  EXPECT_EQ(failure(folder.write("pictures/notes.txt", "x")), "图片无法解码");
   EXPECT_TRUE(tools.runs().empty());
 }
 
@@ -188,26 +192,73 @@ TEST_F(Engine, NeverReplacesAFileThatChangedMeanwhile) {
   expectEnd("failed");
 }
 
-/// Another file comes under the name at any moment of the first look: what is replaced is what was seen.
+/// Another file comes under the name at any moment of the first look, in place of an image or of none, or a
+/// call fails: what is replaced is what was seen.
 TEST_F(Engine, JudgesByTheFileThatItFound) {
   const URL turned = folder / "turned.jpg";
   test::writeJPEGFile(turned, test::photoRaster(80, 60), {.exif = test::exifWithOrientation(6)});
-  int changed = 0;
-  for (bool isFirstLook = true; isFirstLook; ++changed) {
-    files::writeAtomically(photo, before);
-    const auto runs = tools.runs().size();
-    test::Faults faults;
-    faults.at(changed + 1, [&] {
-      isFirstLook = tools.runs().size() == runs;
-      files::writeAtomically(photo, files::read(turned));
-    });
-    if (test::textOf([&] { compress(photo); }) != "no error") continue;
-    const auto backup = undo.backupURL(undo.readRecords().at(0));
-    EXPECT_EQ(ImageFacts::inspect(photo).orientation, ImageFacts::inspect(backup).orientation)
-        << faults.where();
-    undo.deleteRecord(undo.readRecords().at(0));
+  for (const auto& [first, fails] :
+       {std::pair(before, false), {std::string("a film"), false}, {before, true}}) {
+    int point = 1;
+    for (bool isFirstLook = true; isFirstLook; ++point) {
+      files::writeAtomically(photo, first);
+      const auto runs = tools.runs().size();
+      isFirstLook = false;
+      test::Faults faults;
+      const auto change = [&, fails = fails] {
+        isFirstLook = tools.runs().size() == runs;
+        if (!fails) files::writeAtomically(photo, files::read(turned));
+      };
+      faults.at(point, change, test::FileCall::canFail);
+      if (fails) faults.fail(point, EIO);
+      if (test::textOf([&] { compress(photo); }) != "no error") continue;
+      const auto record = undo.readRecords().at(0);
+      const URL backup = undo.backupURL(record);
+      EXPECT_EQ(ImageFacts::inspect(photo).orientation, ImageFacts::inspect(backup).orientation)
+          << faults.where();
+      EXPECT_TRUE(!fails || record.originalHash == hash(before)) << faults.where();
+      undo.deleteRecord(record);
+    }
+    EXPECT_GT(point, 4);
   }
-  EXPECT_GT(changed, 3);
+}
+
+/// Another program writes to the finished output at any moment.
+TEST_F(Engine, ReplacesOnlyByWhatItHasJudged) {
+  const URL wide = folder / "wide.jpg";
+  test::writeJPEGFile(wide, test::photoRaster(81, 60), {.quality = 40});
+  int refused = 0;
+  for (int point = 1, happened = 1; happened != 0; ++point) {
+    files::writeAtomically(photo, before);
+    test::Faults faults;
+    const auto write = [&] {
+      for (const auto& name : files::namesInDirectory(pictures)) {
+        const URL output = pictures.appending(name).appending("jpegli-420-72.jpg");
+        if (files::exists(output)) files::writeAtomically(output, files::read(wide));
+      }
+    };
+    faults.at(point, write, test::FileCall::changes);
+    refused += test::textOf([&] { compress(photo); }) != "no error" ? 1 : 0;
+    happened = faults.happened();
+    EXPECT_EQ(ImageFacts::inspect(photo).width, 80) << faults.where();
+  }
+  EXPECT_GT(refused, 0);
+}
+
+TEST_F(Engine, ScoresALargeImageByTheWorseOfItsViews) {
+  const URL large = pictures.appending("large.png");
+  test::writePNGFile(large, test::Raster(4001, 2000, [](int, int) {
+                       return test::Pixel{90, 120, 150, 255};
+                     }));
+  for (const char* output : {"quant-0.png", "quant-1.png"}) files::copyItem(large, tools.answer(output));
+  files::writeAtomically(large, test::withChunk(files::read(large), "baLl", std::string(9000, 'b')));
+  tools.score("detail-1.png", 10);
+  tools.first("case \"$*\" in *quant-1*) rm \"$here/scores/detail-1.png\";; esac");
+  EXPECT_EQ(compress(large).encoder, "pngquant q90 floyd1.0 s4");
+  for (const char* view : {"overview", "detail"}) {
+    const auto run = "ssimulacra2 " + std::string(view) + "-0.png " + view + "-1.png";
+    EXPECT_EQ(std::ranges::count(tools.runs(), run), 2) << "with the original's view written once";
+  }
 }
 
 TEST(CompressionValues, Derive) {

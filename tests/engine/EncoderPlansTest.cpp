@@ -39,7 +39,7 @@ void writeImage(const URL& url, std::size_t bytes, Source source, const std::str
     test::GIFFrame frame{.width = 6, .height = 5, .indexes = {first}, .transparent = transparent};
     test::GIFFrame second{.width = 6, .height = 5, .indexes = {2}}, last = second;
     if (look == "later") second.disposal = 2, last.transparent = 2;
-    test::writeGIFFile(url, {.width = 6, .height = 5, .frames = {frame, second, last}});
+    test::writeGIFFile(url, {.width = 6, .height = 5, .frames = {frame, second, second, second, last}});
   }
   std::string data = files::read(url);
   // The last frame's data begins with an impossible size of its codes.
@@ -192,6 +192,8 @@ TEST_F(EncoderPlans, SearchTheQualityOfAJPEG) {
        "Jpegli q72 444"},
       {"larger ones lead downwards by at most 12, then 4:4:4 is tried",
        "420-72 20000/90 ok, 420-60 20000/71 ok, 444-72 19000/80 ok", "Jpegli q72 444"},
+      {"and no further than to the lowest quality",
+       "420-72 20000/90 ok, 420-60 20000/90 ok, 444-72 9000/80 ok", "Jpegli q72 444"},
       {"an excess of one is not worth a step", "420-72 20000/71 ok, 444-72 9000/70 ok", "Jpegli q72 444"},
       {"the step follows the score's excess", "420-72 30000/75 ok, 420-66 25000/71.5 ok, 420-65 11000/66 ok",
        "Jpegli q65 420"},
@@ -200,6 +202,9 @@ TEST_F(EncoderPlans, SearchTheQualityOfAJPEG) {
        Source::fine},
       {"a rejection between accepted ones halves what is left",
        "444-90 30000/95 ok, 444-80 9000/80 low, 444-85 9000/84 low, 444-87 9000/88 ok", "Jpegli q87 444",
+       Source::fine},
+      {"and ends where nothing is left",
+       "444-90 30000/88 ok, 444-88 9000/84 low, 444-89 9000/85 low, 420-90 9000/86 ok", "Jpegli q90 420",
        Source::fine},
       {"a fine one with more pictures in it: as usual, but held to more",
        "420-72 9000/69.9 low, 444-72 9000/70 ok", "Jpegli q72 444", Source::finePair},
@@ -211,6 +216,8 @@ TEST_F(EncoderPlans, SearchTheQualityOfAJPEG) {
        "skipped"},
       {"every encoder run fails", "420-72 - fails, 444-72 - fails",
        "压缩组件运行失败：cjpegli（退出码 3）：cp: cannot stat"},
+      {"without the metric", "", "缺少压缩组件：ssimulacra2", Source::usual, "cjpegli"},
+      {"without cjpegli", "", "缺少压缩组件：cjpegli", Source::usual, "ssimulacra2"},
   };
   expect("a.jpg", cases);
 }
@@ -255,25 +262,29 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
        "lossy-4.gif 17999 ok",
        "Gifsicle lossy4"},
       {"without the metric", "optimized.gif 15000 ok", "Gifsicle -O2", Source::usual, "gifsicle pngquant"},
+      {"without pngquant", "optimized.gif 19000 ok, lossy-12.gif 18000 unjudged", "Gifsicle -O2",
+       Source::usual, "gifsicle ssimulacra2"},
       {"other pixels", "optimized.gif 15000:pixels pixels_changed", "skipped", Source::usual, "gifsicle"},
       {"without gifsicle", "", "缺少压缩组件：gifsicle", Source::usual, "pngquant ssimulacra2"},
   };
   expect("a.gif", cases);
 
-  // A palette's answer is a PNG with PLTE; the first count is judged by a frame and rejected.
+  // A palette's answer is a PNG with PLTE; all but the last count are judged by a frame and rejected.
   const FakeTools tools;
-  for (const char* colours : {"192", "255"}) {
+  for (const char* colours : {"192", "255", "128"}) {
     files::writeAtomically(tools.answer("gif-palette-"s + colours + ".png"),
                            test::pngOfOneRow(1, 8, 3, std::string(1, '\0'), test::pngChunk("PLTE", "abc")));
   }
   tools.score("frame-0.png", 65);
   tools.score("frame-1.png", 64.5);
-  tools.first("case \"$*\" in *shared-255*) rm -f \"$here/scores/frame-1.png\";; esac");
-  const PlanCase shared{"a shared palette",
-                        "optimized.gif - fails, lossy-12.gif - fails, lossy-4.gif - fails, "
-                        "gif-palette-192.png = unjudged, shared-192.gif 9000 gif_frame_quality_or_alpha, "
-                        "gif-palette-255.png = unjudged, shared-255.gif 9500 ok",
-                        "pngquant GIF 255 colors + Gifsicle lossy4"};
+  tools.first("case \"$*\" in *shared-128*) rm -f \"$here/scores/frame-1.png\";; esac");
+  const PlanCase shared{
+      "a shared palette",
+      "optimized.gif - fails, lossy-12.gif 9000 gif_frame_quality_or_alpha, lossy-4.gif - fails, "
+      "gif-palette-192.png = unjudged, shared-192.gif 9000 gif_frame_quality_or_alpha, "
+      "gif-palette-255.png = unjudged, shared-255.gif 9500 gif_frame_quality_or_alpha, "
+      "gif-palette-128.png = unjudged, shared-128.gif 9600 ok",
+      "pngquant GIF 128 colors + Gifsicle lossy4"};
   EXPECT_EQ(compress("a.gif", shared, tools), 65) << "the worst frame counts";
 }
 
@@ -286,16 +297,16 @@ TEST_F(EncoderPlans, JudgeAGIFByTheFirstFrameAtFault) {
     int measured;
   } cases[] = {
       {"a low score before a frame that is broken", 64, 90, "broken", "gif_frame_quality_or_alpha", 2},
-      {"a broken frame after a good score", 65, 64, "broken", "undecodable", 2},
+      {"a broken frame after a good score", 65, 64, "broken", "undecodable", 4},
       {"a low score before other alpha", 64, 90, "later", "gif_frame_quality_or_alpha", 2},
-      {"other alpha before a low score", 65, 64, "later", "gif_frame_quality_or_alpha", 2},
+      {"other alpha before a low score", 65, 64, "later", "gif_frame_quality_or_alpha", 4},
       {"other alpha at first", 65, 65, "translucent", "gif_frame_quality_or_alpha", 0},
-      {"a low score at last", 65, 64, "", "gif_frame_quality_or_alpha", 3}};
+      {"a low score at last", 65, 64, "", "gif_frame_quality_or_alpha", 5}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     const FakeTools tools;
     tools.score("frame-1.png", c.secondScore);
-    tools.score("frame-2.png", c.lastScore);
+    tools.score("frame-4.png", c.lastScore);
     const std::string output = *c.output ? ":"s + c.output : "";
     compress(
         "a.gif",

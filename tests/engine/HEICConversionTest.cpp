@@ -181,6 +181,8 @@ TEST_F(HEICConversion, TakesNothingFromTheDecoderOnTrust) {
   const auto grey = [](int, int) { return test::Pixel{90, 90, 60, 255}; };
   test::writePNGFile(folder / "other.png", test::Raster(96, 64, grey));
   test::writePNGFile(folder / "upright.png", test::Raster(64, 96, grey));
+  folder.write("turned.png", test::withChunk(files::read(folder / "upright.png"), "eXIf",
+                                             test::exifWithOrientation(3).substr(6)));
   const std::string invalid = "图片无法解码";
   const struct {
     const char* commands;
@@ -190,6 +192,8 @@ TEST_F(HEICConversion, TakesNothingFromTheDecoderOnTrust) {
                {"echo '1 96 64 6 0 1' >&3", invalid},
                {"echo '1 96 64 6 0 1' >&3; echo no picture >&4", invalid},
                {"echo '1 96 64 6 0 1' >&3; cat other.png >&4", "压缩结果未通过验证"},
+               {"echo '1 96 65 1 0 1' >&3; cat other.png >&4", "压缩结果未通过验证"},
+               {"echo '1 64 96 1 0 1' >&3; cat turned.png >&4", "压缩结果未通过验证"},
                {"echo '1 96 64 6 0 0' >&3; cat upright.png >&4", invalid},
                {"echo '2 96 64 1 0 0' >&3", "暂不支持包含多张图片的 HEIC 文件"},
                {"decode \"$@\"; echo more >> pictures/photo.HEIC", "原文件在压缩过程中被其他程序修改"}};

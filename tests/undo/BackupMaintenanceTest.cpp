@@ -177,6 +177,15 @@ TEST_F(BackupMaintenanceTest, SweepsWhatKilledProcessesLeft) {
   EXPECT_EQ(tree(), stays);
 }
 
+TEST_F(BackupMaintenanceTest, SweepsASessionOfOneFile) {
+  for (const auto& [name, goes] :
+       {std::pair(std::string(".hidden"), false), {".tidewell-" + uuid(0) + ".tmp", true}}) {
+    const URL file = folder_.write("Undo/" + uuid(1) + "/" + name, "x");
+    store_.cleanup(14400, 1, Date::now().adding(14400 + 1));
+    EXPECT_EQ(!files::exists(file), goes) << name;
+  }
+}
+
 TEST_F(BackupMaintenanceTest, KnowsABackupByARecordThatLiesElsewhere) {
   const UndoRecord record = plant(1000, 1);
   const URL session = store_.backupURL(record).deletingLastPathComponent();
