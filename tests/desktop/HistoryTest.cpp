@@ -291,6 +291,7 @@ TEST_F(HistoryTest, PageAsksBeforeItForgetsAndOffersWhatIsPossible) {
     QTest::qWait(100);
     EXPECT_TRUE(QTest::qWaitFor([&] { return files::exists(store_.recordURL(late)) != isConfirmed; }, 2000));
   }
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !worker.isBusy(); }));
   // The folder of the pictures vanishes: the restore says so, and the record stays.
   ASSERT_EQ(rename((folder_ / "pictures").path().c_str(), (folder_ / "elsewhere").path().c_str()), 0);
   QSignalSpy finished(&worker, &UndoWorker::finished);

@@ -8,6 +8,7 @@
 #include <QDBusVirtualObject>
 #include <QProcess>
 #include <QString>
+#include <QStringList>
 #include <QTest>
 #include <functional>
 #include <stdexcept>
@@ -39,10 +40,17 @@ class PrivateBus {
     if (!daemon_.waitForStarted() || !daemon_.waitForReadyRead()) throw std::runtime_error("dbus-daemon");
     address_ = QString::fromUtf8(daemon_.readLine()).trimmed();
   }
-  ~PrivateBus() { end(); }
+  ~PrivateBus() {
+    for (const QString& name : names_) QDBusConnection::disconnectFromBus(name);
+    end();
+  }
 
   URL services() const { return folder_ / "services"; }
-  QDBusConnection connect(const QString& name) { return QDBusConnection::connectToBus(address_, name); }
+  /// Ends with the bus. Qt knows connections by name in the whole process, so each bus has names of its own.
+  QDBusConnection connect(const QString& name) {
+    names_ << address_ + name;
+    return QDBusConnection::connectToBus(address_, names_.back());
+  }
   void end() {
     daemon_.kill();
     daemon_.waitForFinished();
@@ -52,16 +60,17 @@ class PrivateBus {
   TemporaryFolder folder_;
   QProcess daemon_;
   QString address_;
+  QStringList names_;
 };
 
 /// Stands in for the background service: answers everything, and keeps it.
 class FakeService : public QDBusVirtualObject {
  public:
-  FakeService(PrivateBus& bus, const QString& connection) : bus_(bus.connect(connection)), name_(connection) {
+  FakeService(PrivateBus& bus, const QString& connection) : bus_(bus.connect(connection)) {
     bus_.registerVirtualObject("/com/vantor/tidewell/Background", this);
     bus_.registerService("com.vantor.tidewell.Background");
   }
-  ~FakeService() override { QDBusConnection::disconnectFromBus(name_); }
+  ~FakeService() override { QDBusConnection::disconnectFromBus(bus_.name()); }
 
   QDBusConnection& bus() { return bus_; }
   QString process() const { return bus_.baseService(); }
@@ -76,7 +85,6 @@ class FakeService : public QDBusVirtualObject {
   QString introspect(const QString&) const override { return {}; }
 
   QDBusConnection bus_;
-  QString name_;
 };
 
 }  // namespace tidewell::test

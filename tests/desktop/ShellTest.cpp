@@ -6,6 +6,8 @@
 #include <QApplication>
 #include <QDropEvent>
 #include <QMimeData>
+#include <deque>
+#include <optional>
 
 #include "TidewellDesktop/Workspace.h"
 #include "TidewellDesktop/desktop/FileChooser.h"
@@ -55,17 +57,11 @@ class ShellWindow : public testing::Test {
  protected:
   ShellWindow() {
     for (const char* place : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_STATE_HOME"})
-      qputenv(place, QByteArray::fromStdString((folder_ / place).path()));
+      places_.emplace_back(place, (folder_ / place).path().c_str());
     service_.emplace(bus_, "service");
     workspace_.emplace(bus_.connect("window"));
     window_.emplace(*workspace_, bus_.connect("window"));
     QObject::connect(&*workspace_, &Workspace::problem, [this](const QString& words) { problems_ << words; });
-  }
-
-  ~ShellWindow() override {
-    window_.reset();
-    workspace_.reset();
-    QDBusConnection::disconnectFromBus("window");
   }
 
   URL picture(const std::string& name) { return folder_.write(name, "\xff\xd8\xff no picture"); }
@@ -94,6 +90,7 @@ class ShellWindow : public testing::Test {
   }
 
   test::TemporaryFolder folder_;
+  std::deque<test::ScopedEnvironment> places_;
   PrivateBus bus_;
   std::optional<FakeService> service_;
   std::optional<Workspace> workspace_;
