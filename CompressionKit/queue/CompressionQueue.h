@@ -53,7 +53,7 @@ class CompressionQueue {
   /// `operation`, both on a worker thread. The future gives the operation's value or error, or the permit's
   /// error; it is ready only when the file is free again. Returns without waiting for any job. A stop of the
   /// token makes this job fail with `Interrupted` once its turn comes, or while it waits for its permit.
-  template <typename Operation>
+  template <typename Operation>  // NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved on
   auto run(const URL& url, std::function<void()> onStart, Operation operation, const StopToken& stop = {})
       -> std::future<std::invoke_result_t<Operation&>> {
     auto task = std::make_unique<Task<Operation>>(std::move(operation));

@@ -32,10 +32,8 @@ class FileChooser : public QObject {
  Q_SIGNALS:
   void chosen(const std::vector<tidewell::URL>& files);
 
- private Q_SLOTS:
-  void receiveResponse(const QDBusMessage& message);
-
  private:
+  Q_SLOT void receiveResponse(const QDBusMessage& message);
   void openOwn(Kind kind);
   void listenTo(const QString& request);
   void stopListening();

@@ -26,7 +26,7 @@ QVariantMap ownPlatformData() {
 
 QByteArray tokenOf(const QVariantMap& platformData) {
   for (const char* key : {"activation-token", "desktop-startup-id"}) {
-    const QByteArray token = platformData.value(QLatin1String(key)).toString().toUtf8();
+    QByteArray token = platformData.value(QLatin1String(key)).toString().toUtf8();
     if (!token.isEmpty()) return token;
   }
   return {};

@@ -31,11 +31,10 @@ class Instance : public QObject {
   bool claim(const std::vector<URL>& files);
 
   // What the bus calls.
- public Q_SLOTS:
-  Q_SCRIPTABLE void Activate(const QVariantMap& platformData);
-  Q_SCRIPTABLE void Open(const QStringList& uris, const QVariantMap& platformData);
-  Q_SCRIPTABLE void ActivateAction(const QString& action, const QVariantList& parameter,
-                                   const QVariantMap& platformData);
+  Q_SLOT Q_SCRIPTABLE void Activate(const QVariantMap& platformData);
+  Q_SLOT Q_SCRIPTABLE void Open(const QStringList& uris, const QVariantMap& platformData);
+  Q_SLOT Q_SCRIPTABLE void ActivateAction(const QString& action, const QVariantList& parameter,
+                                          const QVariantMap& platformData);
 
  Q_SIGNALS:
   /// The window is wanted; `files` may be empty. `token` lets it come to the front.

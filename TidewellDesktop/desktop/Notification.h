@@ -30,11 +30,9 @@ class Notification : public QObject {
   /// Not by `close`. Also when none could be shown.
   void closed();
 
- private Q_SLOTS:
-  void receiveAction(const QDBusMessage& message);
-  void receiveClosed(const QDBusMessage& message);
-
  private:
+  Q_SLOT void receiveAction(const QDBusMessage& message);
+  Q_SLOT void receiveClosed(const QDBusMessage& message);
   void take(uint id, int run, int call);
   void close(uint id);
 

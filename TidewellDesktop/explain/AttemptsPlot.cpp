@@ -143,9 +143,10 @@ void AttemptsPlot::drawField(QPainter& painter, const Frame& frame) const {
   painter.setPen(palette().color(QPalette::WindowText));
   // Beside its line, on the side where there is room.
   const bool isLeft = right - frame.area.left() >= QFontMetricsF(font()).horizontalAdvance(label);
+  const Qt::Alignment side = (isLeft ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignAbsolute | Qt::AlignVCenter;
   painter.drawText(isLeft ? QRectF(above.left(), 0, right - above.left(), above.height())
                           : QRectF(right, 0, above.right() - right, above.height()),
-                   (isLeft ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignAbsolute | Qt::AlignVCenter, label);
+                   static_cast<int>(side.toInt()), label);
 }
 
 void AttemptsPlot::drawAxes(QPainter& painter, const Frame& frame) const {
@@ -156,8 +157,9 @@ void AttemptsPlot::drawAxes(QPainter& painter, const Frame& frame) const {
   const QRectF& area = frame.area;
   const double scoreStep = roundStep(frame.highest - frame.lowest), bytesStep = roundStep(frame.most);
   const qreal height = metrics.height();
-  for (double score = std::ceil(frame.lowest / scoreStep) * scoreStep; score <= frame.highest;
-       score += scoreStep) {
+  for (int tick = static_cast<int>(std::ceil(frame.lowest / scoreStep)); tick * scoreStep <= frame.highest;
+       ++tick) {
+    const double score = tick * scoreStep;
     const qreal x = frame.place(score, 0).x();
     painter.setPen(grid);
     painter.drawLine(QPointF(x, area.top()), QPointF(x, area.bottom()));
@@ -165,7 +167,8 @@ void AttemptsPlot::drawAxes(QPainter& painter, const Frame& frame) const {
     painter.drawText(QRectF(x - 3 * height, area.bottom(), 6 * height, height * 1.2), Qt::AlignCenter,
                      tickText(score, scoreStep));
   }
-  for (double bytes = 0; bytes <= frame.most; bytes += bytesStep) {
+  for (int tick = 0; tick * bytesStep <= frame.most; ++tick) {
+    const double bytes = tick * bytesStep;
     const qreal y = frame.place(frame.lowest, bytes).y();
     painter.setPen(grid);
     painter.drawLine(QPointF(area.left(), y), QPointF(area.right(), y));

@@ -17,7 +17,7 @@ QString leftText(Date until, Date now) {
 }
 
 QString nameOf(const UndoRecord& record) {
-  const QString original = shownPath(URL::file(record.originalPath).lastPathComponent());
+  QString original = shownPath(URL::file(record.originalPath).lastPathComponent());
   if (!record.convertedPath) return original;
   return original + QStringLiteral(" → ") + shownPath(URL::file(*record.convertedPath).lastPathComponent());
 }

@@ -49,7 +49,6 @@ class BatchFollower : public QObject {
   /// The batches with records that the service made of all that was ever started, as they were seen.
   const std::vector<UUID>& batches() const { return batches_; }
 
- public Q_SLOTS:
   // For the signals of `ServiceClient`. Each start is answered by `taken` or `refused`, in their order.
   /// For `opened`: that process has the files.
   void taken(const QString& process);

@@ -15,7 +15,7 @@ namespace tidewell::desktop {
 
 QVariant ShownFiles::data(const QModelIndex& index, int role) const {
   if (!index.isValid()) return {};  // Qt asks so for assistive programs
-  const QVariant before = FileListProxy::data(index, role);
+  QVariant before = FileListProxy::data(index, role);
   if (index.column() != FileListModel::Before || role != Qt::DisplayRole) return before;
   const QString after = FileListProxy::data(index.siblingAtColumn(FileListModel::After), role).toString();
   return after.isEmpty() ? before : words("{1} → {2}", {before.toString(), after});

@@ -71,12 +71,10 @@ class ServiceClient : public QObject {
   /// A process that had taken files has ended: rightly, where they are done.
   void serviceVanished(const QString& process);
 
- private Q_SLOTS:
-  void receiveUndoDidChange(const QDBusMessage& message);
-  void receiveDisconnected();
-  void receiveServicesChanged();
-
  private:
+  Q_SLOT void receiveUndoDidChange(const QDBusMessage& message);
+  Q_SLOT void receiveDisconnected();
+  Q_SLOT void receiveServicesChanged();
   void setState(State state);
   void watchName();
   void watchProcess(const QString& process);

@@ -31,6 +31,7 @@ class CoreFollower : public testing::Test {
 
   void start(const std::vector<std::string>& names, Date startedAt = Date::now()) {
     std::vector<FileRow> files;
+    files.reserve(names.size());
     for (const auto& name : names) files.push_back({.url = folder / name, .before = 1000});
     follower.start(files, startedAt);
   }
