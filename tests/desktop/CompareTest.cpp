@@ -60,16 +60,9 @@ TEST(CompareViewport, KeepsWhatIsLookedAt) {
 
 class CompareTest : public testing::Test {
  protected:
-  void SetUp() override {
-    for (const char* name : {"TMPDIR", "XDG_STATE_HOME"}) setenv(name, folder.url().path().c_str(), 1);
-  }
-  void TearDown() override {
-    for (const char* name : {"TMPDIR", "XDG_STATE_HOME"}) unsetenv(name);
-  }
-
   /// What replaced the file of a name, whose original lies in the store.
   UndoRecord replaced(const URL& file, const URL& replacement) const {
-    const UndoRecord record = store.prepare(file, replacement, UUID::random(), std::nullopt);
+    UndoRecord record = store.prepare(file, replacement, UUID::random(), std::nullopt);
     files::removeItem(file);
     files::copyItem(replacement, file);
     store.commit(record);
@@ -89,6 +82,8 @@ class CompareTest : public testing::Test {
   static void waitFor(const std::function<bool()>& reached) { ASSERT_TRUE(QTest::qWaitFor(reached, 60'000)); }
 
   const test::TemporaryFolder folder;
+  const test::ScopedEnvironment temporary{"TMPDIR", folder.url().path().c_str()},
+      state{"XDG_STATE_HOME", folder.url().path().c_str()};
   const UndoStore store{folder / "Undo"};
 };
 
@@ -189,15 +184,22 @@ TEST_F(CompareTest, PlaysInStepAndPauses) {
 
 TEST_F(CompareTest, SaysWhyThereIsNothingToSee) {
   CompareModel model(store);
+  const URL other = folder / "other.png";
+  test::writePNGFile(other, test::photoRaster(30, 20, 9));
   struct Case {
     const char* what;
     std::function<void(const UndoRecord&)> harm;
   };
   const Case cases[] = {
       {"backup gone", [&](const UndoRecord& record) { files::removeItem(store.backupURL(record)); }},
-      {"backup damaged",
-       [&](const UndoRecord& record) { files::writeAtomically(store.backupURL(record), "x"); }},
-      {"result edited", [&](const UndoRecord&) { folder.write("photo.png", "x"); }},
+      {"backup is another picture",
+       [&](const UndoRecord& record) {
+         files::writeAtomically(store.backupURL(record), files::read(other));
+       }},
+      {"result edited",
+       [&](const UndoRecord& record) {
+         files::writeAtomically(URL::file(record.originalPath), files::read(other));
+       }},
       {"result gone", [&](const UndoRecord&) { files::removeItem(folder / "photo.png"); }},
   };
   for (const Case& one : cases) {

@@ -9,6 +9,10 @@
 #include <deque>
 #include <optional>
 
+#include "CompressionKit/batch/BackgroundBatchResult.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "TidewellDesktop/Workspace.h"
 #include "TidewellDesktop/desktop/FileChooser.h"
 #include "TidewellDesktop/desktop/Notification.h"
@@ -84,6 +88,29 @@ class ShellWindow : public testing::Test {
     return eventually(
         [this, count] { return !workspace_->isLooking() && workspace_->files().rowCount() == count; });
   }
+  /// A picture of a run of its own, of which the service makes something smaller.
+  URL compressed(const std::string& name) {
+    const URL file = picture(name);
+    const auto before = opens();
+    EXPECT_TRUE(drop({file}));
+    EXPECT_TRUE(eventually([this] { return workspace_->waitingFiles() == 1; }));
+    workspace_->compress();
+    EXPECT_TRUE(eventually([&] { return opens() > before; }));
+    const URL smaller = folder_.write("smaller.jpg", "\xff\xd8\xff");
+    const UndoStore store;
+    const UndoRecord record = store.prepare(file, smaller, UUID::random(), std::nullopt);
+    files::removeItem(file);
+    files::copyItem(smaller, file);
+    store.commit(record);
+    const BackgroundBatchResult result{
+        .sessionID = record.sessionID,
+        .finishedAt = Date::now(),
+        .items = {{file.path(), "replaced", record.originalBytes, record.replacementBytes, {}}}};
+    files::createDirectories(locations::latestResult().deletingLastPathComponent());
+    files::writeAtomically(locations::latestResult(), result.json(), files::Durability::cached);
+    EXPECT_TRUE(eventually([this] { return !workspace_->isRunning(); }));
+    return file;
+  }
   qsizetype opens() {
     return std::count_if(service_->calls.begin(), service_->calls.end(),
                          [](const QDBusMessage& call) { return call.member() == "Open"; });
@@ -123,6 +150,18 @@ TEST_F(ShellWindow, AsksNoMoreOnceToldSo) {
   workspace_->settings().set({.compressAtOnce = true});
   Q_EMIT window_->findChild<FileChooser*>()->chosen({picture("one.jpg")});
   EXPECT_TRUE(eventually([this] { return opens() == 1; }));
+}
+
+TEST_F(ShellWindow, UndoesNothingButTheLastRun) {
+  const auto isSmaller = [](const URL& file) { return fileSize(file) == 3; };
+  const URL one = compressed("one.jpg"), two = compressed("two.jpg");
+  EXPECT_TRUE(workspace_->canUndoBatch());
+  workspace_->undoBatch(workspace_->run() - 1);
+  EXPECT_FALSE(workspace_->isUndoing());
+  workspace_->undoBatch(workspace_->run());
+  EXPECT_TRUE(eventually([&] { return !workspace_->isUndoing() && !workspace_->canUndoBatch(); }));
+  EXPECT_TRUE(isSmaller(one));
+  EXPECT_FALSE(isSmaller(two));
 }
 
 TEST_F(ShellWindow, EndsWhatABusThatGoesLeavesBehind) {
