@@ -70,11 +70,10 @@ std::vector<FileRow> rowsWithoutRecord(const UndoStore& store, std::vector<FileR
       const bool isBack = isOriginalBack(row);
       row.record.reset();
       if (isBack) {
-        row.state = RowState::skipped;
+        row.state = RowState::restored;
         row.after.reset();
         row.score.reset();
         row.encoder.reset();
-        row.why = words(_("The original is back."));
       }
       gone.push_back(std::move(row));
     } catch (const std::exception&) {

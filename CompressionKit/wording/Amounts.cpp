@@ -64,8 +64,9 @@ std::string savedText(std::int64_t before, std::int64_t after) {
   const double share =
       before > 0 ? 100.0 * static_cast<double>(before - after) / static_cast<double>(before) : 0;
   char text[32];
-  std::snprintf(text, sizeof text, " (%.0f%%)", share);
-  return sizeText(before - after) + text;
+  std::snprintf(text, sizeof text, " (%.0f%%)", std::abs(share));
+  const std::string size = sizeText(std::abs(before - after));
+  return (after > before ? filled(_("{1} more"), {size}) : size) + text;
 }
 
 std::string scoreText(double score) {

@@ -20,7 +20,7 @@ std::string momentText(Date moment, Date now = Date::now());
 /// "2 h 5 min", "40 s".
 std::string durationText(double seconds);
 
-/// "1.2 MB (57%)".
+/// "1.2 MB (57%)", or "1.2 MB more (57%)" where it grew.
 std::string savedText(std::int64_t before, std::int64_t after);
 std::string scoreText(double score);
 

@@ -9,6 +9,7 @@
 #include "CompressionKit/wording/Amounts.h"
 #include "CompressionKit/wording/Attempts.h"
 #include "CompressionKit/wording/Texts.h"
+#include "TidewellDesktop/support/Columns.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
@@ -83,23 +84,9 @@ QString AttemptsModel::text(const CandidateDiagnostic& attempt, int column) cons
 }
 
 QVariant AttemptsModel::headerData(int section, Qt::Orientation orientation, int role) const {
-  if (orientation != Qt::Horizontal) return {};
-  const bool isNumber = section == Size || section == Score;
-  if (role == Qt::TextAlignmentRole)
-    return static_cast<int>(((isNumber ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter).toInt());
-  if (role != Qt::DisplayRole) return {};
-  switch (section) {
-    case Attempt:
-      return words(_("Attempt"));
-    case Size:
-      return words(_("Size"));
-    case Score:
-      return words(_("Score"));
-    case Verdict:
-      return words(_("Verdict"));
-    default:
-      return {};
-  }
+  static constexpr TableColumn columns[ColumnCount] = {
+      {N_("Attempt")}, {N_("Size"), true}, {N_("Score"), true}, {N_("Verdict")}};
+  return desktop::headerData(columns, section, orientation, role);
 }
 
 }  // namespace tidewell::desktop

@@ -5,6 +5,7 @@
 #include "CompressionKit/wording/Texts.h"
 #include "CompressionKit/wording/Undo.h"
 #include "TidewellDesktop/history/HistoryModel.h"
+#include "TidewellDesktop/support/Columns.h"
 #include "TidewellDesktop/support/Words.h"
 
 // What the cells of the history say.
@@ -33,31 +34,11 @@ QString batchStateText(const HistoryBatch::Prospect& prospect, std::size_t recor
 }  // namespace
 
 QVariant HistoryModel::headerData(int section, Qt::Orientation orientation, int role) const {
-  if (orientation != Qt::Horizontal) return {};
-  const bool isAmount = section >= Before && section <= Saved;
-  if (role == Qt::TextAlignmentRole)
-    return static_cast<int>(((isAmount ? Qt::AlignRight : Qt::AlignLeft) | Qt::AlignVCenter).toInt());
-  if (role != Qt::DisplayRole) return {};
-  switch (section) {
-    case Name:
-      return words(_("File"));
-    case When:
-      return words(_("When"));
-    case Before:
-      return words(_("Before"));
-    case After:
-      return words(_("After"));
-    case Saved:
-      return words(_("Saved"));
-    case State:
-      return words(_("What can be done"));
-    case TimeLeft:
-      return words(_("Time left"));
-    case Folder:
-      return words(_("Folder"));
-    default:
-      return {};
-  }
+  static constexpr TableColumn columns[ColumnCount] = {{N_("File")},         {N_("When")},
+                                                       {N_("Before"), true}, {N_("After"), true},
+                                                       {N_("Saved"), true},  {N_("What can be done")},
+                                                       {N_("Time left")},    {N_("Folder")}};
+  return desktop::headerData(columns, section, orientation, role);
 }
 
 QVariant HistoryModel::data(const QModelIndex& index, int role) const {
@@ -84,7 +65,7 @@ QVariant HistoryModel::batchData(HistoryBatch& batch, int column, int role) cons
     case After:
       return words(sizeText(batch.after));
     case Saved:
-      return words(savedText(batch.before, batch.after));
+      return words(savedText(batch.before, batch.before - batch.saved));
     case State:
       return batch.prospect ? batchStateText(*batch.prospect, batch.records.size()) : QString();
     case TimeLeft:

@@ -233,6 +233,7 @@ void HistoryModel::adoptRecords(HistoryBatch& batch, HistoryBatch& fresh) {
   batch.newest = fresh.newest;
   batch.before = fresh.before;
   batch.after = fresh.after;
+  batch.saved = fresh.saved;
 }
 
 /// Whether there is a new folder among the watched. Those of old batches hardly change, and watching is not

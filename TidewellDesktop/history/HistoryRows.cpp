@@ -45,6 +45,7 @@ HistoryBatches batchesOf(const History& history) {
     HistoryBatch& batch = *batches.back();
     batch.before += record.originalBytes;
     batch.after += record.replacementBytes;
+    batch.saved += std::max<std::int64_t>(record.originalBytes - record.replacementBytes, 0);
     batch.records.push_back({.entry = &entry});
   }
   for (auto& batch : batches) {

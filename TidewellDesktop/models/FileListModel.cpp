@@ -8,6 +8,7 @@
 
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/wording/Amounts.h"
+#include "TidewellDesktop/support/Columns.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
@@ -29,6 +30,8 @@ QString stateText(RowState state) {
       return words(_("Failed"));
     case RowState::alreadyCompressed:
       return words(_("Compressed before"));
+    case RowState::restored:
+      return words(_("Restored"));
   }
   return {};
 }
@@ -46,7 +49,7 @@ QString display(const FileRow& row, int column) {
     case FileListModel::After:
       return sizeWords(row.after);
     case FileListModel::Saved:
-      return row.savedBytes().value_or(0) > 0 ? words(savedText(*row.before, *row.after)) : QString();
+      return row.savedBytes() ? words(savedText(*row.before, *row.after)) : QString();
     case FileListModel::Score:
       return row.score ? words(scoreText(*row.score)) : QString();
     case FileListModel::State:
@@ -79,10 +82,6 @@ QVariant sortKey(const FileRow& row, int column) {
   }
 }
 
-bool isNumber(int column) {
-  return column != FileListModel::Name && column != FileListModel::State;
-}
-
 }  // namespace
 
 bool isDone(RowState state) {
@@ -112,9 +111,7 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
       return plainTip(file.why.isEmpty() ? shownPath(file.url.path())
                                          : shownPath(file.url.path()) + QLatin1Char('\n') + file.why);
     case Qt::TextAlignmentRole:
-      // Numbers end alike; mirrored where the language runs from right to left.
-      return QVariant::fromValue(Qt::AlignVCenter |
-                                 (isNumber(index.column()) ? Qt::AlignRight : Qt::AlignLeft));
+      return headerData(index.column(), Qt::Horizontal, role);
     case PathRole:
       return QByteArray::fromStdString(file.url.path());
     case StateRole:
@@ -129,25 +126,10 @@ QVariant FileListModel::data(const QModelIndex& index, int role) const {
 }
 
 QVariant FileListModel::headerData(int section, Qt::Orientation orientation, int role) const {
-  if (orientation != Qt::Horizontal) return {};
-  if (role == Qt::TextAlignmentRole) return data(index(0, section), role);
-  if (role != Qt::DisplayRole) return {};
-  switch (section) {
-    case Name:
-      return words(_("Name"));
-    case Before:
-      return words(_("Before"));
-    case After:
-      return words(_("After"));
-    case Saved:
-      return words(_("Saved"));
-    case Score:
-      return words(_("Score"));
-    case State:
-      return words(_("State"));
-    default:
-      return {};
-  }
+  static constexpr TableColumn columns[ColumnCount] = {{N_("Name")},        {N_("Before"), true},
+                                                       {N_("After"), true}, {N_("Saved"), true},
+                                                       {N_("Score"), true}, {N_("State")}};
+  return desktop::headerData(columns, section, orientation, role);
 }
 
 std::optional<int> FileListModel::find(const URL& file) const {
@@ -208,6 +190,10 @@ void FileListModel::count(const FileRow& row, int sign) {
   if (!isDone(row.state)) return;
   totals_.done += sign;
   if (row.state == RowState::failed) totals_.failed += sign;
+  if (row.state == RowState::restored) {
+    totals_.restored += sign;
+    return;
+  }
   totals_.savedBytes += sign * row.savedBytes().value_or(0);
   totals_.ofBytes += sign * row.before.value_or(0);
 }

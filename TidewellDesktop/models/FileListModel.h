@@ -17,7 +17,7 @@
 
 namespace tidewell::desktop {
 
-enum class RowState { waiting, working, replaced, converted, skipped, failed, alreadyCompressed };
+enum class RowState { waiting, working, replaced, converted, skipped, failed, alreadyCompressed, restored };
 
 /// Nothing more will come of the file by itself.
 bool isDone(RowState state);
@@ -72,6 +72,7 @@ class FileListModel : public QAbstractTableModel {
     std::int64_t files = 0;       ///< without those that were compressed before
     std::int64_t done = 0;        ///< of these
     std::int64_t failed = 0;      ///< of those done
+    std::int64_t restored = 0;    ///< of those done; what they took counts no more
     std::int64_t savedBytes = 0;  ///< never less for a file that grew
     std::int64_t ofBytes = 0;     ///< what the files that are done took before
     bool operator==(const Totals&) const = default;

@@ -17,7 +17,8 @@ bool belongs(RowState state, FileListProxy::Shown shown) {
     case FileListProxy::Shown::saved:
       return state == RowState::replaced || state == RowState::converted;
     case FileListProxy::Shown::passedOver:
-      return state == RowState::skipped || state == RowState::alreadyCompressed;
+      return state == RowState::skipped || state == RowState::alreadyCompressed ||
+             state == RowState::restored;
     case FileListProxy::Shown::failed:
       return state == RowState::failed;
   }

@@ -42,11 +42,14 @@ QString Footer::sentence() const {
   if (workspace_.isLooking()) return words(_("Looking for pictures…"));
   if (totals.files == 0) return {};
   if (totals.done == 0) return words(counted("{1} picture", "{1} pictures", totals.files));
-  QString text =
-      words(_("Saved {1} of {2}"), {words(sizeText(totals.savedBytes)), words(sizeText(totals.ofBytes))});
-  if (totals.failed > 0)
-    text += QStringLiteral(" · ") + words(counted("{1} failed", "{1} failed", totals.failed));
-  return text;
+  QStringList parts;
+  if (totals.done > totals.restored)
+    parts << words(_("Saved {1} of {2}"),
+                   {words(sizeText(totals.savedBytes)), words(sizeText(totals.ofBytes))});
+  if (totals.restored > 0)
+    parts << words(counted("{1} file restored", "{1} files restored", totals.restored));
+  if (totals.failed > 0) parts << words(counted("{1} failed", "{1} failed", totals.failed));
+  return parts.join(QStringLiteral(" · "));
 }
 
 void Footer::showProgress() {

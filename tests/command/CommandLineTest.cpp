@@ -131,6 +131,8 @@ TEST(Output, CountsColumnsAndUnits) {
                                                         {1000, "1.0 kB"},    {999'949, "999.9 kB"},
                                                         {999'950, "1.0 MB"}, {-41'200'000, "-41.2 MB"}};
   for (const auto& [bytes, text] : sizes) EXPECT_EQ(sizeText(bytes), text);
+  EXPECT_EQ(savedText(10'000, 4'300), "5.7 kB (57%)");
+  EXPECT_EQ(savedText(10'000, 12'000), "2.0 kB more (20%)");
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ class Journey(unittest.TestCase):
         window.press("alt+u")
         window.wait(lambda: not self.changed(), "the originals")
         window.wait_for("3 files restored")
-        window.wait_for("The original is back")
+        window.wait_for("Restored")
         self.assertFalse(window.is_enabled("Undo this batch"))
         self.assertEqual(list(pathlib.Path.home().glob("data/Tidewell/Undo/*/*")), [])
         window.press("ctrl+q")
