@@ -17,6 +17,7 @@
 #include "CompressionKit/wording/Amounts.h"
 #include "CompressionKit/wording/MetadataNames.h"
 #include "TidewellDesktop/compare/PictureView.h"
+#include "TidewellDesktop/support/Labels.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
@@ -32,6 +33,10 @@ QToolButton* buttonFor(QAction* action) {
     button->setAccessibleName(action->text());
     button->setAccessibleDescription(action->toolTip());
     button->setHidden(!action->isVisible());
+    // In dark colours styles hardly show what is pressed.
+    QFont font = button->font();
+    font.setBold(action->isChecked());
+    button->setFont(font);
   };
   button->setAccessibleName(action->text());
   button->setAccessibleDescription(action->toolTip());
@@ -41,9 +46,9 @@ QToolButton* buttonFor(QAction* action) {
 
 QString sideText(const CompareFacts& facts, std::size_t side) {
   const QSize size = facts.sizes[side];
-  QString text =
-      words(_("{1}, {2} × {3} pixels"), {words(sizeText(side == 0 ? facts.originalBytes : facts.resultBytes)),
-                                         QString::number(size.width()), QString::number(size.height())});
+  QString text = words(_("{1}, {2} × {3} pixels"),
+                       {amountWords(sizeText(side == 0 ? facts.originalBytes : facts.resultBytes)),
+                        QString::number(size.width()), QString::number(size.height())});
   if (facts.frames[side] > 1) {
     text += QStringLiteral(", ") +
             words(counted("{1} frame", "{1} frames", static_cast<std::int64_t>(facts.frames[side])));
@@ -71,6 +76,7 @@ ComparePage::ComparePage(const UndoStore& store, QWidget* parent)
   message_->setWordWrap(true);
   message_->setTextFormat(Qt::PlainText);
   message_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  allowLongWords(*message_);
   message_->setFocusPolicy(Qt::StrongFocus);  // the keys must reach the page while it has nothing to show
   stack_->addWidget(message_);
   stack_->addWidget(view_);
@@ -240,14 +246,18 @@ void ComparePage::addFact(const QString& name, const QString& value) {
   label->setTextFormat(Qt::PlainText);
   label->setWordWrap(true);
   label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  addFact(name, label);
+}
+
+void ComparePage::addFact(const QString& name, QLabel* label) {
   // Else a value's own script says where it stands, away from its title.
-  label->setAlignment(Qt::AlignAbsolute | (isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft));
+  label->setAlignment(startOfLine());
   auto* title = new QLabel(name);
   QFont font = title->font();
   font.setBold(true);
   title->setFont(font);
   title->setContentsMargins(0, facts_->rowCount() > 0 ? fontMetrics().height() / 2 : 0, 0, 0);
-  label->setAccessibleName(name + QStringLiteral(": ") + value);
+  label->setAccessibleName(name + QStringLiteral(": ") + label->text());
   facts_->addRow(title, label);
 }
 
@@ -255,14 +265,16 @@ void ComparePage::updateFacts() {
   while (facts_->rowCount() > 0) facts_->removeRow(0);
   if (model_.state() == CompareModel::State::empty) return;
   const UndoRecord& record = model_.record();
-  const auto name = [](const std::string& path) { return shownPath(URL::file(path).lastPathComponent()); };
+  const auto name = [](const std::string& path) {
+    return new ElidedLabel(shownPath(URL::file(path).lastPathComponent()));
+  };
   addFact(words(_("File")), name(record.originalPath));
   if (record.convertedPath) addFact(words(_("Converted to")), name(*record.convertedPath));
   if (model_.state() != CompareModel::State::ready) return;
   const CompareFacts& facts = model_.facts();
   addFact(words(_("Original")), sideText(facts, 0));
   addFact(words(_("Result")), sideText(facts, 1));
-  addFact(words(_("Saved")), words(savedText(facts.originalBytes, facts.resultBytes)));
+  addFact(words(_("Saved")), amountWords(savedText(facts.originalBytes, facts.resultBytes)));
   if (facts.score)
     addFact(words(_("Score")), words(_("{1} (100 is identical)"), {words(scoreText(*facts.score))}));
   if (facts.encoder) addFact(words(_("Encoder")), shownPath(*facts.encoder));

@@ -57,6 +57,7 @@ class ComparePage : public QWidget {
   void updatePlaying();
   void updateFacts();
   void addFact(const QString& name, const QString& value);
+  void addFact(const QString& name, QLabel* label);
 
   CompareModel model_;
   QActionGroup group_{this};  ///< of `shown_`

@@ -75,7 +75,7 @@ QString AttemptsModel::text(const CandidateDiagnostic& attempt, int column) cons
     case Attempt:
       return shownPath(attempt.encoder);
     case Size:
-      return attempt.bytes ? words(sizeText(*attempt.bytes)) : QString();
+      return attempt.bytes ? amountWords(sizeText(*attempt.bytes)) : QString();
     case Score:
       return attempt.score ? words(scoreText(*attempt.score)) : QString();
     default:

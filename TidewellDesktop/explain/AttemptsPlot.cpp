@@ -175,7 +175,7 @@ void AttemptsPlot::drawAxes(QPainter& painter, const Frame& frame) const {
     painter.setPen(ink);
     painter.drawText(QRectF(0, y - height / 2, area.left() - height / 3, height),
                      Qt::AlignRight | Qt::AlignAbsolute | Qt::AlignVCenter,
-                     words(sizeText(static_cast<std::int64_t>(bytes))));
+                     amountWords(sizeText(static_cast<std::int64_t>(bytes))));
   }
   painter.setPen(ink);
   painter.drawLine(area.bottomLeft(), area.bottomRight());

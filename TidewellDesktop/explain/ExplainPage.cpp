@@ -20,6 +20,7 @@
 #include "CompressionKit/wording/Texts.h"
 #include "TidewellDesktop/explain/AttemptsPlot.h"
 #include "TidewellDesktop/support/Background.h"
+#include "TidewellDesktop/support/Labels.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
@@ -35,6 +36,7 @@ ExplainPage::ExplainPage(const UndoStore& store, QWidget* parent) : QWidget(pare
   notice_->setWordWrap(true);
   notice_->setTextFormat(Qt::PlainText);
   notice_->setTextInteractionFlags(Qt::TextBrowserInteraction);
+  allowLongWords(*notice_);
   report_ = makeReport();
   pages_ = new QStackedLayout(this);
   pages_->addWidget(notice_);
@@ -106,9 +108,10 @@ void ExplainPage::showFacts(const Report& report) {
     label->setTextFormat(Qt::PlainText);
     label->setTextInteractionFlags(Qt::TextBrowserInteraction);
     label->setWordWrap(true);
+    label->setAlignment(startOfLine());
     facts_->addRow(words(name), label);
   };
-  add(_("File"), shownPath(report.source));
+  facts_->addRow(words(_("File")), new ElidedLabel(shownPath(report.source)));
   add(_("Compressed"), words(momentText(report.startedAt)));
   if (report.profile) add(_("Colours"), shownPath(*report.profile));
   add(_("Outcome"), words(outcomeText(report)));

@@ -61,11 +61,11 @@ QVariant HistoryModel::batchData(HistoryBatch& batch, int column, int role) cons
     case When:
       return words(momentText(batch.newest, now_()));
     case Before:
-      return words(sizeText(batch.before));
+      return amountWords(sizeText(batch.before));
     case After:
-      return words(sizeText(batch.after));
+      return amountWords(sizeText(batch.after));
     case Saved:
-      return words(savedText(batch.before, batch.before - batch.saved));
+      return amountWords(savedText(batch.before, batch.before - batch.saved));
     case State:
       return batch.prospect ? batchStateText(*batch.prospect, batch.records.size()) : QString();
     case TimeLeft:
@@ -93,7 +93,8 @@ QVariant HistoryModel::recordData(HistoryBatch& batch, HistoryRecord& record, in
     case RestorableRole:
       return known ? QVariant(record.isRestorable(now_()) ? 1 : 0) : QVariant();
     case Qt::ToolTipRole:
-      return plainTip(shownPath(record.entry->record.originalPath));
+      return plainTip(column == State ? recordText(record, State).toString()
+                                      : shownPath(record.entry->record.originalPath));
     case Qt::DisplayRole:
       return recordText(record, column);
     default:
@@ -110,11 +111,11 @@ QVariant HistoryModel::recordText(const HistoryRecord& record, int column) const
     case When:
       return words(momentText(undo.createdAt, now_()));
     case Before:
-      return words(sizeText(undo.originalBytes));
+      return amountWords(sizeText(undo.originalBytes));
     case After:
-      return words(sizeText(undo.replacementBytes));
+      return amountWords(sizeText(undo.replacementBytes));
     case Saved:
-      return words(savedText(undo.originalBytes, undo.replacementBytes));
+      return amountWords(savedText(undo.originalBytes, undo.replacementBytes));
     case State: {
       if (!record.prospect) return QString();
       auto [state, hasBackup] = *record.prospect;

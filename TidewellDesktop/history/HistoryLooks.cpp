@@ -23,6 +23,7 @@ struct HistoryModel::Look {
 void HistoryModel::wish(HistoryBatch& batch, HistoryRecord* record) const {
   bool& isWished = record ? record->isWished : batch.isWished;
   if (record) batch.isOpen = true;
+  if (!isReadable_) return;  // a backup that is not seen may be there: what was found out last stays
   if (isWished || !(record ? record->isStale : batch.isStale)) return;
   isWished = true;
   wishes_.push_back(

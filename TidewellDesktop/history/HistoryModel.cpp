@@ -164,7 +164,9 @@ void HistoryModel::take(Loaded&& read) {
     // The rows point into the history before until they are brought up to date.
     const auto before = std::exchange(history_, std::move(read.history));
     adopt(std::move(read.batches));
+    isReadable_ = true;
   } else {
+    isReadable_ = false;
     problem_ = read.problem;  // what was known may still be true
   }
   // What happened before a folder was watched went unseen.

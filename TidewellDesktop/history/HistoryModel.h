@@ -105,6 +105,7 @@ class HistoryModel : public QAbstractItemModel {
 
   // Reading the store.
   bool isLoading_ = false, isOutdated_ = false;
+  bool isReadable_ = true;  ///< the store, when it was last tried
   QTimer again_;
   QElapsedTimer sinceLoad_;
   qint64 loadTook_ = 0;  ///< milliseconds

@@ -23,6 +23,7 @@
 #include "CompressionKit/wording/Amounts.h"
 #include "CompressionKit/wording/Texts.h"
 #include "TidewellDesktop/history/HistoryModel.h"
+#include "TidewellDesktop/support/Labels.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
@@ -70,9 +71,9 @@ void HistoryPage::makeView() {
   view_->setContextMenuPolicy(Qt::ActionsContextMenu);
   view_->setTextElideMode(Qt::ElideMiddle);
   const int em = fontMetrics().horizontalAdvance(QLatin1Char('m'));
-  const std::pair<int, int> widths[] = {{HistoryModel::Name, 16},   {HistoryModel::When, 10},
+  const std::pair<int, int> widths[] = {{HistoryModel::Name, 15},   {HistoryModel::When, 10},
                                         {HistoryModel::Before, 6},  {HistoryModel::After, 6},
-                                        {HistoryModel::Saved, 10},  {HistoryModel::State, 21},
+                                        {HistoryModel::Saved, 12},  {HistoryModel::State, 15},
                                         {HistoryModel::TimeLeft, 8}};
   for (const auto& [column, width] : widths) view_->setColumnWidth(column, width * em);
   connect(view_, &QTreeView::activated, this, &HistoryPage::activate);
@@ -86,6 +87,7 @@ void HistoryPage::makeView() {
   notice_->setAlignment(Qt::AlignCenter);
   notice_->setWordWrap(true);
   notice_->setTextFormat(Qt::PlainText);
+  allowLongWords(*notice_);
 }
 
 void HistoryPage::makeActions() {
@@ -117,7 +119,9 @@ QLayout* HistoryPage::makeStatus() {
   auto* row = new QHBoxLayout;
   status_ = new QLabel(this);
   status_->setWordWrap(true);
+  status_->setAlignment(startOfLine() | Qt::AlignVCenter);
   status_->setTextFormat(Qt::PlainText);
+  allowLongWords(*status_);
   status_->setTextInteractionFlags(Qt::TextBrowserInteraction);
   details_ = new QPushButton(words(_("De&tails…")), this);
   details_->setAutoDefault(false);
@@ -150,8 +154,10 @@ QLayout* HistoryPage::makeButtons() {
 void HistoryPage::showLoaded() {
   const bool isEmpty = model_.rowCount() == 0;
   pages_->setCurrentWidget(isEmpty ? static_cast<QWidget*>(notice_) : view_);
-  if (!model_.problem().isEmpty()) {
-    (isEmpty ? notice_ : status_)->setText(model_.problem());
+  const QString before = std::exchange(problem_, model_.problem());
+  if (problem_.isEmpty() && status_->text() == before) status_->clear();
+  if (!problem_.isEmpty()) {
+    (isEmpty ? notice_ : status_)->setText(problem_);
   } else if (!model_.isLoaded()) {
     notice_->setText(words(_("Reading the history…")));
   } else {

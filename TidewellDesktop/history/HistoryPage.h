@@ -76,6 +76,7 @@ class HistoryPage : public QWidget {
   QTreeView* view_ = nullptr;
   QLabel* notice_ = nullptr;  ///< in place of an empty view
   QLabel* status_ = nullptr;
+  QString problem_;  ///< of the model, as it was told last
   QPushButton* details_ = nullptr;
   QPushButton* stop_ = nullptr;
   QProgressBar* progress_ = nullptr;

@@ -38,7 +38,7 @@ struct HistoryBatch {
   int row = 0;  ///< in the model
   Date newest;
   std::int64_t before = 0, after = 0;
-  std::int64_t saved = 0;  ///< a conversion that grew adds nothing
+  std::int64_t saved = 0;              ///< a conversion that grew adds nothing
   std::vector<HistoryRecord> records;  ///< newest first
   std::optional<Prospect> prospect = std::nullopt;
   bool isStale = true, isWished = false;

@@ -332,6 +332,7 @@ void BatchFollower::takeReport(const Report& report) {
   // Why it failed the result will tell.
   if (row.state != RowState::failed) return settle(*file);
   row.after.reset();
+  row.score.reset();
   row.record.reset();
   row.why = whyFailed(report);
 }

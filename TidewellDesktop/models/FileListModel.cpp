@@ -37,7 +37,7 @@ QString stateText(RowState state) {
 }
 
 QString sizeWords(const std::optional<std::int64_t>& bytes) {
-  return bytes ? words(sizeText(*bytes)) : QString();
+  return bytes ? amountWords(sizeText(*bytes)) : QString();
 }
 
 QString display(const FileRow& row, int column) {
@@ -49,7 +49,7 @@ QString display(const FileRow& row, int column) {
     case FileListModel::After:
       return sizeWords(row.after);
     case FileListModel::Saved:
-      return row.savedBytes() ? words(savedText(*row.before, *row.after)) : QString();
+      return row.savedBytes() ? amountWords(savedText(*row.before, *row.after)) : QString();
     case FileListModel::Score:
       return row.score ? words(scoreText(*row.score)) : QString();
     case FileListModel::State:

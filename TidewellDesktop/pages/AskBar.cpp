@@ -18,6 +18,7 @@ AskBar::AskBar(Workspace& workspace, QWidget* parent) : QFrame(parent), workspac
   setFrameShape(StyledPanel);
   text_ = new QLabel;
   text_->setWordWrap(true);
+  text_->setAlignment(startOfLine() | Qt::AlignVCenter);
   atOnce_ = new QCheckBox(words(_("Compress at &once from now on")));
   again_ = new QPushButton(words(_("Compress those &again")));
   compress_ = new QPushButton(words(_("Co&mpress")));

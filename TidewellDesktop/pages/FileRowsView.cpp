@@ -18,7 +18,8 @@ QVariant ShownFiles::data(const QModelIndex& index, int role) const {
   QVariant before = FileListProxy::data(index, role);
   if (index.column() != FileListModel::Before || role != Qt::DisplayRole) return before;
   const QString after = FileListProxy::data(index.siblingAtColumn(FileListModel::After), role).toString();
-  return after.isEmpty() ? before : words("{1} → {2}", {before.toString(), after});
+  if (after.isEmpty()) return before;
+  return amountWords(words("{1} → {2}", {before.toString(), after}).toStdString());
 }
 
 QVariant ShownFiles::headerData(int section, Qt::Orientation orientation, int role) const {
@@ -86,7 +87,7 @@ void FileRowsView::arrangeColumns() {
   const int character = fontMetrics().averageCharWidth();
   const std::pair<FileListModel::Column, int> widths[] = {{FileListModel::Name, 44},
                                                           {FileListModel::Before, 28},
-                                                          {FileListModel::Saved, 22},
+                                                          {FileListModel::Saved, 26},
                                                           {FileListModel::Score, 12}};
   for (const auto& [column, characters] : widths) setColumnWidth(column, characters * character);
 }

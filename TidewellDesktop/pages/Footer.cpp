@@ -43,9 +43,9 @@ QString Footer::sentence() const {
   if (totals.files == 0) return {};
   if (totals.done == 0) return words(counted("{1} picture", "{1} pictures", totals.files));
   QStringList parts;
-  if (totals.done > totals.restored)
+  if (totals.done > totals.restored + totals.failed)
     parts << words(_("Saved {1} of {2}"),
-                   {words(sizeText(totals.savedBytes)), words(sizeText(totals.ofBytes))});
+                   {amountWords(sizeText(totals.savedBytes)), amountWords(sizeText(totals.ofBytes))});
   if (totals.restored > 0)
     parts << words(counted("{1} file restored", "{1} files restored", totals.restored));
   if (totals.failed > 0) parts << words(counted("{1} failed", "{1} failed", totals.failed));

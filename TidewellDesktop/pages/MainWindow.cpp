@@ -43,7 +43,7 @@ MainWindow::MainWindow(Workspace& workspace, const QDBusConnection& connection)
   makeMenus();
   makeToolBar();
   connectWorkspace();
-  resize(fontMetrics().averageCharWidth() * 150, fontMetrics().height() * 40);
+  resize(fontMetrics().averageCharWidth() * 165, fontMetrics().height() * 40);
   showHome();
 }
 
@@ -150,9 +150,15 @@ void MainWindow::connectWorkspace() {
   connect(&workspace_, &Workspace::problem, message_,
           [this](const QString& words) { message_->tell(words); });
   connect(&workspace_, &Workspace::filesAdded, this, &MainWindow::showHome);
+  connect(&workspace_.service(), &ServiceClient::stateChanged, this, [this] {
+    const bool hasGone = workspace_.service().state() == ServiceClient::State::noBus;
+    if (hasGone && home() != service_) message_->tell(words(_("The session bus has gone.")));
+  });
   connect(&workspace_.undo(), &UndoWorker::finished, this, [this](const UndoSummary& summary) {
-    // The history tells of its own.
-    if (pages_->currentWidget() != history_) message_->tell(summary.text(), summary.problems + summary.notes);
+    // The history tells of its own, and the footer below the list says how many.
+    const QStringList details = summary.problems + summary.notes;
+    const bool isToldBelow = pages_->currentWidget() == list_ && details.isEmpty() && !summary.isCutShort;
+    if (pages_->currentWidget() != history_ && !isToldBelow) message_->tell(summary.text(), details);
   });
 }
 
@@ -184,10 +190,16 @@ void MainWindow::paste() {
   workspace_.add(files);
 }
 
-QWidget* MainWindow::home() const {
+bool MainWindow::canWork() const {
   const auto state = workspace_.service().state();
-  const bool cannotWork = state == ServiceClient::State::noBus || state == ServiceClient::State::notInstalled;
-  if (cannotWork && !workspace_.isRunning()) return service_;
+  return state != ServiceClient::State::noBus && state != ServiceClient::State::notInstalled;
+}
+
+QWidget* MainWindow::home() const {
+  // What was done is still to be seen, and to be undone.
+  const auto& totals = workspace_.files().totals();
+  const bool hasResults = workspace_.isRunning() || (workspace_.run() > 0 && totals.done > totals.failed);
+  if (!canWork() && !hasResults) return service_;
   if (workspace_.files().rowCount() == 0 && !workspace_.isLooking()) return empty_;
   return list_;
 }
@@ -279,9 +291,8 @@ void MainWindow::updateState() {
   homeAction_->setChecked(isAtHome());
   historyAction_->setChecked(page == history_);
   back_->setVisible(page == history_ || page == explain_);  // the comparison has its own
-  const bool canWork = home() != service_;
-  for (QAction* action : {addPictures_, addFolder_, paste_}) action->setEnabled(canWork);
-  compress_->setEnabled(canWork && workspace_.waitingFiles() > 0 && !workspace_.isLooking());
+  for (QAction* action : {addPictures_, addFolder_, paste_}) action->setEnabled(canWork());
+  compress_->setEnabled(canWork() && workspace_.waitingFiles() > 0 && !workspace_.isLooking());
   clear_->setEnabled(!workspace_.isRunning() && workspace_.files().rowCount() > 0);
   filter_->setEnabled(workspace_.files().rowCount() > 0);
 }

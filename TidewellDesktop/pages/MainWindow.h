@@ -72,6 +72,7 @@ class MainWindow : public QMainWindow {
   void openComparison(const UndoRecord& record);
   void openExplanation(const URL& source, Date before);
   void restore(const UndoRecord& record);
+  bool canWork() const;
   QWidget* home() const;
   bool isAtHome() const;
   void updateState();

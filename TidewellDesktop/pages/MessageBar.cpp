@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QPushButton>
 
+#include "TidewellDesktop/support/Labels.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
@@ -19,7 +20,9 @@ MessageBar::MessageBar(QWidget* parent) : QFrame(parent) {
   setAutoFillBackground(true);
   text_ = new QLabel;
   text_->setWordWrap(true);
+  text_->setAlignment(startOfLine() | Qt::AlignVCenter);
   text_->setTextFormat(Qt::PlainText);
+  allowLongWords(*text_);
   text_->setForegroundRole(QPalette::ToolTipText);
   text_->setTextInteractionFlags(Qt::TextSelectableByMouse);
   auto* close = new QPushButton(words(_("&Dismiss")));
@@ -38,6 +41,7 @@ void MessageBar::tell(const QString& message, const QStringList& details) {
   if (details.size() > shown) lines += words(counted("and {1} more", "and {1} more", details.size() - shown));
   lines.removeAll(QString());
   text_->setText(lines.join(QLatin1Char('\n')));
+  text_->setToolTip(plainTip(text_->text()));
   setAccessibleName(text_->text());
   setVisible(!lines.isEmpty());
   if (isVisible()) {

@@ -47,6 +47,7 @@ SettingsDialog::SettingsDialog(Settings& settings, QWidget* parent) : QDialog(pa
     small.setPointSizeF(small.pointSizeF() * 0.9);
     detail->setFont(small);
     detail->setWordWrap(true);
+    detail->setAlignment(startOfLine());
     detail->setIndent(fontMetrics().height() * 3 / 2);
     layout->addWidget(box);
     layout->addWidget(detail);

@@ -4,6 +4,7 @@
 #include "TidewellDesktop/support/Words.h"
 
 #include <QFile>
+#include <QGuiApplication>
 
 #include "CompressionKit/platform/Text.h"
 
@@ -14,6 +15,16 @@ QString words(std::string_view pattern, std::initializer_list<QString> values) {
   int number = 0;
   for (const QString& value : values) result.replace(QStringLiteral("{%1}").arg(++number), value);
   return result;
+}
+
+QString amountWords(std::string_view text) {
+  constexpr QChar isolate(0x2066), end(0x2069);
+  const QString amount = words(text);
+  return QGuiApplication::isRightToLeft() && !amount.isEmpty() ? isolate + amount + end : amount;
+}
+
+Qt::Alignment startOfLine() {
+  return Qt::AlignAbsolute | (QGuiApplication::isRightToLeft() ? Qt::AlignRight : Qt::AlignLeft);
 }
 
 QString shownPath(std::string_view path) {

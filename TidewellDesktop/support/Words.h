@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QString>
+#include <Qt>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -21,6 +22,12 @@ inline QString words(std::string_view text) {
 
 /// `pattern` with "{1}" replaced by the first value, and so on.
 QString words(std::string_view pattern, std::initializer_list<QString> values);
+
+/// Numbers with their units, which run from left to right in every language.
+QString amountWords(std::string_view text);
+
+/// For a label whose own text, a path as an example, may not tell the direction of the page.
+Qt::Alignment startOfLine();
 
 /// A path or name as people may see it; may not be fit for opening the file.
 QString shownPath(std::string_view path);

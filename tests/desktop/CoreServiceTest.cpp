@@ -95,5 +95,24 @@ TEST(CoreService, AsksOnceAndKnowsWhoAnswered) {
   EXPECT_EQ(vanished, QStringList{process});
 }
 
+TEST(CoreService, StopsWhatItDoesNotKnowToBeTakenYet) {
+  PrivateBus bus;
+  ServiceClient client(bus.connect("hasty"));
+  int opened = 0, stopped = 0;
+  QObject::connect(&client, &ServiceClient::opened, [&] { ++opened; });
+  QObject::connect(&client, &ServiceClient::stopped, [&] { ++stopped; });
+  FakeService service(bus, "slow");
+  service.holdsOpen = true;
+  client.open({URL::file("/a.jpg")});
+  client.stop();
+  ASSERT_TRUE(eventually([&] { return stopped == 1; }));
+  ASSERT_EQ(service.calls.size(), 2U);
+  EXPECT_EQ(opened, 0);
+  service.bus().send(service.calls[0].createReply());
+  EXPECT_TRUE(eventually([&] { return stopped == 2; })) << "what began after the first stop runs on";
+  EXPECT_EQ(opened, 1);
+  EXPECT_EQ(service.calls.back().member(), "ActivateAction");
+}
+
 }  // namespace
 }  // namespace tidewell::desktop

@@ -75,11 +75,12 @@ class FakeService : public QDBusVirtualObject {
   QDBusConnection& bus() { return bus_; }
   QString process() const { return bus_.baseService(); }
   std::vector<QDBusMessage> calls;
+  bool holdsOpen = false;  ///< so that what comes next is answered first
 
  private:
   bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override {
     calls.push_back(message);
-    connection.send(message.createReply());
+    if (!holdsOpen || message.member() != "Open") connection.send(message.createReply());
     return true;
   }
   QString introspect(const QString&) const override { return {}; }
