@@ -51,6 +51,7 @@ TEST(CoreList, CountsAndFindsRows) {
   EXPECT_EQ(list.totals(),
             (FileListModel::Totals{.files = 3, .done = 3, .failed = 1, .savedBytes = 1500, .ofBytes = 2409}));
   EXPECT_EQ(list.index(0, Column::Saved).data().toString(), "1.5 kB (75%)");
+  EXPECT_EQ(list.index(2, Column::Saved).data().toString(), "200 B more (50%)");
   EXPECT_EQ(list.index(1, Column::State).data().toString(), "Failed: no");
   EXPECT_EQ(list.index(2, Column::Name).data().toString(), QString::fromUtf8("\xef\xbf\xbd.gif"));
   EXPECT_EQ(list.index(2, 0).data(FileListModel::PathRole).toByteArray(), "/p/\xff.gif");
@@ -68,6 +69,9 @@ TEST(CoreList, CountsAndFindsRows) {
   shown.setFilterFixedString("A.P");
   EXPECT_EQ(names(), QStringList("a.png"));
   EXPECT_EQ(shown.fileRow(shown.index(0, 0)).why, "no");
+  list.update({row("b.jpg", RowState::restored, 2000)});
+  EXPECT_EQ(list.totals(),
+            (FileListModel::Totals{.files = 3, .done = 3, .failed = 1, .restored = 1, .ofBytes = 409}));
   list.add({row("a.png", RowState::waiting, 9)});  // done again, in its place
   EXPECT_EQ(list.totals().done, 2);
   list.removeAll();

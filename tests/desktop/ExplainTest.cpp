@@ -81,6 +81,9 @@ TEST(ExplainPage, ShowsTheReportBeforeAMomentOrThatNoneIsLeft) {
     EXPECT_EQ(table->isVisible(), isFound) << path << before;
     EXPECT_NE(isSaid(), isFound) << path << before;
   }
+  page.open(URL::file("/p/" + std::string(200, 'x') + ".jpg"), Date::since1970(1));
+  QTest::qWait(100);
+  EXPECT_LT(page.minimumSizeHint().width(), 900) << "windows do not grow with names";
 }
 
 }  // namespace

@@ -143,6 +143,15 @@ TEST_F(HistoryTest, StoreThatCannotBeReadIsSaidAndComesBack) {
   model.reload();
   EXPECT_TRUE(QTest::qWaitFor([&] { return model.rowCount() == 1 && model.problem().isEmpty(); }));
   EXPECT_EQ(ids(model), std::vector{record.id});
+  const QPersistentModelIndex cell(model.indexOf(record.sessionID, record.id));
+  EXPECT_EQ(text(cell, HistoryModel::TimeLeft), "4 h 0 min");
+  ASSERT_EQ(rename(root.path().c_str(), aside.path().c_str()), 0);
+  files::writeAtomically(root, "no folder", files::Durability::cached);
+  model.reload();
+  EXPECT_TRUE(QTest::qWaitFor([&] { return !model.problem().isEmpty(); }));
+  text(cell, HistoryModel::State);
+  QTest::qWait(100);
+  EXPECT_NE(text(cell, HistoryModel::State), "expired") << "nobody can know";
 }
 
 TEST_F(HistoryTest, CellsSayWhatCanBeDoneAndForHowLong) {
