@@ -126,7 +126,8 @@ QVariant HistoryModel::recordText(const HistoryRecord& record, int column) const
     case TimeLeft:
       return record.isRestorable(now_()) ? leftText(until, now_()) : QString();
     case Folder:
-      return shownPath(URL::file(undo.originalPath).deletingLastPathComponent().path());
+      return amountWords(
+          shownPath(URL::file(undo.originalPath).deletingLastPathComponent().path()).toStdString());
     default:
       return {};
   }

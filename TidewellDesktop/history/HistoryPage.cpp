@@ -56,6 +56,7 @@ HistoryPage::HistoryPage(HistoryModel& model, UndoWorker& worker, QWidget* paren
   connect(&model_, &HistoryModel::loaded, this, &HistoryPage::showLoaded);
   connect(&worker_, &UndoWorker::progressed, this, &HistoryPage::showProgress);
   connect(&worker_, &UndoWorker::finished, this, &HistoryPage::showSummary);
+  setFocusProxy(view_);
   showLoaded();
   updateActions();
 }
@@ -153,7 +154,9 @@ QLayout* HistoryPage::makeButtons() {
 
 void HistoryPage::showLoaded() {
   const bool isEmpty = model_.rowCount() == 0;
+  const bool hadNoView = pages_->currentWidget() != view_;
   pages_->setCurrentWidget(isEmpty ? static_cast<QWidget*>(notice_) : view_);
+  if (!isEmpty && hadNoView && isVisible() && isActiveWindow()) view_->setFocus();  // it was opened for that
   const QString before = std::exchange(problem_, model_.problem());
   if (problem_.isEmpty() && status_->text() == before) status_->clear();
   if (!problem_.isEmpty()) {

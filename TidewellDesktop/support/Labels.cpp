@@ -21,7 +21,7 @@ QSize ElidedLabel::minimumSizeHint() const {
 
 void ElidedLabel::paintEvent(QPaintEvent* /*event*/) {
   QPainter painter(this);
-  const QString shown = fontMetrics().elidedText(text(), Qt::ElideMiddle, width());
+  const QString shown = fontMetrics().elidedText(amountWords(text().toStdString()), Qt::ElideMiddle, width());
   style()->drawItemText(&painter, rect(), static_cast<int>((startOfLine() | Qt::AlignVCenter).toInt()),
                         palette(), isEnabled(), shown, foregroundRole());
 }
