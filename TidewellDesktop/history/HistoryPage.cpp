@@ -72,7 +72,7 @@ void HistoryPage::makeView() {
   view_->setContextMenuPolicy(Qt::ActionsContextMenu);
   view_->setTextElideMode(Qt::ElideMiddle);
   const int em = fontMetrics().horizontalAdvance(QLatin1Char('m'));
-  const std::pair<int, int> widths[] = {{HistoryModel::Name, 15},   {HistoryModel::When, 10},
+  const std::pair<int, int> widths[] = {{HistoryModel::Name, 17},   {HistoryModel::When, 10},
                                         {HistoryModel::Before, 6},  {HistoryModel::After, 6},
                                         {HistoryModel::Saved, 12},  {HistoryModel::State, 15},
                                         {HistoryModel::TimeLeft, 8}};
