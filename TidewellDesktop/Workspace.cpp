@@ -144,8 +144,7 @@ void Workspace::takeFound(std::vector<FileRow> rows) {
   };
   rows.erase(std::remove_if(rows.begin(), rows.end(), isKnown), rows.end());
   for (const FileRow& row : rows)
-    if (row.state == RowState::waiting && waiting_.insert(row.url.path()).second)
-      waitingBytes_ += row.before.value_or(0);
+    if (row.state == RowState::waiting) wait(row);
   files_.add(std::move(rows));
   if (!isRunning()) countUndoable();
   Q_EMIT changed();
@@ -188,8 +187,14 @@ void Workspace::stop() {
 
 void Workspace::update(const std::vector<FileRow>& rows) {
   files_.update(rows);
-  for (const FileRow& row : rows)
+  for (const FileRow& row : rows) {
     if (isDone(row.state)) given_.erase(row.url.path());
+    if (row.state == RowState::waiting && given_.erase(row.url.path()) > 0) wait(row);
+  }
+}
+
+void Workspace::wait(const FileRow& row) {
+  if (waiting_.insert(row.url.path()).second) waitingBytes_ += row.before.value_or(0);
 }
 
 void Workspace::finishBatch() {

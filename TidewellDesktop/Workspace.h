@@ -81,6 +81,7 @@ class Workspace : public QObject {
   void takeFound(std::vector<FileRow> rows);
   void finishLooking();
   void update(const std::vector<FileRow>& rows);
+  void wait(const FileRow& row);
   void finishBatch();
   bool isOfLastRun(const FileRow& row) const;
   void countUndoable();

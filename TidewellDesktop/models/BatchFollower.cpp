@@ -242,7 +242,9 @@ void BatchFollower::failStopped() {
   if (reading_ || timer_.isActive()) return stopTimer_.start();
   const QString why = words(_("stopped"));
   for (Followed& file : followed_) {
-    if (!file.settled && file.number <= stopped_) giveUp(file, why, why);
+    if (file.settled || file.number > stopped_) continue;
+    const bool isUntouched = !isDone(file.row.state) && !file.row.record;
+    isUntouched ? giveBack(file) : giveUp(file, why, why);
   }
   tell();
 }
@@ -262,6 +264,13 @@ void BatchFollower::giveUp(Followed& file, const QString& whyFailed, const QStri
     file.row.why = whyFailed;
     change(file);
   }
+  settle(file);
+}
+
+/// A stopped file is as it was, and waits as it did.
+void BatchFollower::giveBack(Followed& file) {
+  file.row = {.url = std::move(file.row.url), .before = file.row.before};
+  change(file);
   settle(file);
 }
 
@@ -352,6 +361,7 @@ void BatchFollower::takeItem(const BackgroundBatchResult::Item& item, Date finis
   Followed* const file =
       find(item.path, finishedAt, [](const Followed& candidate) { return !candidate.settled; });
   if (!file) return;
+  if (item.error == Interrupted().what()) return giveBack(*file);
   FileRow& row = file->row;
   row.state = stateOf(item.outcome);
   if (item.originalBytes) row.before = item.originalBytes;

@@ -62,7 +62,7 @@ class BatchFollower : public QObject {
   void readLatestResult();
 
  Q_SIGNALS:
-  /// Rows as they are now, to be given to the list.
+  /// Rows as they are now, to be given to the list. One that waits was stopped before it was done.
   void updated(const std::vector<tidewell::desktop::FileRow>& rows);
   void batchSeen(const tidewell::UUID& batch);
   /// Nothing more will come of all that was started.
@@ -91,6 +91,7 @@ class BatchFollower : public QObject {
   Followed* find(const std::string& path, Date moment, Condition condition);
   void failAll(const std::vector<QString>& processes);
   void failStopped();
+  void giveBack(Followed& file);
   void giveUp(Followed& file, const QString& whyFailed, const QString& whyNotDone);
   void take(const Traces& traces);
   void takeRecord(const UndoRecord& record);

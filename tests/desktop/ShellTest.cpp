@@ -102,14 +102,16 @@ class ShellWindow : public testing::Test {
     files::removeItem(file);
     files::copyItem(smaller, file);
     store.commit(record);
-    const BackgroundBatchResult result{
-        .sessionID = record.sessionID,
-        .finishedAt = Date::now(),
-        .items = {{file.path(), "replaced", record.originalBytes, record.replacementBytes, {}}}};
+    end({record.sessionID,
+         Date::now(),
+         {{file.path(), "replaced", record.originalBytes, record.replacementBytes, {}}}});
+    return file;
+  }
+  /// The batch with this result.
+  void end(const BackgroundBatchResult& result) {
     files::createDirectories(locations::latestResult().deletingLastPathComponent());
     files::writeAtomically(locations::latestResult(), result.json(), files::Durability::cached);
     EXPECT_TRUE(eventually([this] { return !workspace_->isRunning(); }));
-    return file;
   }
   qsizetype opens() {
     return std::count_if(service_->calls.begin(), service_->calls.end(),
@@ -162,6 +164,20 @@ TEST_F(ShellWindow, UndoesNothingButTheLastRun) {
   EXPECT_TRUE(eventually([&] { return !workspace_->isUndoing() && !workspace_->canUndoBatch(); }));
   EXPECT_TRUE(isSmaller(one));
   EXPECT_FALSE(isSmaller(two));
+}
+
+TEST_F(ShellWindow, WaitsAgainWithWhatWasStopped) {
+  const URL file = picture("one.jpg");
+  EXPECT_TRUE(drop({file}));
+  EXPECT_TRUE(hasRows(1));
+  for (int run = 1; run <= 2; ++run) {
+    workspace_->compress();
+    EXPECT_TRUE(eventually([&] { return opens() == run; }));
+    EXPECT_EQ(workspace_->waitingFiles(), 0);
+    end({UUID::random(), Date::now(), {{file.path(), "failed", {}, {}, Interrupted().what()}}});
+    EXPECT_EQ(workspace_->waitingFiles(), 1);
+    EXPECT_EQ(workspace_->files().row(0).state, RowState::waiting);
+  }
 }
 
 TEST_F(ShellWindow, EndsWhatABusThatGoesLeavesBehind) {
