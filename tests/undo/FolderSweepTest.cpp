@@ -39,7 +39,10 @@ TEST(FolderSweep, RemovesWhatIsOldAndNobodys) {
   const URL locked = folder.write(hidden() + "/candidate.jpg", "").deletingLastPathComponent();
   const Descriptor lock(open(locked.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
-  const URL theirs = folder.write(hidden() + "/candidate.jpg", "").deletingLastPathComponent();
+  const std::string place = KnownContents{std::string(64, 'a'), std::string(64, 'b')}.text();
+  const std::string other = hidden();
+  folder.write(other + "/" + place + "/forged.jpg", "");
+  const URL theirs = folder / other;
   const bool isTheirs = chown(theirs.path().c_str(), 65534, 65534) == 0;
   for (const char* name : {"-mine/a", "restore-1", "photo.jpg"})
     folder.write(".tidewell-" + std::string(name), "");
@@ -55,7 +58,8 @@ TEST(FolderSweep, RemovesWhatIsOldAndNobodys) {
   EXPECT_EQ(sweep(UndoStore::backupRetention + 60), std::pair(false, false));
   EXPECT_TRUE(files::exists(locked));
   EXPECT_EQ(files::exists(theirs), isTheirs);
-  EXPECT_EQ(files::contentsOfDirectory(folder.url()).size(), isTheirs ? 5U : 4U);
+  EXPECT_EQ(files::exists(folder / "forged.jpg"), !isTheirs);
+  EXPECT_EQ(files::contentsOfDirectory(folder.url()).size(), 5U);
 }
 
 TEST(FolderSweep, BringsWorkBackThatWasDisplacedInACrash) {
