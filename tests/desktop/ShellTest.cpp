@@ -11,6 +11,7 @@
 
 #include "CompressionKit/batch/BackgroundBatchResult.h"
 #include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
 #include "TidewellDesktop/Workspace.h"
@@ -130,8 +131,8 @@ class ShellWindow : public testing::Test {
 TEST_F(ShellWindow, AsksBeforeAnythingIsCompressed) {
   EXPECT_FALSE(drop({}));
   const URL one = picture("one.jpg"), two = picture("two \xff.png");
-  EXPECT_TRUE(drop({one, two, one}));
-  EXPECT_TRUE(hasRows(2));
+  EXPECT_TRUE(drop({one, two, picture("notes.txt"), one}));
+  EXPECT_TRUE(hasRows(3));
   EXPECT_EQ(workspace_->waitingFiles(), 2);
   QTest::qWait(200);
   EXPECT_EQ(opens(), 0) << "nobody was asked";
@@ -143,7 +144,7 @@ TEST_F(ShellWindow, AsksBeforeAnythingIsCompressed) {
   EXPECT_TRUE(workspace_->isRunning());
   EXPECT_TRUE(drop({one}));  // the service has it
   workspace_->clear();
-  EXPECT_TRUE(hasRows(2));
+  EXPECT_TRUE(hasRows(3));
   EXPECT_EQ(workspace_->waitingFiles(), 0);
   EXPECT_EQ(opens(), 1);
 }
