@@ -30,6 +30,7 @@ using test::PrivateBus;
 
 std::vector<std::string> pathsOf(const std::vector<URL>& files) {
   std::vector<std::string> paths;
+  paths.reserve(files.size());
   for (const URL& file : files) paths.push_back(file.path());
   return paths;
 }
@@ -91,7 +92,7 @@ class ShellWindow : public testing::Test {
   }
   /// A picture of a run of its own, of which the service makes something smaller.
   URL compressed(const std::string& name) {
-    const URL file = picture(name);
+    URL file = picture(name);
     const auto before = opens();
     EXPECT_TRUE(drop({file}));
     EXPECT_TRUE(eventually([this] { return workspace_->waitingFiles() == 1; }));
