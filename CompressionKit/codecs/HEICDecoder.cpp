@@ -117,9 +117,8 @@ std::string metaOf(HEIFInput& file) {
       if (meta || !whole || payload < 0 || payload > ImageLimits::maximumMetadataBytes) {
         throw ImageDecodeError("meta box cut off, too large or not the only one");
       }
-      meta.emplace(static_cast<std::size_t>(payload), '\0');
-      if (!file.readAt(offset + headerSize + 4, meta->data(), meta->size()))
-        throw ImageDecodeError("meta box");
+      std::string& held = meta.emplace(static_cast<std::size_t>(payload), '\0');
+      if (!file.readAt(offset + headerSize + 4, held.data(), held.size())) throw ImageDecodeError("meta box");
     }
     if (!whole) break;
     offset += static_cast<std::int64_t>(size);
@@ -230,7 +229,7 @@ struct HEICSource::Impl {
     const Image image = this->image(index);
     const bool wide = image.bits > 8;
     const bool alpha = image.properties.hasAlpha;
-    const std::int64_t bytesPerPixel = (alpha ? 4 : 3) * (wide ? 2 : 1);
+    const std::int64_t bytesPerPixel = (alpha ? 4L : 3L) * (wide ? 2 : 1);
     if (image.width > ImageLimits::maximumResidentBytes / bytesPerPixel / image.height) {
       throw ImageDecodeError("too large: " + std::to_string(image.width) + " x " +
                              std::to_string(image.height));

@@ -33,7 +33,7 @@ struct Pixels {
   std::optional<Color::HDR> hdr;
   double peak = 1000;  ///< of an HDR image, cd/m²
 
-  std::size_t bytesPerPixel() const { return static_cast<std::size_t>(samplesPerPixel * (bits > 8 ? 2 : 1)); }
+  std::size_t bytesPerPixel() const { return static_cast<std::size_t>(samplesPerPixel) * (bits > 8 ? 2 : 1); }
   std::span<const std::uint8_t> row(std::int64_t y) const {
     return {origin + y * stride, static_cast<std::size_t>(width) * bytesPerPixel()};
   }

@@ -67,7 +67,8 @@ TEST_F(Views, CropsAtFullResolution) {
   const Bitmap part = views::crop(*image, 0, 11, 7, 20, 30);
   for (int y = 0; y < 30; ++y) {
     for (int x = 0; x < 20; ++x) {
-      ASSERT_EQ(std::memcmp(&raster.at(x + 11, y + 7), part.row(y).data() + x * 4, 4), 0) << x << "," << y;
+      ASSERT_EQ(std::memcmp(&raster.at(x + 11, y + 7), &part.row(y)[static_cast<std::size_t>(x) * 4], 4), 0)
+          << x << "," << y;
     }
   }
   EXPECT_THROW(views::crop(*image, 0, 41, 0, 20, 20), ImageDecodeError);
@@ -178,7 +179,7 @@ TEST(PNGWriter, LeavesNothingUnfinished) {
   }
   EXPECT_EQ(files::read(folder / "used.png"), files::read(folder / "new.png"));
   // A full disk is reported as what it is.
-  const std::vector<std::uint8_t> black(90'000 * 4);
+  const std::vector<std::uint8_t> black(360'000);
   const Bitmap large{.width = 300, .height = 300, .pixels = black, .hasAlpha = true, .color = {}};
   test::Faults faults;
   faults.fail(3, ENOSPC, /*lasting=*/true);

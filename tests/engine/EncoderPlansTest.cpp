@@ -112,9 +112,9 @@ class EncoderPlans : public testing::Test {
       std::istringstream words(text);
       std::string output, answer, verdict;
       words >> output >> answer >> verdict;
-      if (output.starts_with('4')) output = "jpegli-" + output + ".jpg";
+      if (output.starts_with('4')) output.insert(0, "jpegli-").append(".jpg");
       if (verdict.empty()) {
-        judged_.push_back(output + " unavailable missing_component (" + answer + ")");
+        judged_.push_back(output.append(" unavailable missing_component (").append(answer).append(")"));
         continue;
       }
       std::istringstream description(answer);

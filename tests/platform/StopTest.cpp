@@ -86,6 +86,7 @@ TEST(Stop, InterruptsBlockingCallsWheneverItComes) {
     StopSource source;
     std::latch started(3);
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int i = 0; i < 2; ++i) {
       threads.emplace_back([&, token = source.token()] {
         sigset_t all;

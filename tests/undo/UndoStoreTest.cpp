@@ -34,7 +34,7 @@ class UndoStoreTest : public testing::Test {
   /// What the engine does: back up, swap in, commit.
   UndoRecord replace(const URL& photo, std::string_view replacement) {
     const URL candidate = folder_.write("work/candidate", replacement);
-    const UndoRecord record = store_.prepare(photo, candidate, UUID::random(), std::nullopt);
+    UndoRecord record = store_.prepare(photo, candidate, UUID::random(), std::nullopt);
     atomicRename(candidate, photo);
     store_.commit(record);
     return record;
