@@ -50,9 +50,10 @@ PathSource pathsOf(const CompressCommandOptions& options, const StopToken& stop)
 }
 
 WalkOptions walkOptions(const CompressCommandOptions& options) {
-  return {.hidden = options.hidden,
-          .excludes = options.excludes,
-          .leftOut = options.output ? std::optional(URL::file(*options.output)) : std::nullopt};
+  WalkOptions result{
+      .hidden = options.hidden, .excludes = options.excludes, .leftOut = {locations::undoStore()}};
+  if (options.output) result.leftOut.push_back(URL::file(*options.output));
+  return result;
 }
 
 BatchOptions batchOptions(const CompressCommandOptions& options) {

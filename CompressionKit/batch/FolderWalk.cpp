@@ -129,10 +129,13 @@ std::optional<Found> FolderWalk::enter(const URL& folder, std::string treePath, 
     return failure(folder, std::move(treePath), isNamed, "读取文件夹", errno);
   }
   Level level{.folder = folder, .treePath = std::move(treePath), .identity = identity(info)};
-  // Asked each time: it may be made while others are walked.
-  if (options_.leftOut && stat(options_.leftOut->path().c_str(), &info) == 0 &&
-      level.identity == identity(info)) {
-    return std::nullopt;
+  // Asked each time: they may be made while others are walked.
+  for (const URL& leftOut : options_.leftOut) {
+    if (stat(leftOut.path().c_str(), &info) == 0) {
+      if (level.identity == identity(info)) return std::nullopt;
+    } else if (errno != ENOENT && errno != ENOTDIR) {
+      return failure(folder, std::move(level.treePath), isNamed, "读取文件夹", errno);
+    }
   }
   level.belowNamed = !isNamed                 ? levels_.back().belowNamed
                      : level.treePath.empty() ? 0

@@ -25,8 +25,8 @@ struct WalkOptions {
   /// Shell patterns (fnmatch): what matches in a folder, by its name or by its path from the named folder on,
   /// is left out, folders with all that is in them. Named paths are not asked.
   std::vector<std::string> excludes = {};
-  /// This folder is not walked, whatever its name: where the copies go.
-  std::optional<URL> leftOut = std::nullopt;
+  /// These folders are not walked, whatever their names: where the copies go, where the backups lie.
+  std::vector<URL> leftOut = {};
 };
 
 /// What a walk finds: a file, or in its place an error.

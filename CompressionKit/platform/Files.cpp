@@ -13,6 +13,7 @@
 #include <csignal>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Leftovers.h"
@@ -98,6 +99,30 @@ ResourceValues resourceValues(const URL& url) {
           .device = info.st_dev,
           .inode = info.st_ino,
           .owner = info.st_uid};
+}
+
+bool liesBelow(const URL& url, const URL& directory) {
+  const auto opened = [](int folder, const char* path) {
+    return Descriptor(openat(folder, path, O_PATH | O_DIRECTORY | O_CLOEXEC, 0));
+  };
+  const auto identity = [&](const Descriptor& folder) {
+    struct stat info {};
+    if (fstat(folder.get(), &info) != 0) throw FileError("读取", url.path(), errno);
+    return std::pair(info.st_dev, info.st_ino);
+  };
+  const Descriptor sought = opened(AT_FDCWD, directory.path().c_str());
+  if (!sought && errno == ENOENT) return false;
+  if (!sought) throw FileError("打开", directory.path(), errno);
+  const auto wanted = identity(sought);
+  Descriptor folder = opened(AT_FDCWD, url.deletingLastPathComponent().path().c_str());
+  for (std::optional<decltype(identity(folder))> below;;) {
+    if (!folder) throw FileError("打开", url.path(), errno);
+    const auto current = identity(folder);
+    if (current == wanted) return true;
+    if (current == below) return false;  // the parent of "/" is "/"
+    below = current;
+    folder = opened(folder.get(), "..");
+  }
 }
 
 Times times(const URL& url) {

@@ -43,6 +43,10 @@ struct ResourceValues {
 /// Of the entry itself: a link is not followed.
 ResourceValues resourceValues(const URL& url);
 
+/// Whether the entry lies below the directory, by whatever way its path leads there: links, "..", other mounts
+/// of one tree. Never below one that is not there.
+bool liesBelow(const URL& url, const URL& directory);
+
 /// When a file's content was last read and changed.
 struct Times {
   timespec accessed{}, modified{};

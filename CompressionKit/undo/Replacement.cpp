@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
@@ -43,6 +45,7 @@ std::string copyToSession(const URL& source, const URL& backup, const URL& sessi
 
 UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUID& sessionID,
                               const std::optional<std::string>& convertedPath) const {
+  if (files::liesBelow(source, root_)) throw FileError("写入", source.path(), EPERM);
   UndoRecord record;
   record.id = UUID::random();
   record.sessionID = sessionID;

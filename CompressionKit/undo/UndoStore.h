@@ -43,7 +43,8 @@ class UndoStore {
 
   // --- Replacement protocol ---
   /// Backs `source` up and writes a prepared record. Everything is on the disk when it returns. Throws
-  /// `FileError`; no backup and no record remain then.
+  /// `FileError`; no backup and no record remain then. What lies in the store itself is refused (EPERM): a
+  /// backup that is replaced is lost to the record that names it.
   UndoRecord prepare(const URL& source, const URL& candidate, const UUID& sessionID,
                      const std::optional<std::string>& convertedPath) const;
   void commit(const UndoRecord& record) const;

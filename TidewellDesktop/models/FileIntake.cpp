@@ -16,6 +16,7 @@
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/wording/Errors.h"
 #include "TidewellDesktop/support/Background.h"
 #include "TidewellDesktop/support/Words.h"
@@ -119,7 +120,7 @@ void FileIntake::walk(const std::vector<URL>& named, const Options& options, int
       if (url.isFileURL()) paths.push_back(url.path());
     }
     const Sieve sieve(memory_, tools_, options, stop);
-    FolderWalk walk(namedPaths(std::move(paths)), {}, stop);
+    FolderWalk walk(namedPaths(std::move(paths)), {.leftOut = {locations::undoStore()}}, stop);
     auto delivered = std::chrono::steady_clock::now();
     while (const auto file = walk.next()) {
       rows.push_back(sieve.row(*file));

@@ -100,8 +100,21 @@ class Command(unittest.TestCase):
             told = self.run_command("compress", "-n", self.photos, env=self.environment | place).stdout.decode()
             self.assertRegex(told, "^1 个文件，可节省 .*；没有改动任何文件")
         result = self.run_command("compress", "--color=always", self.photos)
-        self.assertRegex(result.stdout.decode(), r"^1 个文件，节省 \x1b\[1m[\d.]+ kB\x1b\[0m；\d\d:\d\d 之前可用")
+        self.assertRegex(result.stdout.decode(), r"^1 个文件，节省 \x1b\[1m[\d.]+ kB\x1b\[0m；(\d{4}-\d\d-\d\d )?\d\d:\d\d 之前可用")
         self.assertEqual(result.stderr, b"", "progress is for terminals")
+
+    def test_backups_among_the_photos_stay(self):
+        self.environment["XDG_DATA_HOME"] = str(self.photos / ".data")
+        self.add("a.jpg")
+        self.lines("compress", "--json", self.photos)
+        backups = tree(self.photos / ".data" / "Tidewell" / "Undo")
+        backup = next(self.photos / ".data" / "Tidewell" / "Undo" / path for path in backups if path.suffix == ".jpg")
+        found = self.lines("compress", "--json", "--again", "--hidden", self.photos, backup, status=1)
+        files = {pathlib.Path(line["path"]).name: line for line in found if line["type"] == "file"}
+        self.assertEqual(files.keys(), {"a.jpg", backup.name})
+        self.assertEqual(files[backup.name]["error"]["code"], "EPERM")
+        self.assertEqual(self.run_command("restore", self.photos).returncode, 0)
+        self.assertEqual((self.photos / "a.jpg").read_bytes(), self.jpeg)
 
     def test_output_that_cannot_be_written(self):
         for name in "ab":

@@ -64,7 +64,7 @@ class BatchTest : public testing::Test {
     std::vector<std::string> paths;
     paths.reserve(names.size());
     for (const auto& name : names) paths.push_back((folder / name).path());
-    return {namedPaths(paths), {.leftOut = folder / "out"}};
+    return {namedPaths(paths), {.leftOut = {folder / "out"}}};
   }
   /// What is said of each file, by its path below the folder.
   Texts compress(const std::vector<std::string>& names, const BatchOptions& options = {},

@@ -27,6 +27,7 @@
 namespace tidewell {
 namespace {
 
+using test::errnoOf;
 using test::textOf;
 
 class UndoStoreTest : public testing::Test {
@@ -73,6 +74,26 @@ TEST_F(UndoStoreTest, PreparesCommitsAndDeletes) {
   store_.removeBackup(record);
   store_.deleteRecord(record);  // a backup that is gone already is no error
   EXPECT_EQ(sessions(), 0U);
+}
+
+TEST_F(UndoStoreTest, NeverTakesABackupForAnOriginal) {
+  const URL candidate = folder_.write("candidate", "smaller");
+  const UndoRecord record = replace(folder_.write("photo.jpg", "original bytes"), "small");
+  const std::string backup = record.sessionID.string() + "/" + record.backupName;
+  ASSERT_EQ(symlink("Undo", (folder_ / "way").path().c_str()), 0);
+  ASSERT_EQ(symlink(backup.c_str(), (store_.root().appending("link")).path().c_str()), 0);
+  for (const std::string name : {"Undo/" + backup, "way/" + backup, "way/../Undo/" + backup, "Undo/link"}) {
+    const auto prepared = [&](const char* root) {
+      return errnoOf([&] {
+        UndoStore(folder_ / root).prepare(folder_ / name, candidate, UUID::random(), std::nullopt);
+      });
+    };
+    EXPECT_EQ(prepared("Undo"), EPERM) << name;
+    EXPECT_EQ(prepared("way"), EPERM) << name;
+    EXPECT_EQ(prepared("Undo2"), 0) << "another store";
+  }
+  EXPECT_EQ(store_.records(), std::vector{record});
+  EXPECT_EQ(sessions(), 2U) << "that of the record, and the link";
 }
 
 TEST_F(UndoStoreTest, PreparesWhileOthersMakeAndRemoveTheSessionDirectory) {
