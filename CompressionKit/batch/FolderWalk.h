@@ -45,9 +45,9 @@ struct Found {
 /// twice grows, by some 100 bytes a file. A file comes once, also when paths overlap: hard links are other
 /// files.
 ///
-/// Links and hidden entries in folders are left out; a named link to a folder is followed. A path that leads
-/// nowhere and a folder that cannot be read come as an error, and the walk goes on. A named path that is no
-/// folder comes whatever it is.
+/// Links, hidden entries and undo stores in folders are left out; a named link to a folder is followed. A
+/// path that leads nowhere and a folder that cannot be read come as an error, and the walk goes on. A named
+/// path that is no folder comes whatever it is.
 class FolderWalk {
  public:
   FolderWalk(PathSource paths, WalkOptions options, StopToken stop = {});

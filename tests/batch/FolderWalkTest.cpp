@@ -41,8 +41,9 @@ Lines found(FolderWalk walk) {
 class FolderWalkTest : public testing::Test {
  protected:
   FolderWalkTest() {
-    for (const char* name : {"t/b.jpg", "t/a.PNG", "t/raw/c.heic", "t/raw/x/d.gif", "t/.h/e.jpg", "t/.f.jpg",
-                             "t/notes.txt", "t/.tidewell-1/g.jpg", "t/z.jpg", "out/o.jpg", "u/.v.png"}) {
+    for (const char* name :
+         {"t/b.jpg", "t/a.PNG", "t/raw/c.heic", "t/raw/x/d.gif", "t/.h/e.jpg", "t/.f.jpg", "t/notes.txt",
+          "t/.tidewell-1/g.jpg", "t/z.jpg", "out/o.jpg", "u/.v.png", "u/.x/Tidewell/Undo/1/w.jpg"}) {
       folder.write(name, "12345");
     }
     const auto link = [&](const char* target, const char* name) {
@@ -81,7 +82,9 @@ TEST_F(FolderWalkTest, FindsWhatIsToBeCompressed) {
       {{"t"}, {.excludes = {"raw/x/", "[a-b].*"}}, {"t/raw/c.heic", "t/z.jpg"}},
       {{"t"}, {.excludes = {"raw/d.gif", "t/*", "c.*"}}, {"t/a.PNG", "t/b.jpg", "t/raw/x/d.gif", "t/z.jpg"}},
       {{"t/raw"}, {.excludes = {"raw"}}, {"raw/c.heic", "raw/x/d.gif"}},  // named paths are not asked
-      {{"t"}, {.excludes = {"[abz].*"}, .leftOut = {folder / "none", folder / "way/../t/raw/x"}}, {"t/raw/c.heic"}},
+      {{"t"},
+       {.excludes = {"[abz].*"}, .leftOut = {folder / "none", folder / "way/../t/raw/x"}},
+       {"t/raw/c.heic"}},
       {{"gone", "t/raw", "t/b.jpg/x"}, {}, {"=gone!2", "raw/c.heic", "raw/x/d.gif", "=x!20"}},
   };
   for (const auto& [names, options, expected] : rows) {
