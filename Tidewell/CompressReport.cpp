@@ -18,6 +18,7 @@
 #include "CompressionKit/wording/Texts.h"
 #include "Tidewell/JSON.h"
 #include "Tidewell/Output.h"
+#include "Tidewell/Records.h"
 
 namespace tidewell {
 namespace {
@@ -94,6 +95,20 @@ OrderedJSON fileLine(const FileReport& report) {
   return line;
 }
 
+/// Whether no other batch may have a record as new as these: it would be the latest. Where clean-up has
+/// touched an old one, the ID says the same.
+bool isLatest(const UndoStore& store, const UUID& batch, Date since) {
+  const auto isOlder = [&](const std::string& session) {
+    const auto changedAt = files::resourceValues(store.root().appending(session)).changedAt;
+    return session == batch.string() || static_cast<double>(changedAt) / 1e9 < since.since1970();
+  };
+  try {
+    return std::ranges::all_of(files::namesInDirectory(store.root()), isOlder);
+  } catch (const FileError&) {  // one that goes, for instance
+    return false;
+  }
+}
+
 }  // namespace
 
 Restorable restorable(const UndoStore& store, const UUID& batch, const std::vector<UUID>& records) {
@@ -120,6 +135,9 @@ Restorable restorable(const UndoStore& store, const UUID& batch, const std::vect
       result.until = std::min(result.until.value_or(until), until);
     } catch (const FileError&) {
     }
+  }
+  if (result.until && !isLatest(store, batch, result.until->adding(-UndoStore::backupRetention))) {
+    result.selector = shortID(batch);
   }
   return result;
 }
@@ -217,11 +235,12 @@ std::string CompressReporter::summaryLine(const Restorable& restorable) const {
   if (options_.output) return line + filled(_("; the copies are in {1}"), {printable(*options_.output)});
   if (!restorable.until) return line;
   const std::string until = momentText(*restorable.until);
+  const std::string command = "tidewell restore " + restorable.selector;
   if (restorable.files == totals_.replaced) {
-    return line + filled(_("; `tidewell restore latest` undoes this until {1}"), {until});
+    return line + filled(_("; `{1}` undoes this until {2}"), {command, until});
   }
-  return line + filled(_("; `tidewell restore latest` brings {1} of {2} back until {3}"),
-                       {std::to_string(restorable.files), std::to_string(totals_.replaced), until});
+  return line + filled(_("; `{1}` brings {2} of {3} back until {4}"),
+                       {command, std::to_string(restorable.files), std::to_string(totals_.replaced), until});
 }
 
 std::string CompressReporter::passedOverLine() const {

@@ -33,7 +33,8 @@ struct CompressTotals {
 /// How much of a batch can be undone now, as the store has it.
 struct Restorable {
   std::int64_t files = 0;
-  std::optional<Date> until;  ///< when the first of them expires
+  std::optional<Date> until;        ///< when the first of them expires
+  std::string selector = "latest";  ///< what `tidewell restore` knows the batch by
 };
 /// Looks at the backups of one batch; `records` is what the batch has told of.
 Restorable restorable(const UndoStore& store, const UUID& batch, const std::vector<UUID>& records);

@@ -16,7 +16,7 @@
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
-#include "CompressionKit/platform/Locations.h"
+#include "CompressionKit/undo/UndoStore.h"
 
 namespace tidewell {
 namespace {
@@ -168,12 +168,9 @@ std::optional<Found> FolderWalk::entry() {
     if (errno == ENOENT) return std::nullopt;  // gone since the folder was listed
     return failure(url, std::move(treePath), false, "读取", errno);
   }
-  if (S_ISDIR(info.st_mode)) {
-    // Of other users, too: what is replaced in there can be restored no more.
-    if (locations::endsAsUndoStore(url)) return std::nullopt;
-    return enter(url, std::move(treePath), false);
-  }
+  if (S_ISDIR(info.st_mode)) return enter(url, std::move(treePath), false);
   if (!S_ISREG(info.st_mode) || !ImageKind::from(url) || !isNew(level.identity, name)) return std::nullopt;
+  if (UndoStore::isBackup(url)) return std::nullopt;
   return Found{
       .url = url, .treePath = std::move(treePath), .isNamed = false, .bytes = info.st_size, .error = nullptr};
 }

@@ -45,7 +45,7 @@ struct Found {
 /// twice grows, by some 100 bytes a file. A file comes once, also when paths overlap: hard links are other
 /// files.
 ///
-/// Links, hidden entries and undo stores in folders are left out; a named link to a folder is followed. A
+/// Links, hidden entries and backups in folders are left out; a named link to a folder is followed. A
 /// path that leads nowhere and a folder that cannot be read come as an error, and the walk goes on. A named
 /// path that is no folder comes whatever it is.
 class FolderWalk {

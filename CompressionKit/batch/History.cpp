@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <iterator>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -63,9 +64,34 @@ bool isShortenedID(std::string_view text) {
          std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c) != 0 || c == '-'; });
 }
 
+/// Where files lie, in one spelling however their folders are reached: a link may have been on the way when a
+/// file was recorded, or be on it now. What is gone keeps the path that it had.
+class Places {
+ public:
+  std::string of(const std::string& path) {
+    const URL url = URL::file(path).standardized();
+    const URL parent = url.deletingLastPathComponent();
+    const auto [folder, isNew] = folders_.try_emplace(parent.path());
+    if (isNew) folder->second = realPath(parent);
+    return URL::file(folder->second).appending(url.lastPathComponent()).path();
+  }
+  /// Of what may be a link to a folder.
+  static std::string realPath(const URL& url) { return url.resolvingSymlinks().path(); }
+
+ private:
+  std::unordered_map<std::string, std::string> folders_;  ///< as they are written, with where they lead
+};
+
 bool isBelow(const std::string& path, const std::string& folder) {
   return path.size() > folder.size() && path.starts_with(folder) &&
          (folder == "/" || path[folder.size()] == '/');
+}
+
+std::vector<UndoRecord> recordsOf(const History::Selection& selection) {
+  std::vector<UndoRecord> records;
+  records.reserve(selection.entries.size());
+  for (const auto* entry : selection.entries) records.push_back(entry->record);
+  return records;
 }
 
 }  // namespace
@@ -197,12 +223,20 @@ History::Selection History::select(std::string_view text) const {
     if (latest.entries.empty()) throw SelectionError();
     return latest;
   }
-  if (isShortenedID(text)) {
-    if (auto selection = selectID(text); !selection.entries.empty()) return selection;
+  const Selection byID = isShortenedID(text) ? selectID(text) : Selection{};
+  if (UUID::isCanonical(text) && !byID.entries.empty()) return byID;
+  auto byPath = selectPath(text);
+  if (byID.entries.empty()) {
+    if (byPath.entries.empty()) throw SelectionError();
+    return byPath;
   }
-  auto selection = selectPath(text);
-  if (selection.entries.empty()) throw SelectionError();
-  return selection;
+  // A folder may be called "2024".
+  if (!byPath.entries.empty() || files::exists(URL::file(text))) {
+    auto candidates = recordsOf(byID);
+    std::ranges::move(recordsOf(byPath), std::back_inserter(candidates));
+    throw SelectionError(std::move(candidates));
+  }
+  return byID;
 }
 
 History::Selection History::selectID(std::string_view text) const {
@@ -218,21 +252,21 @@ History::Selection History::selectID(std::string_view text) const {
   });
   if (batches.entries.empty() && records.entries.size() <= 1) return records;
   if (records.entries.empty() && oneBatch) return batches;
-  std::vector<UndoRecord> candidates;
-  for (const auto* entry : records.entries) candidates.push_back(entry->record);
-  for (const auto* entry : batches.entries) candidates.push_back(entry->record);
+  auto candidates = recordsOf(records);
+  std::ranges::move(recordsOf(batches), std::back_inserter(candidates));
   throw SelectionError(std::move(candidates));
 }
 
 History::Selection History::selectPath(std::string_view text) const {
-  const std::string path = URL::file(text).standardized().path();
+  Places places;
+  const std::string path = places.of(std::string(text)), folder = Places::realPath(URL::file(text));
   Selection files{.kind = Kind::file, .entries = {}}, below{.kind = Kind::folder, .entries = {}};
-  const auto named = [](const std::string& recorded) { return URL::file(recorded).standardized().path(); };
   for (const auto& entry : entries_) {
-    const std::string original = named(entry.record.originalPath);
-    const std::string converted = entry.record.convertedPath ? named(*entry.record.convertedPath) : original;
+    const UndoRecord& record = entry.record;
+    const std::string original = places.of(record.originalPath);
+    const std::string converted = record.convertedPath ? places.of(*record.convertedPath) : original;
     if (original == path || converted == path) files.entries.push_back(&entry);
-    if (isBelow(original, path) || isBelow(converted, path)) below.entries.push_back(&entry);
+    if (isBelow(original, folder) || isBelow(converted, folder)) below.entries.push_back(&entry);
   }
   auto& selection = files.entries.empty() ? below : files;
   // Batches may have run at the same time.
@@ -245,9 +279,7 @@ History::Selection History::selectPath(std::string_view text) const {
 const History::Entry& History::selectOne(std::string_view text) const {
   const Selection selection = select(text);
   if (selection.entries.size() == 1 || selection.kind == Kind::file) return *selection.entries.front();
-  std::vector<UndoRecord> candidates;
-  for (const auto* entry : selection.entries) candidates.push_back(entry->record);
-  throw SelectionError(std::move(candidates));
+  throw SelectionError(recordsOf(selection));
 }
 
 std::vector<const History::Entry*> History::undoOrder(const Selection& selection,
@@ -255,9 +287,11 @@ std::vector<const History::Entry*> History::undoOrder(const Selection& selection
   if (selection.kind == Kind::record || selection.kind == Kind::batch) return selection.entries;
   std::vector<const Entry*> order;
   std::unordered_map<std::string, const Entry*> lowest;  // of each file; null where no more can follow
+  Places places;
   for (const auto* entry : selection.entries) {
     const UndoRecord& record = entry->record;
-    auto [found, isNewest] = lowest.try_emplace(record.convertedPath.value_or(record.originalPath), entry);
+    const std::string file = places.of(record.convertedPath.value_or(record.originalPath));
+    auto [found, isNewest] = lowest.try_emplace(file, entry);
     if (!isNewest) {
       const bool follows = found->second && found->second->record.originalHash == record.replacementHash &&
                            files::exists(store_.backupURL(record)) &&

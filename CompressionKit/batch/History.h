@@ -22,7 +22,7 @@ class SelectionError : public std::exception {
  public:
   explicit SelectionError(std::vector<UndoRecord> candidates = {}) : candidates_(std::move(candidates)) {}
   const char* what() const noexcept override { return "没有找到对应的压缩记录"; }
-  /// What a shortened ID may mean, newest first; empty when it means nothing.
+  /// What a shortened ID, or a name like one, may mean; empty when it means nothing.
   const std::vector<UndoRecord>& candidates() const { return candidates_; }
 
  private:
@@ -69,7 +69,8 @@ class History {
   };
   /// What a text names: "latest" (the newest batch); the ID of a record or a batch, which may be shortened to
   /// four characters or more; else a path: an original or converted file, or a folder with every record below
-  /// it. A path is made absolute by its text alone. Throws `SelectionError` for what names no record.
+  /// it, by whatever links its folders are reached. Throws `SelectionError` for what names no record, and for
+  /// a shortened ID that is the name of a file or folder, too.
   Selection select(std::string_view text) const;
   /// The same for one record: of a file the newest, of a batch its only one.
   const Entry& selectOne(std::string_view text) const;

@@ -81,7 +81,7 @@ void copyExtendedAttributes(int from, int to, const URL& url, Missing missing) {
 }
 
 /// Gives `to` the owner and group where we may, and returns the mode that it should get.
-mode_t copyOwner(const struct stat& info, int to, const URL& url) {
+mode_t copyOwner(const struct stat& info, int to, const URL& url, Missing missing) {
   mode_t mode = info.st_mode & 07777;
   struct stat present {};
   if (fstat(to, &present) != 0) throw FileError("读取", url.path(), errno);
@@ -89,15 +89,22 @@ mode_t copyOwner(const struct stat& info, int to, const URL& url) {
   if (fchown(to, info.st_uid, info.st_gid) == 0) return mode;
   const bool groupKept =
       present.st_gid == info.st_gid || fchown(to, static_cast<uid_t>(-1), info.st_gid) == 0;
+  // Its owner would lose it.
+  if (present.st_uid != info.st_uid && missing == Missing::isError) {
+    throw FileError("复制属性到", url.path(), EPERM);
+  }
   // Rights of another identity must not turn into rights of ours.
   if (present.st_uid != info.st_uid) mode &= static_cast<mode_t>(~S_ISUID);
-  if (!groupKept) mode &= static_cast<mode_t>(~S_ISGID);
+  if (!groupKept) {  // another group may do what everybody may
+    const mode_t ofAll = (mode & S_IRWXO) << 3;
+    mode &= static_cast<mode_t>(~(S_ISGID | S_IRWXG)) | ofAll;
+  }
   return mode;
 }
 
 /// The mode comes last: a change of owner clears bits of it, an access control list sets its group bits.
 void copyOwnerAttributesAndMode(int from, int to, const struct stat& info, const URL& url, Missing missing) {
-  const mode_t mode = copyOwner(info, to, url);
+  const mode_t mode = copyOwner(info, to, url, missing);
   copyExtendedAttributes(from, to, url, missing);
   if (fchmod(to, mode) != 0) throw FileError("设置权限", url.path(), errno);
 }

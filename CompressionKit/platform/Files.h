@@ -43,8 +43,8 @@ struct ResourceValues {
 /// Of the entry itself: a link is not followed.
 ResourceValues resourceValues(const URL& url);
 
-/// Whether the entry lies below the directory, by whatever way its path leads there: links, "..", other mounts
-/// of one tree. Never below one that is not there.
+/// Whether the entry lies below the directory, by whatever way its path leads there: links, "..", other
+/// mounts of one tree. Never below one that is not there.
 bool liesBelow(const URL& url, const URL& directory);
 
 /// When a file's content was last read and changed.
@@ -113,8 +113,9 @@ using DataVisitor = std::function<void(std::string_view data)>;
 /// The same by reflink, then false, or by plain reads, all of which `visit` sees.
 bool copyItem(const URL& from, const URL& to, const DataVisitor& visit);
 
-/// Gives `to` the owner and group (where permitted), mode and extended attributes of `from`; times stay.
-/// A user's own attribute or access control list that cannot be carried over is an error.
+/// Gives `to` the owner, group (where permitted), mode and extended attributes of `from`; times stay. An
+/// owner, a user's own attribute or an access control list that cannot be carried over is an error. A group
+/// that cannot be kept does not pass its rights on to another.
 void copyAttributes(const URL& from, const URL& to);
 
 void setTimes(const URL& url, const Times& times);

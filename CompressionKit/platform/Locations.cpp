@@ -9,15 +9,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "CompressionKit/platform/Error.h"
 
 namespace tidewell::locations {
 namespace {
-
-constexpr std::string_view undoStoreName = "Tidewell/Undo";
 
 /// An absolute path from the environment; empty when unset or relative.
 std::string absoluteVariable(const char* name) {
@@ -62,11 +59,7 @@ URL configurationDirectory() {
 }
 
 URL undoStore() {
-  return applicationSupportDirectory().appending(undoStoreName);
-}
-
-bool endsAsUndoStore(const URL& url) {
-  return url.path().ends_with("/" + std::string(undoStoreName));
+  return applicationSupportDirectory().appending("Tidewell/Undo");
 }
 
 URL compressionDiagnostics(const URL& undoStore) {

@@ -24,8 +24,6 @@ URL configurationDirectory();
 
 /// The undo store's root.
 URL undoStore();
-/// Whether the path ends as that of an undo store does, whoever's it is.
-bool endsAsUndoStore(const URL& url);
 /// The reports' directory of the store at `undoStore`: beside it.
 URL compressionDiagnostics(const URL& undoStore);
 /// The lock files that all processes of one user share.

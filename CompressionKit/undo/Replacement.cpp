@@ -45,7 +45,7 @@ std::string copyToSession(const URL& source, const URL& backup, const URL& sessi
 
 UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUID& sessionID,
                               const std::optional<std::string>& convertedPath) const {
-  if (files::liesBelow(source, root_)) throw FileError("写入", source.path(), EPERM);
+  if (isBackup(source) || files::liesBelow(source, root_)) throw FileError("写入", source.path(), EPERM);
   UndoRecord record;
   record.id = UUID::random();
   record.sessionID = sessionID;

@@ -69,6 +69,8 @@ void restoreInPlace(const UndoRecord& record, const URL& backup, const std::stri
   const RestoreTemporary temporary(backup, backupHash, original);
   if (files::exists(original)) {
     requireHash(original, record.replacementHash);
+    // Who may read it, and how it is tagged, may have changed since the backup was made.
+    files::copyAttributes(original, temporary.url());
     exchangeForReplacement(temporary.url(), original, backupHash, record.replacementHash);
   } else {
     moveIfAbsent(temporary.url(), original);

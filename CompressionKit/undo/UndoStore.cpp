@@ -23,6 +23,12 @@ bool isMissing(const FileError& error) {
 
 UndoStore::UndoStore(std::optional<URL> root) : root_(root ? *std::move(root) : locations::undoStore()) {}
 
+bool UndoStore::isBackup(const URL& file) {
+  const URL session = file.deletingLastPathComponent();
+  return UUID::isCanonical(file.stem()) && UUID::isCanonical(session.lastPathComponent()) &&
+         files::exists(session.appending(file.stem() + ".json"));
+}
+
 URL UndoStore::backupURL(const UndoRecord& record) const {
   return root_.appending(record.sessionID.string()).appending(record.backupName);
 }

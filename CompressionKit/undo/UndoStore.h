@@ -29,6 +29,8 @@ class UndoStore {
   explicit UndoStore(std::optional<URL> root = std::nullopt);
 
   const URL& root() const { return root_; }
+  /// Whether the file lies as the backup of a record does, in whatever store, another user's perhaps.
+  static bool isBackup(const URL& file);
   URL backupURL(const UndoRecord& record) const;
   URL recordURL(const UndoRecord& record) const;
   /// Where the reports of files whose originals lie in this store go: "CompressionDiagnostics" beside the
@@ -43,8 +45,8 @@ class UndoStore {
 
   // --- Replacement protocol ---
   /// Backs `source` up and writes a prepared record. Everything is on the disk when it returns. Throws
-  /// `FileError`; no backup and no record remain then. What lies in the store itself is refused (EPERM): a
-  /// backup that is replaced is lost to the record that names it.
+  /// `FileError`; no backup and no record remain then. What lies in the store, and the backup of any other,
+  /// is refused (EPERM): one that is replaced is lost to the record that names it.
   UndoRecord prepare(const URL& source, const URL& candidate, const UUID& sessionID,
                      const std::optional<std::string>& convertedPath) const;
   void commit(const UndoRecord& record) const;

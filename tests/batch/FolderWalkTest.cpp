@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/UUID.h"
 #include "support/Faults.h"
 #include "support/TemporaryFolder.h"
 
@@ -43,9 +44,10 @@ class FolderWalkTest : public testing::Test {
   FolderWalkTest() {
     for (const char* name :
          {"t/b.jpg", "t/a.PNG", "t/raw/c.heic", "t/raw/x/d.gif", "t/.h/e.jpg", "t/.f.jpg", "t/notes.txt",
-          "t/.tidewell-1/g.jpg", "t/z.jpg", "out/o.jpg", "u/.v.png", "u/.x/Tidewell/Undo/1/w.jpg"}) {
+          "t/.tidewell-1/g.jpg", "t/z.jpg", "out/o.jpg", "u/.v.png", backup.c_str()}) {
       folder.write(name, "12345");
     }
+    folder.write(backup.substr(0, backup.rfind('.')) + ".json", "{}");
     const auto link = [&](const char* target, const char* name) {
       EXPECT_EQ(symlink(target, (folder / name).path().c_str()), 0);
     };
@@ -60,6 +62,7 @@ class FolderWalkTest : public testing::Test {
     for (const auto& name : names) paths.push_back(folder.url().path() + "/" + name);
     return found(FolderWalk(namedPaths(paths), options));
   }
+  const std::string backup = "u/.x/" + UUID::random().string() + "/" + UUID::random().string() + ".jpg";
   const test::TemporaryFolder folder;
 };
 

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -220,6 +221,21 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   EXPECT_EQ(candidates([&] { selected("aaaa"); }), 4);
   EXPECT_EQ(candidates([&] { history.selectOne("latest"); }), 2);
   EXPECT_EQ(candidates([&] { History(UndoStore(folder_ / "none")).select("latest"); }), 0);
+  // Whatever links are on the way, when a file was recorded or is asked for.
+  ASSERT_EQ(symlink("photos", (folder_ / "way").path().c_str()), 0);
+  EXPECT_EQ(selected(folder + "/way/a.jpg"), (IDs{newA.id, oldA.id}));
+  EXPECT_EQ(selected(folder + "/way"), (IDs{newA.id, onlyB.id, oldA.id}));
+  EXPECT_EQ(selected(folder + "/photos/deep/../../way/deep/b.heic"), IDs{onlyB.id});
+  // What is called like an ID is taken for neither.
+  const std::string start = onlyB.id.string().substr(0, 8);
+  EXPECT_EQ(selected(start), IDs{onlyB.id});
+  const auto previous = std::filesystem::current_path();
+  std::filesystem::current_path(folder);
+  files::createDirectory(folder_ / start);
+  EXPECT_EQ(candidates([&] { selected(start); }), 1);
+  EXPECT_EQ(selected(onlyB.id.string()), IDs{onlyB.id});
+  EXPECT_EQ(candidates([&] { selected("./" + start); }), 0);
+  std::filesystem::current_path(previous);
   const auto order = [&](std::optional<Date> now) {
     return history.undoOrder(history.select(folder + "/photos"), now).size();
   };

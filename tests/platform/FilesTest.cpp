@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -59,6 +60,32 @@ TEST(Files, CopiesWholeFilesOrTheirAttributes) {
   EXPECT_EQ(errnoOf([&] { files::copyItem(source, copy); }), EEXIST);
   EXPECT_EQ(errnoOf([&] { files::copyItem(folder.url(), folder / "d"); }), EISDIR);
   EXPECT_FALSE(files::exists(folder / "d"));
+}
+
+TEST(Files, TakesNoFileFromItsOwnerAndGivesNoGroupMore) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can make a file of another user";
+  constexpr uid_t user = 65534, other = 1234;
+  const TemporaryFolder folder;
+  const URL source = folder.write("a.jpg", "original"), candidate = folder.write("c.jpg", "candidate");
+  ASSERT_EQ(chmod(folder.url().path().c_str(), 0755), 0);
+  ASSERT_EQ(chown(candidate.path().c_str(), user, user), 0);
+  const struct {
+    uid_t owner;
+    gid_t group;
+    mode_t mode;
+    int error;
+    mode_t expected;
+  } rows[] = {{other, other, 0664, EPERM, 0644}, {user, other, 0664, 0, 0644}, {user, user, 0664, 0, 0664}};
+  for (const auto& row : rows) {
+    ASSERT_EQ(chown(source.path().c_str(), row.owner, row.group), 0);
+    ASSERT_EQ(chmod(source.path().c_str(), row.mode), 0);
+    ASSERT_EQ(chmod(candidate.path().c_str(), 0644), 0);
+    setfsuid(user);
+    const int error = errnoOf([&] { files::copyAttributes(source, candidate); });
+    setfsuid(0);
+    EXPECT_EQ(error, row.error) << row.owner;
+    EXPECT_EQ(status(candidate).st_mode & 07777, row.expected) << row.owner << ":" << row.group;
+  }
 }
 
 TEST(Files, WritesAllOrNothing) {

@@ -91,7 +91,7 @@ TEST_F(UndoStoreTest, NeverTakesABackupForAnOriginal) {
     };
     EXPECT_EQ(prepared("Undo"), EPERM) << name;
     EXPECT_EQ(prepared("way"), EPERM) << name;
-    EXPECT_EQ(prepared("Undo2"), 0) << "another store";
+    EXPECT_EQ(prepared("Undo2"), name == "Undo/link" ? 0 : EPERM) << "of another store";
   }
   EXPECT_EQ(store_.records().size(), 1U);
   EXPECT_EQ(sessions(), 2U) << "that of the record, and the link";
@@ -167,8 +167,10 @@ TEST_F(UndoStoreTest, RestoresOnlyWhatIsAsRecorded) {
     const timespec times[2] = {{.tv_sec = 7, .tv_nsec = 0}, {.tv_sec = 1'000'000, .tv_nsec = 3}};
     ASSERT_EQ(utimensat(AT_FDCWD, photo.path().c_str(), times, 0), 0);
     replace(photo, "smaller");
+    ASSERT_EQ(chmod(photo.path().c_str(), 0640), 0);
     const UndoRecord record = store_.records().at(0);
     c.change(photo, store_.backupURL(record));
+    const mode_t mode = files::exists(photo) ? 0640 : 0604;  // who closed a file meanwhile wants it closed
     const std::string before = files::exists(photo) ? files::read(photo) : "";
     const bool hadBackup = hasBackup(record);
     EXPECT_EQ(textOf([&] { store_.restore(record, record.createdAt.adding(c.age)); }), c.message);
@@ -178,7 +180,7 @@ TEST_F(UndoStoreTest, RestoresOnlyWhatIsAsRecorded) {
     EXPECT_EQ(store_.records().empty(), restored);
     struct stat info {};
     EXPECT_EQ(lstat(photo.path().c_str(), &info), 0);
-    EXPECT_TRUE(!restored || ((info.st_mode & 07777) == 0604 && info.st_mtim.tv_sec == 1'000'000));
+    EXPECT_TRUE(!restored || ((info.st_mode & 07777) == mode && info.st_mtim.tv_sec == 1'000'000));
     EXPECT_EQ(hasBackup(record), hadBackup && !restored && c.age < 14400);
     store_.discard(record);
   }
