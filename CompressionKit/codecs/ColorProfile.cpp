@@ -6,6 +6,7 @@
 #include <lcms2.h>
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -150,6 +151,25 @@ bool convertToSRGB(std::string_view icc, std::span<std::uint8_t> pixels) {
   cmsDoTransform(transform.get(), pixels.data(), pixels.data(),
                  static_cast<cmsUInt32Number>(pixels.size() / channels));
   return true;
+}
+
+std::size_t countOutsideSRGB(std::string_view icc, std::span<float> pixels) {
+  const Profile profile = opened(icc), sRGB(cmsCreate_sRGBProfile());
+  if (!profile || !sRGB || cmsGetColorSpace(profile.get()) != cmsSigRgbData) return 0;
+  // Between floating-point numbers nothing is clipped.
+  const Transform transform(cmsCreateTransform(profile.get(), TYPE_RGB_FLT, sRGB.get(), TYPE_RGB_FLT,
+                                               INTENT_RELATIVE_COLORIMETRIC, 0));
+  if (!transform) return 0;
+  constexpr std::size_t channels = 3;
+  cmsDoTransform(transform.get(), pixels.data(), pixels.data(),
+                 static_cast<cmsUInt32Number>(pixels.size() / channels));
+  constexpr float slack = 5.0F / 255;
+  std::size_t outside = 0;
+  for (std::size_t i = 0; i + channels <= pixels.size(); i += channels) {
+    const auto [least, most] = std::minmax({pixels[i], pixels[i + 1], pixels[i + 2]});
+    if (least < -slack || most > 1 + slack) ++outside;
+  }
+  return outside;
 }
 
 std::string rewritten(std::string_view icc) {

@@ -27,6 +27,10 @@ bool isSRGB(std::string_view icc);
 /// nothing is done, for bytes that are no such profile.
 bool convertToSRGB(std::string_view icc, std::span<std::uint8_t> pixels);
 
+/// How many of the pixels (R, G, B from 0 to 1; they are converted where they lie) have colours of the RGB
+/// profile that sRGB lacks by more than five steps of 8 bits. None for bytes that are no such profile.
+std::size_t countOutsideSRGB(std::string_view icc, std::span<float> pixels);
+
 /// The same profile put together anew, with the flaws of its header and padding mended; empty for bytes that
 /// are no profile.
 std::string rewritten(std::string_view icc);

@@ -34,8 +34,9 @@ class OutputListener {
 
 /// What a caller may ask of one run. Without anything, a run does what the service does.
 struct CompressionOptions {
-  /// Date, place, camera, author, comments and the like go with the image, and count as bytes of it. Files in
-  /// which something else is embedded, a film behind the picture, are passed over.
+  /// Date, place, camera, author, comments and the like go with the image, and count as bytes of it. So do
+  /// the colours of a wide profile: what has some that sRGB lacks is not converted to it. Files in which
+  /// something else is embedded, a film behind the picture, are passed over.
   bool keepMetadata = false;
   /// What replaces the file, or is made of it, has its times of access and modification, as they were before
   /// the run read it.

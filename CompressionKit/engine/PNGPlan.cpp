@@ -6,6 +6,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
+#include "CompressionKit/image/ColorAgreement.h"
 
 namespace tidewell {
 namespace {
@@ -31,6 +32,12 @@ void tryRung(CompressionRun& run, const Rung& rung, std::size_t number) {
                ScoreAtLeast{});
 }
 
+/// The tool knows sRGB only, and clips what it converts.
+bool losesColors(CompressionRun& run) {
+  return run.options.keepMetadata &&
+         needsMoreThanSRGB(run.url(), run.original.properties(), run.tools().stopToken());
+}
+
 /// Ends with the first rung that passes: the later ones are larger.
 void climbLadder(CompressionRun& run) {
   for (std::size_t number = 0; number < std::size(ladder) && run.candidates.empty(); ++number) {
@@ -54,7 +61,14 @@ void runPNGPlan(CompressionRun& run) {
   const bool canOptimise = run.tools().has("oxipng");
   if (!canQuantise && !canOptimise) throw CompressionError::toolMissing("pngquant / oxipng");
 
-  if (canQuantise && QualityAssessment::isAvailable(run.tools())) {
+  if (losesColors(run)) {
+    run.trace.append({.encoder = "pngquant",
+                      .status = "rejected",
+                      .reason = "metadata_mismatch",
+                      .bytes = std::nullopt,
+                      .score = std::nullopt,
+                      .detail = run.facts().profileName.value_or("none") + " -> sRGB"});
+  } else if (canQuantise && QualityAssessment::isAvailable(run.tools())) {
     climbLadder(run);
   } else {
     run.trace.append({.encoder = "pngquant",

@@ -4,6 +4,8 @@
 #pragma once
 
 #include "CompressionKit/codecs/ImageProperties.h"
+#include "CompressionKit/platform/Stop.h"
+#include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
 
@@ -11,5 +13,9 @@ namespace tidewell {
 /// what keeps those of the original. `mayBeConverted`: its pixels may have been converted to sRGB, which it
 /// must then say.
 bool colorsAgree(const ImageProperties& original, const ImageProperties& candidate, bool mayBeConverted);
+
+/// Whether a visible part of the image, more than a thousandth, has colours that sRGB lacks. Looks at a
+/// million pixels at most, spread evenly. Throws `ImageDecodeError`, `FileError`, `Interrupted`.
+bool needsMoreThanSRGB(const URL& png, const ImageProperties& properties, const StopToken& stop = {});
 
 }  // namespace tidewell

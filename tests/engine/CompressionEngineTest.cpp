@@ -154,6 +154,23 @@ TEST_F(Engine, CarriesMetadataWhereAsked) {
   EXPECT_EQ(compress(motion).outcome, CompressionOutcome::replaced);
 }
 
+/// The quantiser clips what sRGB lacks.
+TEST_F(Engine, KeepsWideColorsWhereAsked) {
+  const URL image = folder / "pictures/wide.png";
+  const test::Raster red(16, 16, [](int, int) { return test::Pixel{255, 0, 0}; });
+  for (options.keepMetadata = true;; options.keepMetadata = false) {
+    test::writePNGFile(image, red, {.icc = color::makeRGBProfile("Display P3", color::displayP3)});
+    const auto first = tools.runs().size();
+    test::textOf([&] { compress(image); });  // the tools have no answers
+    const auto runs = tools.runs();
+    ASSERT_GT(runs.size(), first);
+    EXPECT_EQ(runs[first].starts_with("pngquant"), !options.keepMetadata) << runs[first];
+    EXPECT_EQ(test::latestReport(undo).at("attempts").at(0).at("reason"),
+              options.keepMetadata ? "metadata_mismatch" : "component_error");
+    if (!options.keepMetadata) break;
+  }
+}
+
 TEST_F(Engine, LeavesAFileThatNothingImproves) {
   for (const char* output : {"jpegli-420-72.jpg", "jpegli-444-72.jpg"}) {
     files::writeAtomically(tools.answer(output), before);

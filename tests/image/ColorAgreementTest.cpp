@@ -113,5 +113,36 @@ TEST(ColorAgreement, KeepsColoursWhateverTheNamesSay) {
   EXPECT_TRUE(colorsAgree(wide, wide, false));
 }
 
+TEST(ColorAgreement, KnowsWhatSRGBLacks) {
+  const test::TemporaryFolder folder;
+  const std::string p3 = profileChunk(color::makeRGBProfile("Display P3", color::displayP3));
+  const std::string sRGB = profileChunk(color::makeRGBProfile("sRGB", color::bt709));
+  const auto repeated = [](std::size_t count, const std::string& pixel) {
+    std::string pixels;
+    while (pixels.size() < count * pixel.size()) pixels += pixel;
+    return pixels;
+  };
+  const std::string red("\xFF\0\0", 3), muted = "\xC8\x64\x5A";
+  const struct {
+    const char* what;
+    std::string chunks, pixels;
+    int type;
+    bool needsMore;
+  } cases[] = {
+      {"red", p3, repeated(8, red), 2, true},
+      {"muted colours", p3, repeated(8, muted), 2, false},
+      {"the same numbers of sRGB", sRGB, repeated(8, red), 2, false},
+      {"of nothing", "", repeated(8, red), 2, false},
+      {"one pixel in 2000", p3, red + repeated(1999, muted), 2, false},
+      {"four", p3, repeated(4, red) + repeated(1996, muted), 2, true},
+      {"where nothing shows", p3, repeated(8, red + std::string(1, '\0')), 6, false},
+  };
+  for (const auto& c : cases) {
+    const int width = static_cast<int>(c.pixels.size()) / (c.type == 6 ? 4 : 3);
+    const URL png = folder.write("a.png", test::pngOfOneRow(width, 8, c.type, c.pixels, c.chunks));
+    EXPECT_EQ(needsMoreThanSRGB(png, ImageSource::open(png)->properties(0)), c.needsMore) << c.what;
+  }
+}
+
 }  // namespace
 }  // namespace tidewell
