@@ -6,12 +6,8 @@
 #include <QObject>
 #include <QThreadPool>
 #include <QTimer>
-#include <chrono>
-#include <cstddef>
 #include <memory>
 #include <string>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "CompressionKit/platform/Date.h"
@@ -22,6 +18,7 @@
 #include "TidewellDesktop/models/BatchTraces.h"
 #include "TidewellDesktop/models/DirectoryWatch.h"
 #include "TidewellDesktop/models/FileListModel.h"
+#include "TidewellDesktop/models/FollowedFiles.h"
 
 namespace tidewell::desktop {
 
@@ -45,9 +42,9 @@ class BatchFollower : public QObject {
 
   /// Call it before the service is asked, with the moment before that. Several batches may run at once.
   void start(std::vector<FileRow> files, Date startedAt = Date::now());
-  bool isFollowing() const { return unsettled_ > 0; }
+  bool isFollowing() const { return files_.isFollowing(); }
   /// The batches with records that the service made of all that was ever started, as they were seen.
-  const std::vector<UUID>& batches() const { return batches_; }
+  const std::vector<UUID>& batches() const { return files_.batches(); }
 
   // For the signals of `ServiceClient`. Each start is answered by `taken` or `refused`, in their order.
   /// For `opened`: that process has the files.
@@ -64,56 +61,24 @@ class BatchFollower : public QObject {
  Q_SIGNALS:
   /// Rows as they are now, to be given to the list. One that waits was stopped before it was done.
   void updated(const std::vector<tidewell::desktop::FileRow>& rows);
-  void batchSeen(const tidewell::UUID& batch);
   /// Nothing more will come of all that was started.
   void ended();
 
  private:
-  struct Followed {
-    FileRow row;
-    Date startedAt;
-    std::chrono::steady_clock::time_point startTicks;
-    int number = 0;  ///< of the start
-    QString takenBy = {};
-    bool settled = false;  ///< nothing more will be told of it
-  };
-
   void watchPlaces();
-  void learnLocks(std::size_t first);
+  void learnLocks(int start);
   void see(const std::string& directory, const std::string& name);
   void list(const std::string& directory);
   void follow(const URL& session);
   void schedule();
   void readNow();
-
-  /// The followed file that may be meant by a trace on `path` from this moment.
-  template <typename Condition>
-  Followed* find(const std::string& path, Date moment, Condition condition);
-  void failAll(const std::vector<QString>& processes);
-  void failStopped();
-  void giveBack(Followed& file);
-  void giveUp(Followed& file, const QString& whyFailed, const QString& whyNotDone);
   void take(const Traces& traces);
-  void takeRecord(const UndoRecord& record);
-  void takeReport(const Report& report);
-  void takeResult(const BackgroundBatchResult& result);
-  void takeItem(const BackgroundBatchResult::Item& item, Date finishedAt);
-  void begin(std::size_t index);
-  void settle(Followed& file);
-  void fail(Followed& file, const QString& why);
-  void change(const Followed& file);
+  void endStopped();
   void tell();
 
   const Places places_;
   const URL diagnostics_;
-  std::vector<Followed> followed_;
-  std::size_t unsettled_ = 0;
-  int started_ = 0, answered_ = 0, stopped_ = 0;  ///< numbers of the last starts of which that is so
-  std::unordered_map<std::string, std::vector<std::size_t>> byPath_;  ///< as they are compared
-  std::unordered_map<std::string, std::vector<std::size_t>> byLock_;
-  std::unordered_set<std::string> begun_;  ///< locks, as long as it is not known whose
-  std::vector<UUID> batches_;
-  std::vector<std::size_t> changed_;
+  FollowedFiles files_;
   std::vector<QString> gone_;  ///< processes
   std::unique_ptr<DirectoryWatch> watch_;
   TracesToRead wish_;

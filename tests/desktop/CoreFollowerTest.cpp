@@ -169,5 +169,22 @@ TEST_F(CoreFollower, EndsWithTheServiceAndBelievesWhatItStillWrote) {
   EXPECT_EQ(rows["stopped.jpg"].state, RowState::waiting) << "it is as it was";
 }
 
+TEST(CoreFollowedFiles, BeginWithTheirLockHoweverLateItIsKnown) {
+  FollowedFiles files;
+  const int first = files.start({{.url = URL::file("/a.jpg")}}, Date::now());
+  files.begin("a");
+  EXPECT_FALSE(files.hasChanges());
+  files.learnLocks(first, {"a"});
+  EXPECT_EQ(files.takeChanges().at(0).state, RowState::working);
+  files.refused("no");
+  EXPECT_EQ(files.takeChanges().at(0).why, "no");
+  EXPECT_FALSE(files.isFollowing());
+
+  files.start({{.url = URL::file("/b.jpg")}}, Date::now());
+  files.learnLocks(first, {"late"});
+  files.begin("late");
+  EXPECT_FALSE(files.hasChanges()) << "the lock of a file that is followed no more";
+}
+
 }  // namespace
 }  // namespace tidewell::desktop
