@@ -138,6 +138,7 @@ void BatchFollower::readNow() {
 }
 
 void BatchFollower::take(const Traces& traces) {
+  if (!watch_) return;  // all has ended while this was read
   for (const URL& session : traces.sessions) watch_->watch(session, DirectoryWatch::Event::appeared);
   files_.take(traces);
   if (stopTimer_.isActive() && files_.hasChanges()) stopTimer_.start();  // it still tells

@@ -169,6 +169,22 @@ TEST_F(CoreFollower, EndsWithTheServiceAndBelievesWhatItStillWrote) {
   EXPECT_EQ(rows["stopped.jpg"].state, RowState::waiting) << "it is as it was";
 }
 
+TEST_F(CoreFollower, EndsWhileItStillReads) {
+  for (int session = 0; session < 50; ++session) {
+    batch = UUID::random();
+    record("another.jpg");
+  }
+  start({"refused.jpg"});
+  follower.vanished(":1.7");
+  QTest::qSleep(100);
+  QCoreApplication::processEvents();  // it begins to read all that
+  follower.refused("no");
+  EXPECT_EQ(ended.count(), 1);
+  QTest::qWait(100);
+  EXPECT_EQ(rows["refused.jpg"].why, "no");
+  EXPECT_EQ(ended.count(), 1);
+}
+
 TEST(CoreFollowedFiles, BeginWithTheirLockHoweverLateItIsKnown) {
   FollowedFiles files;
   const int first = files.start({{.url = URL::file("/a.jpg")}}, Date::now());
