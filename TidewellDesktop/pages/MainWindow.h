@@ -76,6 +76,7 @@ class MainWindow : public QMainWindow {
   QWidget* home() const;
   bool isAtHome() const;
   void updateState();
+  void updateActions();
 
   Workspace& workspace_;
   QDBusConnection connection_;
