@@ -4,86 +4,13 @@
 #include "TidewellDesktop/Workspace.h"
 
 #include <algorithm>
-#include <exception>
-#include <optional>
 #include <utility>
 
-#include "CompressionKit/engine/HEICConversion.h"
-#include "CompressionKit/platform/Digest.h"
-#include "CompressionKit/platform/Files.h"
-#include "CompressionKit/wording/Errors.h"
+#include "TidewellDesktop/models/RowRecords.h"
 #include "TidewellDesktop/support/Background.h"
 #include "TidewellDesktop/support/Words.h"
 
 namespace tidewell::desktop {
-
-namespace {
-
-/// The record that a row names, as it is on the disk. Throws what reading throws.
-std::optional<UndoRecord> recordOf(const UndoStore& store, const FileRow& row) {
-  if (!row.record || !row.batch) return std::nullopt;
-  UndoRecord named;
-  named.id = *row.record;
-  named.sessionID = *row.batch;
-  const URL file = store.recordURL(named);
-  return files::exists(file) ? UndoRecord::read(file) : std::nullopt;
-}
-
-struct FoundRecords {
-  std::vector<UndoRecord> records;
-  QString problem;
-};
-
-/// The newest first, as they can be restored.
-FoundRecords recordsOf(const UndoStore& store, const std::vector<FileRow>& rows) {
-  FoundRecords found;
-  for (const FileRow& row : rows) {
-    try {
-      if (auto record = recordOf(store, row)) found.records.push_back(std::move(*record));
-    } catch (...) {
-      found.problem = words(describedError(std::current_exception()));
-    }
-  }
-  std::sort(found.records.begin(), found.records.end(),
-            [](const UndoRecord& one, const UndoRecord& other) { return one.createdAt > other.createdAt; });
-  return found;
-}
-
-/// A HEIC file's original never leaves: the result went from beside it.
-bool isOriginalBack(const FileRow& row) {
-  if (!files::exists(row.url)) return false;
-  if (row.state != RowState::converted) return row.before == fileSize(row.url);
-  for (int attempt = 0; attempt < maximumConversionNames; attempt++) {
-    const URL result = conversionURL(row.url, attempt);
-    if (!files::exists(result)) break;
-    if (row.after == fileSize(result)) return false;
-  }
-  return true;
-}
-
-/// Rows as they are once their records have gone: the originals are back, or cannot come back any more.
-std::vector<FileRow> rowsWithoutRecord(const UndoStore& store, std::vector<FileRow> rows) {
-  std::vector<FileRow> gone;
-  for (FileRow& row : rows) {
-    try {
-      if (recordOf(store, row)) continue;
-      const bool isBack = isOriginalBack(row);
-      row.record.reset();
-      if (isBack) {
-        row.state = RowState::restored;
-        row.after.reset();
-        row.score.reset();
-        row.encoder.reset();
-      }
-      gone.push_back(std::move(row));
-    } catch (const std::exception&) {
-      // What cannot be read may still be there.
-    }
-  }
-  return gone;
-}
-
-}  // namespace
 
 Workspace::Workspace(const QDBusConnection& connection, QObject* parent)
     : QObject(parent),
@@ -145,8 +72,8 @@ void Workspace::takeFound(std::vector<FileRow> rows) {
   rows.erase(std::remove_if(rows.begin(), rows.end(), isKnown), rows.end());
   for (const FileRow& row : rows)
     if (row.state == RowState::waiting) wait(row);
+  forgetUndoable(rows);
   files_.add(std::move(rows));
-  if (!isRunning()) countUndoable();
   Q_EMIT changed();
 }
 
@@ -215,6 +142,18 @@ bool Workspace::isOfLastRun(const FileRow& row) const {
 void Workspace::countUndoable() {
   undoable_ = 0;
   for (int index = 0; index < files_.rowCount(); index++) undoable_ += isOfLastRun(files_.row(index));
+}
+
+/// These rows take the places of what may be undoable. Counting anew for each portion that is found would
+/// cost all rows each time.
+void Workspace::forgetUndoable(const std::vector<FileRow>& replacements) {
+  if (isRunning()) return;  // they are counted at its end
+  std::unordered_set<int> places;
+  for (const FileRow& row : replacements) {
+    const auto index = files_.find(row.url);
+    if (index && isOfLastRun(files_.row(*index))) places.insert(*index);
+  }
+  undoable_ -= std::ssize(places);
 }
 
 bool Workspace::canUndoBatch() const {

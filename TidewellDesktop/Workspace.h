@@ -85,6 +85,7 @@ class Workspace : public QObject {
   void finishBatch();
   bool isOfLastRun(const FileRow& row) const;
   void countUndoable();
+  void forgetUndoable(const std::vector<FileRow>& replacements);
   void lookAfterRecords();
 
   UndoStore store_;

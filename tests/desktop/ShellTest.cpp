@@ -168,6 +168,23 @@ TEST_F(ShellWindow, UndoesNothingButTheLastRun) {
   EXPECT_FALSE(isSmaller(two));
 }
 
+TEST_F(ShellWindow, OffersNoUndoOfWhatWaitsAgain) {
+  const URL one = compressed("one.jpg");
+  int wrong = 0;  // at any moment at which the offer is shown
+  const auto look = [&] {
+    wrong += workspace_->canUndoBatch() != workspace_->files().row(0).record.has_value();
+  };
+  QObject::connect(&*workspace_, &Workspace::changed, look);
+  QObject::connect(&workspace_->files(), &FileListModel::totalsChanged, look);
+  workspace_->add({picture("two.jpg")});
+  EXPECT_TRUE(hasRows(2));
+  EXPECT_TRUE(workspace_->canUndoBatch());
+  workspace_->add({one, picture("three.jpg")}, true);
+  EXPECT_TRUE(hasRows(3));
+  EXPECT_FALSE(workspace_->canUndoBatch());
+  EXPECT_EQ(wrong, 0);
+}
+
 TEST_F(ShellWindow, WaitsAgainWithWhatWasStopped) {
   const URL file = picture("one.jpg");
   EXPECT_TRUE(drop({file}));
