@@ -10,6 +10,7 @@
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
+#include "CompressionKit/platform/Text.h"
 #include "CompressionKit/undo/AtomicRename.h"
 #include "CompressionKit/undo/RestoreTemporary.h"
 
@@ -76,8 +77,8 @@ Result guarded(const UndoStore& store, const UndoRecord& record, Work work) {
 URL numbered(const URL& folder, const URL& original, int number) {
   if (number == 1) return folder.appending(original.lastPathComponent());
   const std::string extension = original.pathExtension();
-  return folder.appending(original.stem() + "-" + std::to_string(number) +
-                          (extension.empty() ? "" : "." + extension));
+  return folder.appending(fittingName(
+      original.stem(), "-" + std::to_string(number) + (extension.empty() ? "" : "." + extension)));
 }
 
 }  // namespace

@@ -130,6 +130,17 @@ std::string printable(std::string_view path) {
   return result;
 }
 
+std::string fittingName(std::string_view stem, std::string_view end) {
+  constexpr std::size_t room = 255;
+  if (stem.size() + end.size() > room && end.size() < room) {
+    std::size_t kept = room - end.size();
+    const auto continues = [&] { return (static_cast<unsigned char>(stem[kept]) & 0xC0) == 0x80; };
+    for (int i = 0; i < 3 && kept > 0 && continues(); ++i) --kept;
+    stem = stem.substr(0, kept);
+  }
+  return std::string(stem).append(end);
+}
+
 std::string_view trimmed(std::string_view text) {
   while (!text.empty()) {
     const Decoded first = decodeFirst(text);

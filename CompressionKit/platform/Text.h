@@ -21,6 +21,10 @@ std::string characterPrefix(std::string_view text, std::size_t count);
 /// A name or path as people may see it: valid UTF-8, without control characters.
 std::string printable(std::string_view path);
 
+/// The name of a file from its stem and how it ends. A stem that leaves no room in a name (255 bytes) is cut,
+/// between characters where it is UTF-8.
+std::string fittingName(std::string_view stem, std::string_view end);
+
 /// White space and line ends removed from both ends.
 std::string_view trimmed(std::string_view text);
 

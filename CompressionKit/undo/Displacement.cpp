@@ -12,6 +12,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
+#include "CompressionKit/platform/Text.h"
 #include "CompressionKit/undo/AtomicRename.h"
 
 namespace tidewell {
@@ -42,9 +43,8 @@ void publishBeside(const URL& place, const URL& file) {
   std::string end = "）";
   if (!file.pathExtension().empty()) end += "." + file.pathExtension();
   for (int i = 0; i < 1000; ++i) {
-    std::string name = file.stem() + "（潮汐井找回";
-    if (i > 0) name += std::to_string(i);
-    const URL visible = folder.appending(name + end);
+    const std::string number = i > 0 ? std::to_string(i) : "";
+    const URL visible = folder.appending(fittingName(file.stem(), "（潮汐井找回" + number + end));
     if (atomicRenameIfAbsent(place, visible)) return;
   }
   throw CompressionError::fileOperation("无法找回文件：同名文件过多");

@@ -174,10 +174,15 @@ TEST_F(UndoActionsTest, CopiesProvenBackupsBesideWhatIsThere) {
     EXPECT_EQ(files::read(*result.file), "original bytes");
   }
   EXPECT_EQ(read("photo.jpg"), "edited since");
+  const std::string longest(251, 'a');
+  const UndoRecord ofLongName = replace(folder_.write(longest + ".jpg", "original bytes"), "smaller");
+  for (const std::string& stem : {longest, longest.substr(2) + "-2"}) {
+    EXPECT_EQ(actions_.copyOut(ofLongName, out).file, out.appending(stem + ".jpg"));
+  }
   EXPECT_EQ(actions_.copyOut(record, folder_ / "missing").outcome, Outcome::failed);
   overwrite(store_.backupURL(record), "original Bytes");
   EXPECT_EQ(actions_.copyOut(record, out).outcome, Outcome::backupDamaged);
-  EXPECT_EQ(files::namesInDirectory(out).size(), 2U);
+  EXPECT_EQ(files::namesInDirectory(out).size(), 4U);
 }
 
 TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {

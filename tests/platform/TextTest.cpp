@@ -65,6 +65,19 @@ TEST(Text, CountsWhatAUserSeesAsOneCharacter) {
   for (const auto& c : cases) EXPECT_EQ(characterPrefix(c.text, c.count), c.prefix) << c.text;
 }
 
+TEST(Text, MakesNamesThatFit) {
+  const auto of = [](std::size_t count, const std::string& text) {
+    std::string result;
+    while (count-- > 0) result += text;
+    return result;
+  };
+  EXPECT_EQ(fittingName("photo", "-2.jpg"), "photo-2.jpg");
+  EXPECT_EQ(fittingName(of(251, "a"), ".jpg"), of(251, "a") + ".jpg");
+  EXPECT_EQ(fittingName(of(251, "a"), "-2.jpg"), of(249, "a") + "-2.jpg");
+  EXPECT_EQ(fittingName(of(84, "井"), "-23.jpg"), of(82, "井") + "-23.jpg") << "not within a character";
+  EXPECT_EQ(fittingName(of(255, "\xBF"), "-2"), of(250, "\xBF") + "-2") << "no text at all";
+}
+
 TEST(Text, TrimsEveryKindOfSpace) {
   EXPECT_EQ(trimmed(" \t\r\n\v\f12.5\n"), "12.5");
   EXPECT_EQ(trimmed("\u3000\u00A0 a \u2028b\u2029\u0085\u2003"), "a \u2028b");
