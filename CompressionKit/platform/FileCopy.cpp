@@ -64,9 +64,28 @@ bool belongsToUser(const std::string& name) {
   return name.starts_with("user.") || name == accessControlList;
 }
 
-void copyExtendedAttributes(int from, int to, const URL& url, Missing missing) {
+/// What the access control list gives to the file's group itself, as bits of a mode; the bits of the mode are
+/// the mask for all whom it names. The form of the attribute is that of <linux/posix_acl_xattr.h>.
+mode_t groupRights(const std::string& list) {
+  constexpr std::size_t head = 4, entry = 8;
+  constexpr char ofGroup = 0x04;
+  for (std::size_t at = head; at + entry <= list.size(); at += entry) {
+    if (list[at] == ofGroup && list[at + 1] == 0) return static_cast<mode_t>(list[at + 2] & S_IRWXO) << 3;
+  }
+  return 0;
+}
+
+/// Returns the bits of a mode that must not be set.
+mode_t copyExtendedAttributes(int from, int to, const URL& url, Missing missing) {
   const auto names = attributeNames(from);
-  if (std::ranges::find(names, accessControlList) == names.end()) {
+  const auto has = [&](const std::string& name) { return std::ranges::find(names, name) != names.end(); };
+  if (missing == Missing::isError) {
+    for (const auto& name : attributeNames(to)) {
+      if (name.starts_with("user.") && !has(name)) fremovexattr(to, name.c_str());
+    }
+  }
+  mode_t forbidden = 0;
+  if (!has(std::string(accessControlList))) {
     // A default list of the directory may have given the new file one that the original does not have.
     fremovexattr(to, std::string(accessControlList).c_str());
   }
@@ -75,9 +94,12 @@ void copyExtendedAttributes(int from, int to, const URL& url, Missing missing) {
     if (!value || fsetxattr(to, name.c_str(), value->data(), value->size(), 0) == 0) continue;
     const int code = errno;
     const bool refused = code == ENOTSUP || code == EPERM || code == EACCES;
-    if (!belongsToUser(name) || (refused && missing == Missing::isAccepted)) continue;
-    throw FileError("复制属性到", url.path(), code);
+    if (belongsToUser(name) && (!refused || missing == Missing::isError)) {
+      throw FileError("复制属性到", url.path(), code);
+    }
+    if (name == accessControlList) forbidden = S_IRWXG & ~groupRights(*value);
   }
+  return forbidden;
 }
 
 /// Gives `to` the owner and group where we may, and returns the mode that it should get.
@@ -104,8 +126,8 @@ mode_t copyOwner(const struct stat& info, int to, const URL& url, Missing missin
 
 /// The mode comes last: a change of owner clears bits of it, an access control list sets its group bits.
 void copyOwnerAttributesAndMode(int from, int to, const struct stat& info, const URL& url, Missing missing) {
-  const mode_t mode = copyOwner(info, to, url, missing);
-  copyExtendedAttributes(from, to, url, missing);
+  mode_t mode = copyOwner(info, to, url, missing);
+  mode &= ~copyExtendedAttributes(from, to, url, missing);
   if (fchmod(to, mode) != 0) throw FileError("设置权限", url.path(), errno);
 }
 

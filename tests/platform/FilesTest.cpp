@@ -56,6 +56,9 @@ TEST(Files, CopiesWholeFilesOrTheirAttributes) {
   EXPECT_EQ(files::resourceValues(copy).modifiedAt, files::resourceValues(source).modifiedAt);
   EXPECT_EQ(files::read(candidate), "candidate");
   EXPECT_NE(status(candidate).st_mtim.tv_sec, 2'000'000);
+  removexattr(source.path().c_str(), "user.tidewell");
+  files::copyAttributes(source, candidate);
+  EXPECT_EQ(tag(candidate), "") << "a tag that is gone";
 
   EXPECT_EQ(errnoOf([&] { files::copyItem(source, copy); }), EEXIST);
   EXPECT_EQ(errnoOf([&] { files::copyItem(folder.url(), folder / "d"); }), EISDIR);
