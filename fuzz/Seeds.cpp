@@ -70,6 +70,8 @@ void Seeds::addJPEGs() {
                                                  "g:b=\"1\"><g:c/>d</a>"));
   this->add({"Metadata"}, plain.substr(0, 2) + "\xFF\xE1" + number(packet.size() + 2, 2) + packet +
                               plain.substr(2) + number(24, 4) + "ftypmp42");
+  this->add({"Metadata"}, plain.substr(0, 2) + std::string("\xFF\xE3\0\6raw\1\xFF\xE8\0\4ab", 14) +
+                              plain.substr(2) + std::string("\0\0behind", 8));
 }
 
 void Seeds::addPNGs() {
@@ -98,6 +100,7 @@ void Seeds::addPNGs() {
   add(test::pngOfOneRow(4, 2, 3, "\x18", palette + test::pngChunk("tRNS", "\x80")));
   add(test::pngOfOneRow(8, 1, 0, "\x5a", test::pngChunk("tRNS", std::string(2, '\0'))));
   add(test::pngOfOneRow(2, 16, 4, "12345678"));
+  add(test::withChunk(test::withChunk(alpha, "vpAg", "page"), "mkBF", "layers") + "behind");
 }
 
 void Seeds::addGIFs() {

@@ -45,6 +45,8 @@ class TIFFDirectories {
   std::optional<Entry> entry(Directory directory, std::uint32_t tag) const;
   /// Of a SHORT or LONG with this tag.
   std::optional<std::uint32_t> integer(Directory directory, std::uint32_t tag) const;
+  /// Where the value of an entry lies that has more than four bytes.
+  std::uint32_t place(const Entry& entry) const { return number(entry.value(), 4).value_or(0); }
   std::string_view bytes(std::size_t position, std::size_t size) const;
 
  private:

@@ -22,10 +22,12 @@ constexpr std::size_t maximumBytes = std::size_t{64} << 20;
 /// Pixels, colour profile and all else that says how to show them stay the candidate's.
 ///
 /// - JPEG: Exif with its thumbnail, XMP with its extension, Photoshop and IPTC (APP13), comments, the density
-///   of JFIF (which is added where it cannot change colours), FlashPix, Kodak "Meta", "Ducky" and picture
-///   information (APP12), thermal data (FLIR), GoPro. Not kept: APP14 (decides colours), ICC profiles, the
-///   index of further pictures (MPF), whatever else stands in APPn, and what lies behind the picture.
-/// - PNG: eXIf, tEXt, zTXt, iTXt, pHYs, tIME.
+///   of JFIF (which is added where it cannot change colours), FlashPix, and whatever applications say in
+///   other segments, as thermal data. Not kept: APP14 and SPIFF (decide colours), ICC profiles, the index of
+///   further pictures (MPF), what else stands in APP0, APP2 (of gain maps) and APP11 (signatures of the old
+///   bytes, layers of its samples), and what lies behind the picture.
+/// - PNG: eXIf, tEXt, zTXt, iTXt, pHYs, tIME, and all chunks that are marked as safe to copy, but for those
+///   that say how to show the pixels.
 /// - GIF: comments and XMP.
 /// - HEIC to PNG: Exif, whose orientation becomes 1, for the PNG is upright, and XMP.
 ///
@@ -37,12 +39,16 @@ constexpr std::size_t maximumBytes = std::size_t{64} << 20;
 /// untouched then.
 void carry(const URL& original, const URL& candidate, const StopToken& stop = {});
 
-/// A video lies behind the picture (a motion photo), or its XMP says so. False for what cannot be read.
+/// More than a picture is in the file, of what `carry` would leave: a video lies behind the picture (a motion
+/// photo), or its XMP says so; more than 1 KiB of anything but zeros follows the end of a JPEG, PNG or GIF,
+/// and no index says that it is pictures which serve the first one; more than 1 KiB of a PNG lies in chunks
+/// that are not safe to copy and that no standard knows. False for what cannot be read.
 bool embedsMedia(const URL& file, const StopToken& stop = {});
 
 /// One thing that a file says. The names are fixed and English: "date", "place", "camera", "author",
 /// "copyright", "description", "Exif", "XMP", "IPTC", "comment", "text", "resolution", "thumbnail",
-/// "profile", "further pictures", "video".
+/// "profile", "further pictures", "video", "other data": all else that is not of the pixels and their
+/// colours, between and behind them; zeros behind them count as nothing.
 struct Entry {
   std::string name;
   std::uint64_t bytes;  ///< how much of the file it takes
@@ -52,7 +58,7 @@ struct Entry {
 /// Each name once, in the order above; all that could be read of a damaged file. Throws `FileError`.
 std::vector<Entry> entries(const URL& file, const StopToken& stop = {});
 
-/// The names that `before` has and `after` has not.
+/// The names that `before` has and `after` has not, and "other data" also where `after` has less of it.
 std::vector<std::string> gone(const std::vector<Entry>& before, const std::vector<Entry>& after);
 
 }  // namespace tidewell::metadata

@@ -17,9 +17,10 @@ namespace {
 using Kind = Piece::Kind;
 using namespace std::string_view_literals;
 
+constexpr std::string_view otherData = "other data";
 constexpr std::string_view names[] = {
-    "date",    "place", "camera",     "author",    "copyright", "description",      "Exif", "XMP", "IPTC",
-    "comment", "text",  "resolution", "thumbnail", "profile",   "further pictures", "video"};
+    "date",    "place", "camera",     "author",    "copyright", "description",      "Exif",  "XMP",    "IPTC",
+    "comment", "text",  "resolution", "thumbnail", "profile",   "further pictures", "video", otherData};
 
 class Sums {
  public:
@@ -130,7 +131,7 @@ void addPiece(const Piece& piece, Sums& sums) {
     case Kind::pictureIndex:
       return sums.add("further pictures", data.size());
     case Kind::other:
-      return;
+      return sums.add(otherData, data.size());
   }
 }
 
@@ -139,15 +140,26 @@ void addPiece(const Piece& piece, Sums& sums) {
 std::vector<Entry> entries(const URL& file, const StopToken& stop) {
   Sums sums;
   const ImageInput input(file);
-  for (const Piece& piece : readablePieces(input, stop).all) addPiece(piece, sums);
-  sums.add("video", videoBytes(input, stop));
+  const Pieces pieces = readablePieces(input, stop);
+  bool hasIndex = false;
+  for (const Piece& piece : pieces.all) {
+    addPiece(piece, sums);
+    hasIndex = hasIndex || piece.kind == Kind::pictureIndex;
+  }
+  const Behind behind = whatLiesBehind(input, pieces, stop);
+  sums.add("video", behind.video);
+  // What an index announces lies there.
+  sums.add(hasIndex ? "further pictures" : otherData, behind.bytes - std::min(behind.bytes, behind.video));
+  sums.add(otherData, pieces.unknownBytes);
   return sums.entries();
 }
 
 std::vector<std::string> gone(const std::vector<Entry>& before, const std::vector<Entry>& after) {
   std::vector<std::string> result;
   for (const Entry& entry : before) {
-    const auto isIt = [&](const Entry& other) { return other.name == entry.name; };
+    // Much of different kinds has this one name, and what stays of it stays byte for byte.
+    const std::uint64_t least = entry.name == otherData ? entry.bytes : 1;
+    const auto isIt = [&](const Entry& other) { return other.name == entry.name && other.bytes >= least; };
     if (std::none_of(after.begin(), after.end(), isIt)) result.push_back(entry.name);
   }
   return result;

@@ -49,11 +49,12 @@ struct Block {
   bool isOfFrame() const { return label == 0 || label == plainText || label == graphicControl; }
   bool isComment() const { return label == comment; }
   bool isXMP() const { return name == "XMP DataXMP"; }
+  bool isLoop() const { return name == "NETSCAPE2.0" || name == "ANIMEXTS1.0"; }
 };
 
-/// All blocks before the trailer.
+/// All blocks before the trailer. Returns where that ends.
 template <typename Visit>
-void forEachBlock(std::FILE* file, const StopToken& stop, Visit visit) {
+long forEachBlock(std::FILE* file, const StopToken& stop, Visit visit) {
   std::rewind(file);
   skip(file, 10);
   const int flags = byteOf(file);
@@ -64,7 +65,7 @@ void forEachBlock(std::FILE* file, const StopToken& stop, Visit visit) {
     Block block;
     block.start = std::ftell(file);
     const int kind = byteOf(file);
-    if (kind == trailer) return;
+    if (kind == trailer) return block.start + 1;
     if (kind == image) {
       skip(file, 8);
       skipColors(file, byteOf(file));
@@ -90,10 +91,13 @@ void forEachBlock(std::FILE* file, const StopToken& stop, Visit visit) {
 
 void readGIF(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
   const auto stream = file.stream();
-  forEachBlock(stream.get(), stop, [&](const Block& block) {
+  pieces.end = forEachBlock(stream.get(), stop, [&](const Block& block) {
     const bool isProfile = block.name == "ICCRGBG1012";
-    if (!block.isComment() && !block.isXMP() && !isProfile) return;
     const auto size = static_cast<std::size_t>(block.end - block.start);
+    if (!block.isComment() && !block.isXMP() && !isProfile) {
+      if (!block.isOfFrame() && !block.isLoop()) pieces.unknownBytes += size;
+      return;
+    }
     if (size > maximumBytes) throw CompressionError::validationFailed();
     Piece piece{.kind = isProfile       ? Kind::profile
                         : block.isXMP() ? Kind::xmp

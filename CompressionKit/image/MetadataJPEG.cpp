@@ -43,12 +43,29 @@ constexpr Known known[] = {
 };
 constexpr std::size_t densityAt = 8, densityBytes = 5;  // of the marker and body: unit, across, down
 constexpr auto squareDensity = "\0\0\1\0\1"sv;
+constexpr int firstApplication = 0xE0, lastApplication = 0xEF, adobe = 0xEE;
+
+bool isSPIFF(int marker, std::string_view body) {
+  return marker == 0xE8 && body.starts_with("SPIFF\0"sv);
+}
+
+/// Of the colours of the samples, which are the candidate's.
+bool saysHowToShow(int marker, std::string_view body) {
+  return isSPIFF(marker, body) || (marker == adobe && body.starts_with("Adobe"));
+}
 
 const Known* knownAs(int marker, std::string_view body) {
   const auto* found = std::find_if(std::begin(known), std::end(known), [&](const Known& it) {
     return it.marker == marker && body.starts_with(it.start) && body.size() >= it.prefix;
   });
   return found == std::end(known) ? nullptr : found;
+}
+
+/// Nobody knows what an application says there, so it stays. Not so APP0, APP2, APP11, APP14 and SPIFF: they
+/// may say how to show the old samples, belong to pictures behind the first, or sign the old bytes.
+bool isCarriedUnknown(int marker, std::string_view body) {
+  constexpr std::string_view applications = "\xE1\xE3\xE4\xE5\xE6\xE7\xE8\xE9\xEA\xEC\xED\xEF";
+  return applications.find(static_cast<char>(marker)) != std::string_view::npos && !isSPIFF(marker, body);
 }
 
 std::string segment(std::string_view markerAndBody) {
@@ -97,7 +114,7 @@ class Candidate {
     const std::string whole = static_cast<char>(marker) + body;
     if (it != nullptr && it->kind == Kind::density) {
       if (header_.empty()) header_ = whole;
-    } else if (it == nullptr || it->kind >= Kind::profile) {
+    } else if (it == nullptr ? !isCarriedUnknown(marker, body) : it->kind >= Kind::profile) {
       rest_ += segment(whole);
     }
     const bool isFrame =
@@ -117,7 +134,6 @@ class Candidate {
     return same;
   }
 
-  static constexpr int adobe = 0xEE;
   static constexpr auto plainHeader = "\xE0JFIF\0\1\1\0\0\1\0\1\0\0"sv;  // version 1.1, no thumbnail
   std::string header_, rest_;
   bool isPlain_ = true;
@@ -127,13 +143,16 @@ class Candidate {
 
 void readJPEG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
   const auto wanted = [](int marker) {
-    return std::any_of(std::begin(known), std::end(known),
-                       [&](const Known& it) { return it.marker == marker; });
+    return (marker >= firstApplication && marker <= lastApplication) || marker == JPEGSegments::comment;
   };
   const auto end =
       JPEGSegments::walk(file.stream().get(), stop, wanted, [&](int marker, const std::string& body) {
         if (const Known* it = knownAs(marker, body)) {
           pieces.add({.kind = it->kind, .whole = static_cast<char>(marker) + body, .prefix = 1 + it->prefix});
+        } else if (isCarriedUnknown(marker, body)) {
+          pieces.add({.kind = Kind::other, .whole = static_cast<char>(marker) + body, .prefix = 1});
+        } else if (!saysHowToShow(marker, body)) {
+          pieces.unknownBytes += body.size();
         }
       });
   if (!end) throw CompressionError::invalidImage();

@@ -3,6 +3,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <optional>
@@ -21,18 +22,42 @@ using namespace std::string_view_literals;
 constexpr std::size_t chunkHead = 8, chunkSum = 4;
 constexpr auto xmpStart = "XML:com.adobe.xmp\0\0\0\0\0"sv;  // not compressed, of no language
 
+/// Chunks that say how to show the pixels, or where those lie in the file (iDOT): the candidate's are right.
+constexpr std::string_view ofPixels[] = {"tRNS", "cHRM", "gAMA", "sBIT", "sRGB", "cICP",
+                                         "mDCV", "mDCv", "cLLI", "cLLi", "bKGD", "hIST",
+                                         "sPLT", "acTL", "fcTL", "fdAT", "iDOT"};
+/// Not to be copied beside other pixels, and no loss to speak of; caBX is signed over the old bytes.
+constexpr std::string_view dispensable[] = {"pCAL", "sCAL", "sTER", "dSIG", "caBX"};
+
+template <std::size_t count>
+bool isOneOf(const std::string_view (&types)[count], std::string_view type) {
+  return std::find(std::begin(types), std::end(types), type) != std::end(types);
+}
+
+/// A small letter says yes: the first that decoders need not know the chunk, the last that whoever does not
+/// know it may copy it beside pixels that changed.
+bool isAncillary(std::string_view type) {
+  return (type[0] & 0x20) != 0;
+}
+bool isSafeToCopy(std::string_view type) {
+  return (type[3] & 0x20) != 0;
+}
+
+/// Of what is held; nothing of all else.
 std::optional<Kind> kindOf(std::string_view type) {
   if (type == "eXIf") return Kind::exif;
   if (type == "tEXt" || type == "zTXt" || type == "iTXt") return Kind::text;
   if (type == "pHYs") return Kind::density;
   if (type == "tIME") return Kind::date;
   if (type == "iCCP") return Kind::profile;
+  if (isAncillary(type) && isSafeToCopy(type) && !isOneOf(ofPixels, type)) return Kind::other;
   return std::nullopt;
 }
 
-/// The first bytes of each chunk are handed out, `offset` and `whole` say where all of it lies.
+/// `visit` is told the type of each chunk, and by `offset` and `whole` where it lies. Returns where IEND
+/// ends.
 template <typename Visit>
-void forEachChunk(const ImageInput& file, const StopToken& stop, Visit visit) {
+std::uint64_t forEachChunk(const ImageInput& file, const StopToken& stop, Visit visit) {
   const auto size = static_cast<std::uint64_t>(file.size());
   std::array<char, chunkHead> head{};
   for (std::uint64_t offset = pngSignature.size();;) {
@@ -45,8 +70,8 @@ void forEachChunk(const ImageInput& file, const StopToken& stop, Visit visit) {
     if (!isThere || whole > size - offset) throw CompressionError::invalidImage();
     const std::string_view type = bytes.substr(4);
     visit(type, offset, static_cast<std::size_t>(whole));
-    if (type == "IEND") return;
     offset += whole;
+    if (type == "IEND") return offset;
   }
 }
 
@@ -67,9 +92,13 @@ std::string chunk(std::string_view type, std::string_view data) {
 
 void readPNG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
   bool afterPixels = false;
-  forEachChunk(file, stop, [&](std::string_view type, std::uint64_t offset, std::size_t whole) {
+  const auto visit = [&](std::string_view type, std::uint64_t offset, std::size_t whole) {
     if (type == "IDAT") afterPixels = true;
-    auto kind = kindOf(type);
+    const auto kind = kindOf(type);
+    if (!kind && isAncillary(type) && !isOneOf(ofPixels, type)) {
+      pieces.unknownBytes += whole - pngChunkOverhead;
+      if (!isOneOf(dispensable, type)) pieces.unsafeBytes += whole - pngChunkOverhead;
+    }
     if (!kind) return;
     if (whole > maximumBytes) throw CompressionError::validationFailed();
     std::string bytes(whole, '\0');
@@ -83,7 +112,8 @@ void readPNG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
                 .prefix = chunkHead,
                 .suffix = chunkSum,
                 .afterPixels = afterPixels});
-  });
+  };
+  pieces.end = static_cast<std::int64_t>(forEachChunk(file, stop, visit));
 }
 
 std::string pngWith(const Pieces& pieces, const std::string& candidate) {

@@ -28,7 +28,7 @@ struct Piece {
     text,
     density,
     date,
-    other,    ///< carried, of no name
+    other,    ///< carried as it is, whatever it says
     profile,  ///< this and what follows is not carried
     pictureIndex,
   };
@@ -44,13 +44,18 @@ struct Piece {
   bool isCarried() const { return kind < Kind::profile; }
 };
 
-/// Those of one file, in their order.
+/// Those of one file, in their order, and what is only counted of it.
 class Pieces {
  public:
   /// Throws `CompressionError::validationFailed` above `maximumBytes` of them all.
   void add(Piece piece);
 
   std::vector<Piece> all;
+  std::uint64_t unknownBytes = 0;  ///< in what is neither carried nor of a known kind
+  /// Of PNG chunks among these that nobody may copy beside other pixels who does not know them, as editors
+  /// keep layers in.
+  std::uint64_t unsafeBytes = 0;
+  std::optional<std::int64_t> end;  ///< where the picture of a PNG or GIF ends
 
  private:
   std::size_t bytes_ = 0;
@@ -66,8 +71,14 @@ void readHEIC(const ImageInput& file, Pieces& pieces, const StopToken& stop);
 
 /// Those of a file of any kind that can be read; none of one of no known kind.
 Pieces readablePieces(const ImageInput& file, const StopToken& stop);
-/// From where a video begins behind the picture of a JPEG or HEIC file to the file's end; 0 without one.
-std::uint64_t videoBytes(const ImageInput& file, const StopToken& stop);
+
+/// What follows the end of a picture.
+struct Behind {
+  std::uint64_t bytes = 0;  ///< of JPEG, PNG and GIF; 0 where all are zero, with which some devices pad
+  std::uint64_t video = 0;  ///< of JPEG and HEIC: from where one begins to the file's end; 0 without one
+};
+/// `pieces` are those of the file. One pass over a JPEG or HEIC; little is read of other files.
+Behind whatLiesBehind(const ImageInput& file, const Pieces& pieces, const StopToken& stop);
 
 // The bytes of a candidate with these pieces, of a file of its kind, in place of its own. Throw
 // `CompressionError::invalidImage`.

@@ -120,9 +120,9 @@ TEST_F(Engine, CarriesMetadataWhereAsked) {
     std::string metadata, ballast;
   } cases[] = {
       {"a.jpg", "jpegli-420-72.jpg", files::read(tools.answer("jpegli-420-72.jpg")), 20, "\xFF\xFE\0\6note"s,
-       "\xFF\xE5" + test::number(ballast.size() + 2, 2) + ballast},
+       "\xFF\xEB" + test::number(ballast.size() + 2, 2) + ballast},
       {"a.png", "quant-0.png", files::read(still), 33, test::pngChunk("tEXt", "Author\0me"s),
-       test::pngChunk("baLl", ballast)},
+       test::pngChunk("iDOT", ballast)},
       {"a.gif", "optimized.gif", files::read(animation), files::read(animation).size() - 1,
        "\x21\xFE\4note\0"s,
        "\x21\xFF\x0B"

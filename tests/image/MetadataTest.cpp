@@ -79,6 +79,10 @@ TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
                                    "8BIM"s) +
                            segment(0xFE, "a comment") + segment(0xFE, std::string(65533, 'c')) +
                            segment(0xE1, "FLIR\0\1\0\0"s) + segment(0xEC, "Ducky\0"s);
+  std::string unknown;
+  for (const int marker : {0xE1, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA, 0xEC, 0xED, 0xEF}) {
+    unknown += segment(marker, "raw\xFF\xD9"s) + segment(marker, "");
+  }
   const std::string directory =
       "<C:Directory><r:Seq><r:li r:parseType='Resource'><C:Item C:x='1'/></r:li></r:Seq></C:Directory>";
   const std::string noted = packet(" n:HasExtendedXMP='A'", "<dc:d/>");
@@ -86,8 +90,10 @@ TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
       {"all that is kept, in its order", kept, kept},
       {"not what decides pixels or points behind them",
        segment(0xEE, "Adobe\0\0\0\0\0\0\0"s) + segment(0xE2, "MPF\0II*\0"s) + segment(0xEB, "JP") +
-           segment(0xE2, "ICC_PROFILE\0\1\1x"s) + segment(0xE8, "SPIFF\0"s) + segment(0xE1, "Exif"),
+           segment(0xE2, "ICC_PROFILE\0\1\1x"s) + segment(0xE8, "SPIFF\0"s) + segment(0xE0, "JFXX\0"s) +
+           segment(0xE2, "urn:iso:std:iso:ts:21496:-1\0"s) + segment(0xEE, "x"),
        ""},
+      {"what nobody knows", unknown + segment(0xE1, "Exif"), unknown + segment(0xE1, "Exif")},
       {"stray bytes and fill bytes", "\xFF\xFF" + segment(0xFE, "a") + "stray" + segment(0xFE, "b"),
        segment(0xFE, "a") + segment(0xFE, "b")},
       {"a density with a unit", density("\1\1\x2C\1\x2C"s), density("\1\1\x2C\1\x2C"s)},
@@ -112,7 +118,7 @@ TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
     EXPECT_EQ(carried("\xFF\xD8" + c.before + scan, candidate), "\xFF\xD8" + c.after + scan) << c.name;
     // What the candidate has of its own goes.
     const std::string own =
-        "\xFF\xD8" + segment(0xE1, test::exifWithOrientation(6)) + segment(0xFE, "own") + scan;
+        "\xFF\xD8" + segment(0xE1, test::exifWithOrientation(6)) + segment(0xFE, "own") + unknown + scan;
     EXPECT_EQ(carried("\xFF\xD8" + c.before + scan, own), "\xFF\xD8" + c.after + scan) << c.name;
   }
   EXPECT_EQ(carried("\xFF\xD8" + kept + scan, "\xFF\xD8" + density("\0\0\1\0\1"s) + scan),
@@ -141,8 +147,11 @@ TEST_F(MetadataTest, PNGAndGIFTakeOverTheirTexts) {
                            pngChunk("pHYs", "\0\0\1\0\0\0\1\0\1"s);
   const std::string text = pngChunk("zTXt", "c\0\0d"s), time = pngChunk("tIME", "\7\1\1\1\1\1\1"s);
   const std::string gamma = pngChunk("gAMA", number(45455, 4)), color = pngChunk("sRGB", "\0"s);
-  EXPECT_EQ(carried(png(kept + gamma, text + time), png(color + pngChunk("tEXt", "own\0"s), text)),
-            png(kept + color, text + time));
+  const std::string unsafe = pngChunk("caBX", "x") + pngChunk("prVW", "x") + pngChunk("mDCv", "x");
+  const std::string safe = pngChunk("vpAg", "page"), offset = pngChunk("oFFs", "\0\0\0\1\0\0\0\1\0"s);
+  EXPECT_EQ(carried(png(kept + gamma + unsafe + safe, text + time + offset),
+                    png(color + pngChunk("tEXt", "own\0"s) + pngChunk("vpAg", "own"), text)),
+            png(kept + safe + color, text + time + offset));
 
   const auto gif = [](const std::string& before, const std::string& between) {
     const std::string frame = "\x21\xF9\4\0\0\0\0\0,\0\0\0\0\1\0\1\0\0\2\2\x44\1\0"s;
