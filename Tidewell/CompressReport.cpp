@@ -41,7 +41,8 @@ const char* described(Reason reason) {
     case Reason::notSmaller:
       return _("nothing smaller was found");
     case Reason::embeddedMedia:
-      return _("holds a video (--strip compresses it without)");
+      return _(
+          "holds more than a picture (a video, say), which would be lost; --strip compresses it without");
   }
   return "";
 }
@@ -58,7 +59,7 @@ std::string countedReason(Reason reason, std::int64_t count) {
     case Reason::notSmaller:
       return counted("{1} without anything smaller", "{1} without anything smaller", count);
     case Reason::embeddedMedia:
-      return counted("{1} with a video inside", "{1} with a video inside", count);
+      return counted("{1} with more than a picture inside", "{1} with more than a picture inside", count);
   }
   return "";
 }

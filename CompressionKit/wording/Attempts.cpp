@@ -28,7 +28,7 @@ constexpr Words reasons[] = {
     {"component_error", N_("the tool failed")},
     {"missing_component", N_("the tool is not installed")},
     {"below_minimum", N_("too little to gain")},
-    {"embedded_media", N_("holds a video, which would be lost")},
+    {"embedded_media", N_("holds more than a picture (a video, say), which would be lost")},
 };
 
 constexpr Words outcomes[] = {
@@ -41,7 +41,7 @@ constexpr Words outcomes[] = {
 /// Where files were left for something else than their results.
 constexpr Words skips[] = {
     {"below_minimum", N_("left as it was: too little to gain")},
-    {"embedded_media", N_("left as it was: it holds a video")},
+    {"embedded_media", N_("left as it was: it holds more than a picture (a video, say)")},
 };
 
 template <std::size_t count>

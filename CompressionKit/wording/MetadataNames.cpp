@@ -18,7 +18,7 @@ constexpr const char* metadataNames[] = {
     N_("date"),        N_("place"),      N_("camera"),    N_("author"),  N_("copyright"),
     N_("description"), N_("Exif"),       N_("XMP"),       N_("IPTC"),    N_("comment"),
     N_("text"),        N_("resolution"), N_("thumbnail"), N_("profile"), N_("further pictures"),
-    N_("video"),
+    N_("video"),       N_("other data"),
 };
 
 }  // namespace

@@ -23,7 +23,7 @@ QString whySkipped(const Report& report) {
   const auto has = [&](std::string_view reason) {
     return std::ranges::find(report.attempts, reason, &CandidateDiagnostic::reason) != report.attempts.end();
   };
-  if (has("embedded_media")) return words(_("holds a video, which would be lost"));
+  if (has("embedded_media")) return words(_("holds more than a picture (a video, say), which would be lost"));
   return words(has("below_minimum") ? _("too little to gain") : _("nothing smaller was found"));
 }
 
