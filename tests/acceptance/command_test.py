@@ -103,6 +103,27 @@ class Command(unittest.TestCase):
         self.assertRegex(result.stdout.decode(), r"^1 个文件，节省 \x1b\[1m[\d.]+ kB\x1b\[0m；(\d{4}-\d\d-\d\d )?\d\d:\d\d 之前可用")
         self.assertEqual(result.stderr, b"", "progress is for terminals")
 
+    def test_data_beside_the_picture_stays(self):
+        thermal = b"".join(b"\xff\xe3\xff\xff" + bytes([part]) * 65533 for part in range(3))
+        png = images.saved(images.photo(320, 240), "PNG")
+        page, layers = images.chunk(b"vpAg", bytes(9)), images.chunk(b"mkBF", bytes(2000))
+        left = {"zip.jpg": self.jpeg + b"PK\3\4" + bytes(range(256)) * 8, "tail.png": png + b"tail" * 5000,
+                "layers.png": png[:-12] + layers + png[-12:]}
+        made = {"thermal.jpg": self.jpeg[:2] + thermal + self.jpeg[2:], "page.png": png[:33] + page + png[33:]}
+        for name, data in (left | made).items():
+            self.add(name, data)
+        found = self.lines("compress", "--json", self.photos)
+        files = {pathlib.Path(line["path"]).name: line for line in found if line["type"] == "file"}
+        self.assertEqual({name: files[name].get("reason") for name in left}, dict.fromkeys(left, "embedded_media"))
+        self.assertEqual({name: (self.photos / name).read_bytes() for name in left}, left)
+        for name, data in (("thermal.jpg", thermal), ("page.png", page)):
+            self.assertEqual(files[name]["outcome"], "replaced")
+            self.assertIn(data, (self.photos / name).read_bytes())
+            self.assertRegex(self.run_command("compare", self.photos / name).stdout.decode(), "went +nothing\n")
+        self.lines("compress", "--json", "--strip", self.photos)
+        for name in ("zip.jpg", "layers.png"):
+            self.assertRegex(self.run_command("compare", self.photos / name).stdout.decode(), "went +other data\n")
+
     def test_backups_among_the_photos_stay(self):
         self.environment["XDG_DATA_HOME"] = str(self.photos / ".data")
         self.add("a.jpg")
