@@ -205,20 +205,20 @@ TEST_F(MetadataTest, FindsVideosBehindPictures) {
     return "\xFF\xD8" + xmp(packet(attributes, elements)) + scan;
   };
   const std::string video = number(24, 4) + "ftypmp42";
-  const std::string far =
-      std::string((256 << 10) - 10 - photo.size(), '\0');  // across two of what is read at once
+  const std::string heic = test::HEIFFile{}.bytes();
+  const std::string far((256 << 10) - 10 - heic.size(), '\0');  // across two of what is read at once
   const std::pair<std::string, bool> cases[] = {
       {photo, false},
       {photo + std::string(100, 'f') + video, true},
-      {photo + far + video, true},
       {photo + "....ftypmp42", false},
       {photo + "MotionPhoto_Data", true},
       {marked(" G:MotionPhoto='1'"), true},
       {marked(" G:MotionPhotoVersion='1' G:MotionPhoto='0'"), false},
       {marked("", "<G:MicroVideo>1</G:MicroVideo>"), true},
       {marked("", "<C:Item C:Mime='video/mp4'/>"), true},
-      {test::HEIFFile{}.bytes(), false},
-      {test::HEIFFile{}.bytes() + test::box("mpvd", video), true},
+      {heic, false},
+      {heic + test::box("mpvd", video), true},
+      {heic + far + video, true},
       {test::pngOfOneRow(1, 8, 0, "x") + video, false},
       {"", false},
   };
