@@ -48,7 +48,8 @@ Pieces readablePieces(const ImageInput& file, const StopToken& stop) {
   Pieces pieces;
   try {
     if (const Format* format = formatOf(file)) format->read(file, pieces, stop);
-  } catch (const CompressionError&) {
+  } catch (const CompressionError& error) {
+    pieces.isCut = error.kind() == CompressionError::Case::validationFailed;
   }
   return pieces;
 }

@@ -42,7 +42,8 @@ void carry(const URL& original, const URL& candidate, const StopToken& stop = {}
 /// More than a picture is in the file, of what `carry` would leave: a video lies behind the picture (a motion
 /// photo), or its XMP says so; more than 1 KiB of anything but zeros follows the end of a JPEG, PNG or GIF,
 /// and no index says that it is pictures which serve the first one; more than 1 KiB of a PNG lies in chunks
-/// that are not safe to copy and that no standard knows. False for what cannot be read.
+/// that are not safe to copy and that no standard knows; or it has more than `maximumBytes`. False for what
+/// cannot be read.
 bool embedsMedia(const URL& file, const StopToken& stop = {});
 
 /// One thing that a file says. The names are fixed and English: "date", "place", "camera", "author",

@@ -175,7 +175,7 @@ bool embedsMedia(const URL& file, const StopToken& stop) {
   try {
     const ImageInput input(file);
     const Pieces pieces = readablePieces(input, stop);
-    if (pieces.unsafeBytes > trifle) return true;
+    if (pieces.isCut || pieces.unsafeBytes > trifle) return true;
     if (isJPEGOrHEIC(input.head(heif::headBytes)) && any(pieces, Piece::Kind::xmp, namesVideo)) return true;
     const Behind behind = whatLiesBehind(input, pieces, stop);
     if (behind.video > 0) return true;

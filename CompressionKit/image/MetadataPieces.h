@@ -55,6 +55,7 @@ class Pieces {
   /// Of PNG chunks among these that nobody may copy beside other pixels who does not know them, as editors
   /// keep layers in.
   std::uint64_t unsafeBytes = 0;
+  bool isCut = false;               ///< the file has more than `maximumBytes` of them
   std::optional<std::int64_t> end;  ///< where the picture of a PNG or GIF ends
 
  private:

@@ -77,6 +77,7 @@ TEST(MetadataMedia, PassesOverWhatHoldsMoreThanItsPicture) {
       {"safe to copy", with("vpAg", 2000), false},
       {"signatures", with("caBX", 2000), false},
       {"where rows begin", with("iDOT", 2000), false},
+      {"more than is held", with("vpAg", metadata::maximumBytes), true},
       {"palettes", with("sPLT", 2000), false},
   };
   for (const auto& c : cases) {
