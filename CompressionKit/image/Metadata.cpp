@@ -21,12 +21,13 @@ struct Format {
   bool (*matches)(std::string_view head);
   void (*read)(const ImageInput& file, Pieces& pieces, const StopToken& stop);
   std::string (*with)(const Pieces& pieces, const std::string& candidate);
+  std::string (*without)(const std::string& file);
 };
 constexpr Format formats[] = {
-    {looksLikeJPEG, readJPEG, jpegWith},
-    {looksLikePNG, readPNG, pngWith},
-    {looksLikeGIF, readGIF, gifWith},
-    {[](std::string_view head) { return heif::container(head).has_value(); }, readHEIC, nullptr},
+    {looksLikeJPEG, readJPEG, jpegWith, jpegWithout},
+    {looksLikePNG, readPNG, pngWith, pngWithout},
+    {looksLikeGIF, readGIF, gifWith, gifWithout},
+    {[](std::string_view head) { return heif::container(head).has_value(); }, readHEIC, nullptr, nullptr},
 };
 
 const Format* formatOf(const ImageInput& file) {
@@ -34,6 +35,11 @@ const Format* formatOf(const ImageInput& file) {
   const auto* found = std::find_if(std::begin(formats), std::end(formats),
                                    [&](const Format& format) { return format.matches(head); });
   return found == std::end(formats) ? nullptr : found;
+}
+
+/// A candidate in a private folder: it is flushed when it takes the original's place.
+void rewrite(const URL& candidate, const std::string& before, const std::string& after) {
+  if (after != before) files::writeAtomically(candidate, after, files::Durability::cached);
 }
 
 }  // namespace
@@ -67,10 +73,15 @@ void carry(const URL& original, const URL& candidate, const StopToken& stop) {
   if (from->read == readJPEG) dropReferences(pieces);
   if (converts) pieces = asUprightPNG(pieces);
   const std::string data = files::read(candidate);
-  const std::string output = to->with(pieces, data);
-  if (output == data) return;
-  // A candidate in a private folder: it is flushed when it takes the original's place.
-  files::writeAtomically(candidate, output, files::Durability::cached);
+  rewrite(candidate, data, to->with(pieces, data));
+}
+
+void strip(const URL& file, const StopToken& stop) {
+  const Format* format = formatOf(ImageInput(file));
+  if (format == nullptr || format->without == nullptr) throw CompressionError::invalidImage();
+  stop.throwIfStopped();
+  const std::string data = files::read(file);
+  rewrite(file, data, format->without(data));
 }
 
 }  // namespace tidewell::metadata

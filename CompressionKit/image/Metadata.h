@@ -39,6 +39,16 @@ constexpr std::size_t maximumBytes = std::size_t{64} << 20;
 /// untouched then.
 void carry(const URL& original, const URL& candidate, const StopToken& stop = {});
 
+/// Writes the file, a JPEG, PNG or GIF, anew without anything that it says beside its pixels; nothing is
+/// written when it has none of that. What is not known to say how to show pixels goes: Exif with the
+/// orientation, which is the caller's to put back, resolution and thumbnails, chunks, segments and
+/// extensions of any program, what lies behind the end of the picture. Colour profiles stay as they are, and
+/// so do the coded pixels.
+///
+/// Throws `CompressionError` (`invalidImage`, also for other kinds) or `FileError`; the file is untouched
+/// then.
+void strip(const URL& file, const StopToken& stop = {});
+
 /// More than a picture is in the file, of what `carry` would leave: a video lies behind the picture (a motion
 /// photo), or its XMP says so; more than 1 KiB of anything but zeros follows the end of a JPEG, PNG or GIF,
 /// and no index says that it is pictures which serve the first one; more than 1 KiB of a PNG lies in chunks

@@ -50,6 +50,13 @@ struct Block {
   bool isComment() const { return label == comment; }
   bool isXMP() const { return name == "XMP DataXMP"; }
   bool isLoop() const { return name == "NETSCAPE2.0" || name == "ANIMEXTS1.0"; }
+  bool isProfile() const { return name == "ICCRGBG1012"; }
+  /// How often it is shown, and no more than that.
+  bool isPlainLoop(const std::string& file) const {
+    constexpr long headBytes = 14, wholeBytes = headBytes + 5;  // one sub-block of three, and the end
+    return isLoop() && end - start == wholeBytes &&
+           file.compare(static_cast<std::size_t>(start + headBytes), 2, "\3\1") == 0;
+  }
 };
 
 /// All blocks before the trailer. Returns where that ends.
@@ -92,16 +99,15 @@ long forEachBlock(std::FILE* file, const StopToken& stop, Visit visit) {
 void readGIF(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
   const auto stream = file.stream();
   pieces.end = forEachBlock(stream.get(), stop, [&](const Block& block) {
-    const bool isProfile = block.name == "ICCRGBG1012";
     const auto size = static_cast<std::size_t>(block.end - block.start);
-    if (!block.isComment() && !block.isXMP() && !isProfile) {
+    if (!block.isComment() && !block.isXMP() && !block.isProfile()) {
       if (!block.isOfFrame() && !block.isLoop()) pieces.unknownBytes += size;
       return;
     }
     if (size > maximumBytes) throw CompressionError::validationFailed();
-    Piece piece{.kind = isProfile       ? Kind::profile
-                        : block.isXMP() ? Kind::xmp
-                                        : Kind::comment,
+    Piece piece{.kind = block.isProfile() ? Kind::profile
+                        : block.isXMP()   ? Kind::xmp
+                                          : Kind::comment,
                 .whole = std::string(size, '\0'),
                 .prefix = block.isComment() ? 2U : 14U};
     if (file.readAt(block.start, piece.whole.data(), piece.whole.size()) != block.end - block.start) {
@@ -135,6 +141,25 @@ std::string gifWith(const Pieces& pieces, const std::string& candidate) {
   output.insert(place, carried);
   if (!carried.empty()) output[4] = '9';  // of "87a", which knows no extensions
   return output;
+}
+
+std::string gifWithout(const std::string& file) {
+  const ImageInput input(std::span(reinterpret_cast<const std::uint8_t*>(file.data()), file.size()));
+  const auto stream = input.stream();
+  std::string output;
+  std::size_t done = 0;  // until the first block there are size and colours
+  long end = 0;
+  forEachBlock(stream.get(), {}, [&](const Block& block) {
+    end = block.end;
+    const bool isKept =
+        block.label == 0 || block.label == graphicControl || block.isProfile() || block.isPlainLoop(file);
+    if (isKept) return;
+    output.append(file, done, static_cast<std::size_t>(block.start) - done);
+    done = static_cast<std::size_t>(block.end);
+  });
+  if (end == 0) throw CompressionError::invalidImage();
+  output.append(file, done, static_cast<std::size_t>(end) - done);
+  return output + static_cast<char>(trailer);
 }
 
 }  // namespace tidewell::metadata

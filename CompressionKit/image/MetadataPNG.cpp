@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/PNGBytes.h"
@@ -132,6 +133,18 @@ std::string pngWith(const Pieces& pieces, const std::string& candidate) {
     if (type == "IEND") output += carried(true);
     output.append(candidate, offset, whole);
     if (type == "IHDR") output += carried(false);
+  });
+  return output;
+}
+
+std::string pngWithout(const std::string& file) {
+  constexpr std::string_view kept[] = {"IHDR", "PLTE", "IDAT", "IEND", "tRNS", "gAMA", "cHRM", "sRGB",
+                                       "iCCP", "sBIT", "bKGD", "cICP", "mDCV", "mDCv", "cLLI", "cLLi"};
+  std::string output(pngSignature);
+  const ImageInput input(std::span(reinterpret_cast<const std::uint8_t*>(file.data()), file.size()));
+  forEachChunk(input, {}, [&](std::string_view type, std::uint64_t offset, std::size_t whole) {
+    const bool isKept = std::find(std::begin(kept), std::end(kept), type) != std::end(kept);
+    if (isKept) output.append(file, offset, whole);
   });
   return output;
 }

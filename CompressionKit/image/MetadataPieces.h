@@ -87,6 +87,12 @@ std::string jpegWith(const Pieces& pieces, const std::string& candidate);
 std::string pngWith(const Pieces& pieces, const std::string& candidate);
 std::string gifWith(const Pieces& pieces, const std::string& candidate);
 
+// The bytes of a file of which nothing is left but what decides how its pixels are shown, without an
+// orientation. Throw `CompressionError::invalidImage`.
+std::string jpegWithout(const std::string& file);
+std::string pngWithout(const std::string& file);
+std::string gifWithout(const std::string& file);
+
 /// Takes references to what lies behind a JPEG's picture out of its XMP.
 void dropReferences(Pieces& jpeg);
 /// What `readHEIC` reads, as chunks of an upright PNG.

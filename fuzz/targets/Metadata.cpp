@@ -34,6 +34,19 @@ std::optional<std::string> carried(const URL& original, std::string_view candida
   return files::read(url);
 }
 
+/// The file's bytes once it was stripped; nothing when that was refused.
+std::optional<std::string> stripped(const URL& file, std::string_view data) {
+  const URL url = file.deletingLastPathComponent().appending("stripped");
+  files::writeAtomically(url, data, files::Durability::cached);
+  try {
+    metadata::strip(url);
+  } catch (const CompressionError&) {
+    fuzz::require(files::read(url) == data, "a file that is refused stays as it was");
+    return std::nullopt;
+  }
+  return files::read(url);
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -45,6 +58,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::require(entry.bytes > 0 && names.insert(entry.name).second, "what a file says is named once");
   }
   const bool isHEIF = heif::container(fuzz::text(input).substr(0, heif::headBytes)).has_value();
+  if (const auto bare = stripped(file.url(), fuzz::text(input))) {
+    fuzz::require(stripped(file.url(), *bare) == bare, "nothing is left that could go");
+  }
   const auto result = carried(file.url(), isHEIF ? png : fuzz::text(input));
   if (!result) return 0;
   fuzz::require(carried(file.url(), *result) == result, "a second time changes nothing");
