@@ -59,6 +59,7 @@ WalkOptions walkOptions(const CompressCommandOptions& options) {
 BatchOptions batchOptions(const CompressCommandOptions& options) {
   BatchOptions result;
   result.compression.keepMetadata = !options.strip;
+  result.compression.stripMetadata = options.strip;
   result.compression.keepTimes = !options.newTimes;
   if (options.minimumPercent > 0 || options.minimumBytes > 0) {
     result.compression.minimumSaving =

@@ -30,7 +30,7 @@ void printText(const Report& report, const std::string& path, Terminal& terminal
                {_("Score"), Table::Align::right},
                {_("Verdict"), Table::Align::left}});
   for (const auto& attempt : report.attempts) {
-    table.add({printable(attempt.encoder), attempt.bytes ? sizeText(*attempt.bytes) : "",
+    table.add({encoderText(attempt.encoder), attempt.bytes ? sizeText(*attempt.bytes) : "",
                attempt.score ? scoreText(*attempt.score) : "", verdictText(report, attempt)});
   }
   if (table.empty()) return terminal.print(_("Nothing was attempted."));

@@ -86,11 +86,12 @@ BatchJob::BatchJob(const CompressionEngine& engine, OutputMemory* memory, const 
   if (!memory_) return;
   compression_.outputs = this;
   tools_ = toolVersions(engine.tools().directory());
-  known_.emplace(
-      *memory_,
-      KnownFiles::Conditions{
-          .tools = tools_, .floors = engine.thresholds(), .keepMetadata = options.compression.keepMetadata},
-      engine.tools().stopToken());
+  known_.emplace(*memory_,
+                 KnownFiles::Conditions{.tools = tools_,
+                                        .floors = engine.thresholds(),
+                                        .keepMetadata = options.compression.keepMetadata,
+                                        .stripMetadata = options.compression.stripMetadata},
+                 engine.tools().stopToken());
 }
 
 FileReport BatchJob::perform(const Found& file) {
@@ -114,25 +115,24 @@ FileReport BatchJob::perform(const Found& file) {
 
 void BatchJob::compressInPlace(const Found& file, FileReport& report) {
   sweeps_.sweepOnce(file.url.deletingLastPathComponent());
-  if (const auto before = known(file.url)) return fillKnown(report, file.url, before->score);
-  const CompressionResult result = engine_.compress(file.url, options_.sessionID, compression_);
-  fill(report, result);
-  if (result.outcome == CompressionOutcome::converted) report.output = result.url;
-  if (result.undoRecord) report.record = result.undoRecord->id;
-  rememberSkipped(result);
+  const auto result = work(engine_, file.url, compression_, known(file.url), report);
+  if (!result) return;
+  if (result->outcome == CompressionOutcome::converted) report.output = result->url;
+  if (result->undoRecord) report.record = result->undoRecord->id;
+  rememberSkipped(*result);
 }
 
 void BatchJob::rehearse(const Found& file, const URL& folder, FileReport& report) {
   requireRegularFile(file.url);
-  if (const auto before = known(file.url)) return fillKnown(report, file.url, before->score);
+  const auto before = known(file.url);
+  if (before && !mustStrip(file.url)) return fillKnown(report, file.url, before->score);
   requireWritable(folder);
   const URL temporary = locations::temporaryDirectory();
   sweeps_.sweepOnce(temporary);
   const WorkingDirectory directory(temporary);
   const URL copy = directory.url().appending(file.url.lastPathComponent());
   files::copyItem(file.url, copy);
-  const auto result = engineBeside(directory.url()).compress(copy, options_.sessionID, options_.compression);
-  fill(report, result);
+  work(engineBeside(directory.url()), copy, options_.compression, before, report);
 }
 
 /// Whether this batch has not given the name away yet; now it has.
@@ -185,15 +185,13 @@ URL BatchJob::makeCopy(const Found& file, const WorkingDirectory& directory, Fil
   URL copy = directory.url().appending(file.url.lastPathComponent());
   files::copyItem(file.url, copy);
   std::optional<std::string> original;  // the hash of what was copied
-  if (const auto before = known(copy)) {
-    fillKnown(report, copy, before->score);
-    original = before->hash;
+  const auto before = known(copy);
+  if (const auto result = work(engineBeside(directory.url()), copy, compression_, before, report)) {
+    rememberSkipped(*result);
+    original = result->originalHash;
+    copy = result->url;
   } else {
-    const auto result = engineBeside(directory.url()).compress(copy, options_.sessionID, compression_);
-    fill(report, result);
-    rememberSkipped(result);
-    original = result.originalHash;
-    copy = result.url;
+    original = before->hash;
   }
   if (hash(file.url) != original) throw CompressionError::changedDuringCompression();
   if (report.outcome == Outcome::skipped && !options_.compression.keepTimes) {
@@ -201,6 +199,34 @@ URL BatchJob::makeCopy(const Found& file, const WorkingDirectory& directory, Fil
   }
   engine_.tools().stopToken().throwIfStopped();
   return copy;
+}
+
+/// Also what needs not be compressed may say what is to go.
+bool BatchJob::mustStrip(const URL& url) const {
+  return options_.compression.stripMetadata && ImageKind::from(url) != ImageKind::heic;
+}
+
+/// Reports on a file what the engine makes of it. Without a result it is one that was known `before` and
+/// stays as it is, for its pixels are never compressed again.
+std::optional<CompressionResult> BatchJob::work(const CompressionEngine& engine, const URL& url,
+                                                CompressionOptions compression,
+                                                const std::optional<KnownFiles::Known>& before,
+                                                FileReport& report) const {
+  if (before && !mustStrip(url)) {
+    fillKnown(report, url, before->score);
+    return std::nullopt;
+  }
+  compression.recompress = !before;
+  // A copy of a HEIC file that is not worth to be converted would have all of its metadata.
+  if (compression.stripMetadata && options_.output && !mustStrip(url)) compression.minimumSaving.reset();
+  auto result = engine.compress(url, options_.sessionID, compression);
+  if (before && result.passedOver) {
+    fillKnown(report, url, before->score);
+    return std::nullopt;
+  }
+  fill(report, result);
+  if (before) report.score = before->score;
+  return result;
 }
 
 /// One whose backups and reports go the way of the directory.
@@ -215,11 +241,15 @@ std::optional<KnownFiles::Known> BatchJob::known(const URL& url) const {
 }
 
 void BatchJob::willPublish(const CompressionResult& result) noexcept {
+  auto score = result.qualityScore;
+  if (!score) {  // without loss, so what an output lost before is what it has lost
+    if (const auto before = memory_->output(result.originalHash.value_or(""))) score = before->score;
+  }
   memory_->remember({.hash = result.finalHash.value_or(""),
                      .madeFrom = result.originalHash.value_or(""),
                      .when = Date::now(),
                      .encoder = result.encoder,
-                     .score = result.qualityScore,
+                     .score = score,
                      .bytes = result.finalBytes,
                      .tools = tools_});
 }

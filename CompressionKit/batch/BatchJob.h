@@ -36,6 +36,11 @@ class BatchJob final : OutputListener {
   bool takeName(const URL& name);
   URL takeConversionName(const URL& original, const URL& folder);
   URL makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report);
+  bool mustStrip(const URL& url) const;
+  std::optional<CompressionResult> work(const CompressionEngine& engine, const URL& url,
+                                        CompressionOptions compression,
+                                        const std::optional<KnownFiles::Known>& before,
+                                        FileReport& report) const;
   CompressionEngine engineBeside(const URL& directory) const;
   std::optional<KnownFiles::Known> known(const URL& url) const;
   void rememberSkipped(const CompressionResult& result) const;

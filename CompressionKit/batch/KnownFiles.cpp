@@ -16,13 +16,17 @@
 namespace tidewell {
 namespace {
 
+/// What was made of a HEIC file may have been stripped since, and compressed again when that was asked for.
+constexpr int maximumGenerations = 8;
+
 /// All besides the file itself that decides whether something smaller is found.
 std::string textOf(const KnownFiles::Conditions& conditions) {
   if (conditions.tools.empty()) return {};
   const auto& floors = conditions.floors;
   return conditions.tools + "; floors " +
          nlohmann::json{floors.quality, floors.pngQuality, floors.gifQuality}.dump() +
-         (conditions.keepMetadata ? "; metadata kept" : "");
+         (conditions.keepMetadata ? "; metadata kept" : "") +
+         (conditions.stripMetadata ? "; metadata stripped" : "");
 }
 
 }  // namespace
@@ -44,9 +48,11 @@ std::optional<KnownFiles::Known> KnownFiles::find(const URL& url, bool conversio
       return Known{std::move(hashed), std::nullopt};
     }
     if (kind != ImageKind::heic || !conversions) return std::nullopt;
-    const auto conversion = memory_.madeFrom(hashed);
-    if (conversion && hasConversionBeside(url, *conversion))
-      return Known{std::move(hashed), conversion->score};
+    auto conversion = memory_.madeFrom(hashed);
+    for (int made = 0; conversion && made < maximumGenerations; ++made) {
+      if (hasConversionBeside(url, *conversion)) return Known{std::move(hashed), conversion->score};
+      conversion = memory_.madeFrom(conversion->hash);
+    }
   } catch (const FileError&) {  // the engine says what is wrong with it
   } catch (const ImageDecodeError&) {
   }

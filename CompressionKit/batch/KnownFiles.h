@@ -23,6 +23,7 @@ class KnownFiles {
     std::string tools;
     CompressionEngine::Thresholds floors;
     bool keepMetadata = true;
+    bool stripMetadata = false;
   };
   KnownFiles(OutputMemory& memory, const Conditions& conditions, StopToken stop = {});
 

@@ -73,7 +73,6 @@ class Validation {
     return run_.facts().profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
   }
 
-  /// A kind that no plan recompresses without loss can prove nothing of the sort.
   bool samePixels(const URL& expected) const {
     return policy_.samePixels && policy_.samePixels(expected, output_, stop_);
   }
@@ -112,16 +111,27 @@ class Validation {
 
 }  // namespace
 
-std::optional<Candidate> CompressionRun::consider(const URL& output, const std::string& encoder,
-                                                  const Proof& proof) {
+void CompressionRun::prepare(const URL& output, const Proof& proof) const {
   const FormatPolicy& policy = formatPolicy(facts().kind);
-  if (policy.preserveOrientation && std::holds_alternative<ScoreAtLeast>(proof)) {
+  if (options.stripMetadata) metadata::strip(output, tools().stopToken());
+  const bool mayLackOrientation = options.stripMetadata || std::holds_alternative<ScoreAtLeast>(proof);
+  if (policy.preserveOrientation && mayLackOrientation) {
     policy.preserveOrientation(static_cast<int>(facts().orientation), output, tools().stopToken());
   }
   if (options.keepMetadata) metadata::carry(url(), output, tools().stopToken());
+}
+
+std::optional<Candidate> CompressionRun::judge(const URL& output, const std::string& encoder,
+                                               const Proof& proof) {
   auto candidate = Validation(*this, output, encoder, proof).candidate();
   if (candidate && candidate->bytes < original.bytes()) candidates.push_back(*candidate);
   return candidate;
+}
+
+std::optional<Candidate> CompressionRun::consider(const URL& output, const std::string& encoder,
+                                                  const Proof& proof) {
+  prepare(output, proof);
+  return judge(output, encoder, proof);
 }
 
 }  // namespace tidewell

@@ -26,9 +26,12 @@ class SavedTrace {
   SavedTrace(const URL& file, ReportDirectory& reports) : trace(file), reports_(reports) {}
   SavedTrace(const SavedTrace&) = delete;
   SavedTrace& operator=(const SavedTrace&) = delete;
-  ~SavedTrace() { trace.save(reports_); }
+  ~SavedTrace() {
+    if (isWanted) trace.save(reports_);
+  }
 
   CompressionTrace trace;
+  bool isWanted = true;
 
  private:
   ReportDirectory& reports_;
@@ -56,12 +59,17 @@ UndoRecord replaceOriginal(const CompressionRun& run, const Candidate& choice, c
 }
 
 CompressionResult recompress(CompressionRun& run, const UUID& sessionID) {
-  formatPolicy(run.facts().kind).plan(run);
+  if (run.options.recompress) formatPolicy(run.facts().kind).plan(run);
+  const bool mayStay = run.strip();
   const Candidate* choice = run.choice();
   if (!choice) return run.passedOver(PassedOver::notSmaller);
-  if (run.options.isTooLittle(run.original.bytes(), choice->bytes)) {
-    run.trace.append({choice->encoder, "rejected", "below_minimum", choice->bytes, choice->score, {}});
-    return run.passedOver(PassedOver::belowMinimum);
+  if (mayStay && run.options.isTooLittle(run.original.bytes(), choice->bytes)) {
+    const bool isStripped = run.stripped && run.stripped->url == choice->url;
+    if (!isStripped) {
+      run.trace.append({choice->encoder, "rejected", "below_minimum", choice->bytes, choice->score, {}});
+    }
+    if (!run.stripped) return run.passedOver(PassedOver::belowMinimum);
+    choice = &*run.stripped;  // what must go goes for any gain
   }
   run.tools().stopToken().throwIfStopped();
   CompressionResult result;
@@ -113,11 +121,15 @@ CompressionResult CompressionEngine::compress(const URL& url, const UUID& sessio
   if (options.keepMetadata && metadata::embedsMedia(url, tools_.stopToken())) {
     trace.append({"candidate", "rejected", "embedded_media", {}, {}, {}});
     result = run.passedOver(PassedOver::embeddedMedia);
+  } else if (original.heic() && !options.recompress) {
+    result = run.passedOver(PassedOver::notSmaller);
   } else {
     result = original.heic() ? convertHEIC(run, sessionID) : recompress(run, sessionID);
   }
   trace.selectedEncoder = result.encoder;
   trace.outcome = result.outcome.rawValue();
+  // Where nothing was tried, the report of the run that made the file says more.
+  saved.isWanted = options.recompress || !trace.events().empty();
   return result;
 }
 

@@ -5,6 +5,10 @@
 
 #include <algorithm>
 
+#include "CompressionKit/CompressionError.h"
+#include "CompressionKit/platform/Digest.h"
+#include "CompressionKit/platform/Files.h"
+
 namespace tidewell {
 
 const Candidate* CompressionRun::smallest() const {
@@ -33,6 +37,18 @@ CompressionResult CompressionRun::passedOver(PassedOver reason) const {
   result.passedOver = reason;
   if (original.isUntouched()) result.originalHash = original.hash();  // else who knows what the tools saw
   return result;
+}
+
+bool CompressionRun::strip() {
+  if (!options.stripMetadata) return true;
+  return attempt([&] {
+    const URL output = workingFile("stripped." + url().pathExtension());
+    files::writeAtomically(output, files::read(url()), files::Durability::cached);
+    prepare(output, SamePixels{});
+    if (fileSize(output) >= original.bytes()) return;  // it says nothing that could go
+    stripped = judge(output, "strip", SamePixels{});
+    if (!stripped) throw CompressionError::validationFailed();
+  });
 }
 
 const QualityAssessment::ViewFiles& CompressionRun::originalViews() {

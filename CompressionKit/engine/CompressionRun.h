@@ -103,6 +103,11 @@ struct CompressionRun {
   /// one record in the trace. Throws what the checks throw, and `CompressionError::fileOperation` for an
   /// output that is structurally another image.
   std::optional<Candidate> consider(const URL& output, const std::string& encoder, const Proof& proof);
+  /// The last attempt where metadata is to go: the original itself, stripped, for what no encoder makes
+  /// smaller. False when there is some to go and that could not be proven to have left the image as it is.
+  bool strip();
+  /// What `strip` found.
+  std::optional<Candidate> stripped = std::nullopt;
 
   /// The candidate with the fewest bytes, the first of several; null when there is none.
   const Candidate* smallest() const;
@@ -110,6 +115,10 @@ struct CompressionRun {
   const Candidate* choice() const;
   /// The result of a file that stays as it is.
   CompressionResult passedOver(PassedOver reason) const;
+
+ private:
+  void prepare(const URL& output, const Proof& proof) const;
+  std::optional<Candidate> judge(const URL& output, const std::string& encoder, const Proof& proof);
 };
 
 }  // namespace tidewell

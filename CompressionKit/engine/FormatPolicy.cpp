@@ -17,6 +17,7 @@ constexpr FormatPolicy jpegPolicy{
     .threshold = &CompressionEngine::Thresholds::quality,
     .judgesLargerOutputs = true,
     .preserveOrientation = JPEGMetadata::preserveOrientation,
+    .samePixels = ImageFacts::pixelsEqual,
 };
 
 constexpr FormatPolicy pngPolicy{

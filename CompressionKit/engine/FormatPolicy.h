@@ -22,12 +22,12 @@ struct FormatPolicy {
   double CompressionEngine::Thresholds::*threshold;
   /// The plan itself compares sizes: an output that is not smaller tells it where to search.
   bool judgesLargerOutputs = false;
-  /// Writes the original's orientation into a lossy output; none for kinds without.
+  /// Writes the original's orientation into a lossy or stripped output; none for kinds without.
   void (*preserveOrientation)(int orientation, const URL& output, const StopToken& stop) = nullptr;
   bool isScoredByFrame = false;
   bool saysItsColors = true;          ///< files of this kind carry profiles
   bool mayBeConvertedToSRGB = false;  ///< by a lossy step
-  /// Proves a lossless output; none where no step is lossless, and then none may be.
+  /// Proves a lossless output. A kind without can have none, and cannot be stripped.
   Comparison samePixels = nullptr;
   /// Judges the alpha of a lossy output, which the score does not; none for kinds without.
   Comparison alphaSurvives = nullptr;

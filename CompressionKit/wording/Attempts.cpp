@@ -64,6 +64,10 @@ std::string outcomeText(const Report& report) {
   return worded(outcomes, report.outcome);
 }
 
+std::string encoderText(const std::string& encoder) {
+  return encoder == "strip" ? _("only its metadata removed") : printable(encoder);
+}
+
 std::string verdictText(const Report& report, const CandidateDiagnostic& attempt) {
   if (attempt.status == "accepted") {
     if (!report.selectedEncoder) return _("passed");

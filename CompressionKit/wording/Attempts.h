@@ -14,6 +14,8 @@ namespace tidewell {
 
 /// How the file ended: "replaced by the smallest that passed".
 std::string outcomeText(const Report& report);
+/// The step that made an attempt: a tool's name and settings, "only its metadata removed".
+std::string encoderText(const std::string& encoder);
 /// What was said of one attempt of the report: "taken", "not smaller than the original".
 std::string verdictText(const Report& report, const CandidateDiagnostic& attempt);
 /// That no report on the file at `path` is left.

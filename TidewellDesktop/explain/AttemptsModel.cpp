@@ -73,7 +73,7 @@ QVariant AttemptsModel::data(const QModelIndex& index, int role) const {
 QString AttemptsModel::text(const CandidateDiagnostic& attempt, int column) const {
   switch (column) {
     case Attempt:
-      return shownPath(attempt.encoder);
+      return words(encoderText(attempt.encoder));
     case Size:
       return attempt.bytes ? amountWords(sizeText(*attempt.bytes)) : QString();
     case Score:

@@ -13,10 +13,12 @@
 #include <string>
 #include <vector>
 
+#include "CompressionKit/batch/KnownFiles.h"
 #include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "engine/FakeTools.h"
 #include "support/HEICSample.h"
+#include "support/HEIFFile.h"
 #include "support/TestImages.h"
 
 namespace tidewell {
@@ -145,6 +147,69 @@ TEST_F(BatchTest, PassesOverWhatWasCompressedBefore) {
   // A restored original is one again.
   undo.restore(undo.readRecords().at(0));
   EXPECT_EQ(compress({"in/a.jpg"}), (Texts{{"in/a.jpg", "replaced"}}));
+}
+
+/// A file that was compressed before, and one that nothing makes smaller: in place and as copies.
+TEST_F(BatchTest, StripsAlsoWhatIsNotCompressedAgain) {
+  using namespace std::string_literals;
+  const std::string secret = "\xFF\xFE\0\x08SECRET"s;
+  for (const char* name : {"in/a.jpg", "in/sub/b.jpg"}) {
+    files::writeAtomically(folder / name, files::read(folder / name).insert(20, secret));
+  }
+  const BatchOptions keeping{.compression = {.keepMetadata = true}};
+  const BatchOptions stripping{.compression = {.stripMetadata = true}};
+  const auto run = [&](const BatchOptions& options) {
+    Texts texts = compress({"in"}, options);
+    texts.erase("in/c.gif");
+    return texts;
+  };
+  const auto said = [](const std::string& a, const std::string& b) {
+    return Texts{{"in/a.jpg", a}, {"in/sub/b.jpg", b}};
+  };
+  const auto saysIt = [&](const std::string& name) {
+    return files::read(folder / name).find("SECRET") != std::string::npos;
+  };
+  EXPECT_EQ(run(keeping), said("replaced", "skipped not_smaller"));
+  EXPECT_TRUE(saysIt("in/a.jpg") && saysIt("in/sub/b.jpg"));
+  const std::string small = files::read(tools.answer("jpegli-420-72.jpg"));
+  const auto runs = tools.runs();
+
+  auto copying = stripping, rehearsing = stripping;
+  copying.output = folder / "out";
+  rehearsing.dryRun = true;
+  EXPECT_EQ(compress({"in/a.jpg"}, copying), (Texts{{"in/a.jpg", "written"}}));
+  EXPECT_EQ(files::read(folder / "out/a.jpg"), small);
+  EXPECT_EQ(compress({"in/a.jpg"}, rehearsing), (Texts{{"in/a.jpg", "replaced"}}));
+  EXPECT_EQ(compress({"in/sub/b.jpg"}, keeping), (Texts{{"in/sub/b.jpg", "skipped already_compressed"}}));
+  EXPECT_EQ(tools.runs(), runs);
+  EXPECT_TRUE(saysIt("in/a.jpg"));
+
+  EXPECT_EQ(compress({"in/sub/b.jpg"}, copying), (Texts{{"in/sub/b.jpg", "written"}}));
+  EXPECT_FALSE(saysIt("out/b.jpg"));
+  EXPECT_EQ(run(stripping), said("replaced", "replaced"));
+  EXPECT_EQ(files::read(folder / "in/a.jpg"), small);
+  EXPECT_EQ(files::read(folder / "in/sub/b.jpg"), files::read(folder / "out/b.jpg"));
+  EXPECT_EQ(reports.at("in/a.jpg").encoder, "strip");
+  EXPECT_EQ(reports.at("in/a.jpg").score, 70.5);
+  EXPECT_EQ(memory.output(hash(folder / "in/a.jpg"))->score, 70.5) << "its pixels lost no more than that";
+  EXPECT_TRUE(reports.at("in/a.jpg").record);
+  EXPECT_EQ(run(stripping), said("skipped already_compressed", "skipped already_compressed"));
+  EXPECT_EQ(reports.at("in/a.jpg").score, 70.5);
+}
+
+/// The PNG beside a HEIC file may have been stripped since.
+TEST_F(BatchTest, KnowsAConversionThatWasStripped) {
+  const URL heic = folder / "x.heic";
+  test::HEIFFile{}.write(heic);
+  const URL png = folder.write("x.png", "stripped");
+  const auto remember = [&](const std::string& made, const std::string& from) {
+    memory.remember({made, from, Date::now(), {}, {}, fileSize(png), ""});
+  };
+  const KnownFiles known(memory, {});
+  remember("full", hash(heic));
+  EXPECT_FALSE(known.find(heic, true));
+  remember(hash(png), "full");
+  EXPECT_TRUE(known.find(heic, true));
 }
 
 TEST_F(BatchTest, ADryRunChangesNothing) {

@@ -171,6 +171,74 @@ TEST_F(Engine, KeepsWideColorsWhereAsked) {
   }
 }
 
+/// Tools that leave metadata in what they make; then such that make nothing, and none at all. What stays is
+/// the orientation, and every pixel.
+TEST_F(Engine, StripsMetadataWhereAsked) {
+  using namespace std::string_literals;
+  const URL still = folder / "still.png", animation = folder / "animation.gif";
+  test::writePNGFile(still, test::photoRaster(16, 16));
+  test::writeGIFFile(animation, {.frames = {{.width = 4, .height = 4, .indexes = {1}}}});
+  const std::string exif = test::exifWithOrientation(6);
+  const struct {
+    const char *name, *output;
+    std::string encoded;
+    std::size_t at;
+    std::string orientation, secret;
+  } cases[] = {
+      {"a.jpg", "jpegli-420-72.jpg", files::read(tools.answer("jpegli-420-72.jpg")), 2,
+       "\xFF\xE1" + test::number(exif.size() + 2, 2) + exif, "\xFF\xE5\0\x08SECRET"s},
+      {"a.png", "quant-0.png", files::read(still), 33, test::pngChunk("eXIf", exif.substr(6)),
+       test::pngChunk("tEXt", "Author\0SECRET"s)},
+      {"a.gif", "optimized.gif", files::read(animation), files::read(animation).size() - 1, "",
+       "\x21\xFE\6SECRET\0"s},
+  };
+  options.stripMetadata = true;
+  for (const auto& c : cases) {
+    const URL image = pictures.appending(c.name);
+    const std::string bare = std::string(c.encoded).insert(c.at, c.orientation);
+    const std::string full = std::string(c.encoded).insert(c.at, c.orientation + c.secret + c.secret);
+    const auto encoder = [&](const std::string& answer, const std::string& data) {
+      files::writeAtomically(tools.answer(c.output), answer);
+      files::writeAtomically(image, data);
+      const auto result = compress(image);
+      EXPECT_EQ(result.outcome == CompressionOutcome::replaced, files::read(image) != data) << c.name;
+      EXPECT_TRUE(files::read(image) == bare) << c.name;
+      return result.encoder.value_or("none");
+    };
+    EXPECT_NE(encoder(std::string(c.encoded).insert(c.at, c.secret), full), "strip") << c.name;
+    const std::string useless(1 << 20, 'x');
+    const auto runs = tools.runs().size();
+    EXPECT_EQ(encoder(useless, full), "strip") << c.name;
+    EXPECT_GT(tools.runs().size(), runs);
+    EXPECT_EQ(undo.readRecords().size(), 2U);
+    options.minimumSaving = MinimumSaving{.percent = 99};
+    options.recompress = false;
+    const auto attempted = tools.runs();
+    EXPECT_EQ(encoder(useless, full), "strip") << c.name;
+    const auto reports = files::namesInDirectory(undo.diagnosticsDirectory()).size();
+    EXPECT_EQ(encoder(useless, bare), "none") << c.name;
+    EXPECT_EQ(tools.runs(), attempted);
+    EXPECT_EQ(files::namesInDirectory(undo.diagnosticsDirectory()).size(), reports) << "nothing was tried";
+    options.minimumSaving.reset();
+    options.recompress = true;
+    for (const auto& record : undo.readRecords()) undo.deleteRecord(record);
+  }
+}
+
+/// Nobody is told that a file stays as it is while it says what was to go, here that its colours are those of
+/// Adobe RGB.
+TEST_F(Engine, FailsWhereMetadataCannotGo) {
+  using namespace std::string_literals;
+  const std::string one = "\1\0\0\0"s, end = "\0\0\0\0"s;
+  test::writeJPEGFile(photo, test::photoRaster(80, 60),
+                      {.exif = "Exif\0\0II*\0\x08\0\0\0"s + "\1\0\x69\x87\4\0"s + one + "\x1A\0\0\0"s + end +
+                               "\1\0\1\xA0\3\0"s + one + "\2\0\0\0"s + end});
+  options = {.stripMetadata = true, .recompress = false};
+  EXPECT_EQ(failure(photo), "压缩结果的尺寸、方向、帧信息或色彩配置与原图不一致");
+  options.stripMetadata = false;
+  EXPECT_EQ(compress(photo).passedOver, PassedOver::notSmaller);
+}
+
 TEST_F(Engine, LeavesAFileThatNothingImproves) {
   for (const char* output : {"jpegli-420-72.jpg", "jpegli-444-72.jpg"}) {
     files::writeAtomically(tools.answer(output), before);
