@@ -22,6 +22,8 @@ import tempfile
 import unittest
 
 import images
+import PIL.Image
+import PIL.PngImagePlugin
 
 PROGRAM = pathlib.Path(sys.argv.pop(1)).resolve()
 TOOLS = PROGRAM.parent.parent / "lib/tidewell/tools"
@@ -86,6 +88,61 @@ class Command(unittest.TestCase):
         again = self.lines("compress", "--json", self.photos, status=1)
         self.assertEqual([line.get("reason") for line in again if line["type"] == "file"],
                          ["already_compressed", None, "already_compressed"])
+
+    def test_strip(self):
+        """Nothing is left of the secret in any kind, whether files are new, known, or cannot be made smaller."""
+        picture = PIL.Image.fromarray(images.photo(160, 120))
+        exif = PIL.Image.Exif()
+        exif[0x0112], exif[0x010E] = 6, "SECRET"  # orientation, description
+        exif.get_ifd(0x8825)[0x1D] = "SECRET:1"  # the date of a position
+        text = PIL.PngImagePlugin.PngInfo()
+        text.add_itxt("XML:com.adobe.xmp", "<SECRET/>")
+        text.add_text("Comment", "SECRET")
+        few = picture.quantize(16)
+        for name, data in {
+            "a.jpg": images.saved(picture, "JPEG", quality=97, exif=exif, comment=b"SECRET"),
+            "b.jpg": images.saved(picture, "JPEG", quality=1, optimize=True, exif=exif),
+            "a.png": images.saved(picture, "PNG", exif=exif, pnginfo=text),
+            "a.gif": images.saved(few, "GIF", save_all=True, append_images=[few.rotate(90)], comment=b"SECRET"),
+        }.items():
+            self.add(name, data)
+
+        def seen(folder):
+            shown = {}
+            for path in sorted(folder.iterdir()):
+                with PIL.Image.open(path) as image:
+                    frames = []
+                    for frame in range(getattr(image, "n_frames", 1)):
+                        image.seek(frame)
+                        frames.append(image.convert("RGBA").tobytes())
+                    shown[path.name] = (frames, image.getexif().get(0x0112))
+            return shown
+
+        def outcomes(*arguments):
+            found = self.lines("compress", "--json", *arguments, self.photos)
+            return {pathlib.Path(line["path"]).name: line for line in found if line["type"] == "file"}
+
+        def secrets(folder):
+            return {path.name for path in folder.iterdir() if b"SECRET" in path.read_bytes()}
+
+        everything = set(seen(self.photos))
+        self.assertEqual(secrets(self.photos), everything)
+        outcomes("--strip", "--output", self.home / "new")
+        self.assertEqual(secrets(self.home / "new" / self.photos.name), set())
+        self.environment["XDG_STATE_HOME"] = str(self.home / "other")  # which remembers none of that
+        outcomes()  # keeps it, and remembers what it has made
+        self.assertEqual(secrets(self.photos), everything)
+        known = seen(self.photos)
+        outcomes("--strip", "--output", self.home / "known")
+        self.assertEqual({name: line.get("encoder") for name, line in outcomes("--strip").items()},
+                         dict.fromkeys(everything, "strip"))
+        for folder in (self.photos, self.home / "known" / self.photos.name):
+            self.assertEqual(secrets(folder), set())
+            self.assertEqual(seen(folder), known)
+        self.assertEqual([shown[1] for shown in known.values()], [None, 6, 6, 6])
+        self.assertIn("only its metadata removed", self.run_command("explain", self.photos / "a.png").stdout.decode())
+        again = {line.get("reason") for line in outcomes("--strip").values()}
+        self.assertEqual(again, {"already_compressed"})
 
     def test_people(self):
         self.assertEqual(self.run_command("compress", self.photos).returncode, 0, "an empty folder is nothing to do")
