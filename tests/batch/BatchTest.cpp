@@ -305,6 +305,11 @@ TEST_F(BatchTest, ConvertsOnceAndUnderNamesOfTheOriginalsFolder) {
   EXPECT_EQ(compress({"heic/x.heic"}, {.compression = demanding, .output = folder / "out"}),
             (Texts{{"heic/x.heic", "written below_minimum"}}));
   EXPECT_EQ(files::read(folder / "out/x.heic"), files::read(folder / "heic/x.heic"));
+  auto stripping = demanding;  // which no copy of the HEIC file would be
+  stripping.stripMetadata = true;
+  EXPECT_EQ(compress({"heic/x.heic"}, {.compression = stripping, .output = folder / "stripped"}),
+            (Texts{{"heic/x.heic", "written"}}));
+  EXPECT_EQ(contents("stripped").begin()->first, "stripped/x（潮汐井1）.png");
   files::copyItem(folder / "heic/x.heic", folder / "heic/x.HEIF");  // of one PNG's name
   for (const char* outcome : {"written", "failed 17"}) {            // the second run finds both taken
     for (const auto& [path, said] : compress({"heic/x.heic", "heic/x.HEIF"}, {.output = folder / "one"})) {

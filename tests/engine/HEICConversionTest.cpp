@@ -77,6 +77,16 @@ TEST_F(HEICConversion, CarriesMetadataWhereAsked) {
     EXPECT_EQ(metadata::entries(png).empty(), !keeps);
     files::removeItem(png);
   }
+  // What an encoder puts in goes, and where none may run there is no PNG.
+  const std::string plain = files::read(tools.answer("quant-0.png"));
+  files::writeAtomically(tools.answer("quant-0.png"), test::withChunk(plain, "tEXt", "Author"));
+  options.stripMetadata = true;
+  compress(photo);
+  EXPECT_EQ(files::read(png), plain);
+  files::removeItem(png);
+  options.recompress = false;
+  EXPECT_EQ(compress(photo).passedOver, PassedOver::notSmaller);
+  EXPECT_FALSE(files::exists(png));
 }
 
 TEST_F(HEICConversion, KeepsThePlainPNGWhenNothingIsSmaller) {
