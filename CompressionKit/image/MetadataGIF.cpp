@@ -51,6 +51,12 @@ struct Block {
   bool isXMP() const { return name == "XMP DataXMP"; }
   bool isLoop() const { return name == "NETSCAPE2.0" || name == "ANIMEXTS1.0"; }
   bool isProfile() const { return name == "ICCRGBG1012"; }
+  /// A frame with what belongs to it, and no more than that.
+  bool isPicture(const std::string& file) const {
+    constexpr long controlBytes = 8;
+    return label == graphicControl ? end - start == controlBytes
+                                   : file[static_cast<std::size_t>(start)] == static_cast<char>(image);
+  }
   /// How often it is shown, and no more than that.
   bool isPlainLoop(const std::string& file) const {
     constexpr long headBytes = 14, wholeBytes = headBytes + 5;  // one sub-block of three, and the end
@@ -151,9 +157,7 @@ std::string gifWithout(const std::string& file) {
   long end = 0;
   forEachBlock(stream.get(), {}, [&](const Block& block) {
     end = block.end;
-    const bool isKept =
-        block.label == 0 || block.label == graphicControl || block.isProfile() || block.isPlainLoop(file);
-    if (isKept) return;
+    if (block.isPicture(file) || block.isProfile() || block.isPlainLoop(file)) return;
     output.append(file, done, static_cast<std::size_t>(block.start) - done);
     done = static_cast<std::size_t>(block.end);
   });

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/PNGBytes.h"
@@ -138,12 +139,18 @@ std::string pngWith(const Pieces& pieces, const std::string& candidate) {
 }
 
 std::string pngWithout(const std::string& file) {
-  constexpr std::string_view kept[] = {"IHDR", "PLTE", "IDAT", "IEND", "tRNS", "gAMA", "cHRM", "sRGB",
-                                       "iCCP", "sBIT", "bKGD", "cICP", "mDCV", "mDCv", "cLLI", "cLLi"};
+  // How long its data may be: decoders leave out what is longer, whatever it holds.
+  constexpr std::size_t any = SIZE_MAX;
+  constexpr std::pair<std::string_view, std::size_t> known[] = {
+      {"IHDR", 13}, {"PLTE", 768}, {"IDAT", any}, {"IEND", 0}, {"tRNS", 256}, {"gAMA", 4},
+      {"cHRM", 32}, {"sRGB", 1},   {"iCCP", any}, {"sBIT", 4}, {"bKGD", 6},   {"cICP", 4},
+      {"mDCV", 24}, {"mDCv", 24},  {"cLLI", 8},   {"cLLi", 8}};
   std::string output(pngSignature);
   const ImageInput input(std::span(reinterpret_cast<const std::uint8_t*>(file.data()), file.size()));
   forEachChunk(input, {}, [&](std::string_view type, std::uint64_t offset, std::size_t whole) {
-    const bool isKept = std::find(std::begin(kept), std::end(kept), type) != std::end(kept);
+    const bool isKept = std::any_of(std::begin(known), std::end(known), [&](const auto& chunk) {
+      return chunk.first == type && (chunk.second == any || whole - pngChunkOverhead <= chunk.second);
+    });
     if (isKept) output.append(file, offset, whole);
   });
   return output;

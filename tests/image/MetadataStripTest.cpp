@@ -84,7 +84,8 @@ TEST_F(MetadataStripTest, PNGAndGIFKeepWhatShowsTheirPixels) {
   const std::string gone =
       pngChunk("eXIf", test::exifWithOrientation(6).substr(6) + secret) + pngChunk("tEXt", "a\0"s + secret) +
       pngChunk("iTXt", "XML:com.adobe.xmp\0\0\0\0\0"s + secret) + pngChunk("pHYs", "\0\0\1\0\0\0\1\0\1"s) +
-      pngChunk("tIME", "\7\1\1\1\1\1\1"s) + pngChunk("prVt", secret) + pngChunk("sPLT", secret + "\0\x8"s);
+      pngChunk("tIME", "\7\1\1\1\1\1\1"s) + pngChunk("prVt", secret) + pngChunk("sRGB", secret) +
+      pngChunk("sPLT", secret + "\0\x8"s);
   expectPlain("a.png", png(gone + kept, gone) + secret, png(kept));
 
   const auto block = [](const std::string& text) { return static_cast<char>(text.size()) + text + "\0"s; };
@@ -93,8 +94,8 @@ TEST_F(MetadataStripTest, PNGAndGIFKeepWhatShowsTheirPixels) {
   };
   const std::string comments = "\x21\xFE" + block(secret) + application("SECRET__1.0", secret) +
                                application("XMP DataXMP", secret) + application("NETSCAPE2.0", secret) +
-                               "\x21\x42" + block(secret) + "\x21\1" + block("            ") + "\x21\1" +
-                               block(secret);
+                               "\x21\x42" + block(secret) + "\x21\0"s + block(secret) + "\x21\1" +
+                               block("            ") + "\x21\1" + block(secret);
   const std::string profile = application("ICCRGBG1012", "profile");
   test::writeGIFFile(folder_ / "made.gif",
                      {.frames = {{.indexes = {1}}, {.left = 1, .indexes = {2}, .delay = 7}}, .loop = 3});
