@@ -243,7 +243,11 @@ std::optional<KnownFiles::Known> BatchJob::known(const URL& url) const {
 void BatchJob::willPublish(const CompressionResult& result) noexcept {
   auto score = result.qualityScore;
   if (!score) {  // without loss, so what an output lost before is what it has lost
-    if (const auto before = memory_->output(result.originalHash.value_or(""))) score = before->score;
+    const auto before = memory_->output(result.originalHash.value_or(""));
+    if (before) score = before->score;
+    // A file that lost its metadata alone, where an encoder may just have gained too little, can still be
+    // compressed.
+    if (!before && compression_.minimumSaving && result.encoder == strippedOnly) return;
   }
   memory_->remember({.hash = result.finalHash.value_or(""),
                      .madeFrom = result.originalHash.value_or(""),

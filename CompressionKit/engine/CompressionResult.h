@@ -13,6 +13,9 @@
 
 namespace tidewell {
 
+/// The label of an output that is the original without its metadata, in place of an encoder's.
+inline constexpr const char* strippedOnly = "strip";
+
 /// How one file ended. The raw values stand in JSON files and must not change.
 class CompressionOutcome {
  public:

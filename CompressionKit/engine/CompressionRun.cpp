@@ -46,7 +46,7 @@ bool CompressionRun::strip() {
     files::writeAtomically(output, files::read(url()), files::Durability::cached);
     prepare(output, SamePixels{});
     if (fileSize(output) >= original.bytes()) return;  // it says nothing that could go
-    stripped = judge(output, "strip", SamePixels{});
+    stripped = judge(output, strippedOnly, SamePixels{});
     if (!stripped) throw CompressionError::validationFailed();
   });
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "CompressionKit/diagnostics/ReportDirectory.h"
+#include "CompressionKit/engine/CompressionResult.h"
 #include "CompressionKit/platform/Text.h"
 #include "CompressionKit/wording/Texts.h"
 
@@ -65,7 +66,7 @@ std::string outcomeText(const Report& report) {
 }
 
 std::string encoderText(const std::string& encoder) {
-  return encoder == "strip" ? _("only its metadata removed") : printable(encoder);
+  return encoder == strippedOnly ? _("only its metadata removed") : printable(encoder);
 }
 
 std::string verdictText(const Report& report, const CandidateDiagnostic& attempt) {

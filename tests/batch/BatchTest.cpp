@@ -195,6 +195,16 @@ TEST_F(BatchTest, StripsAlsoWhatIsNotCompressedAgain) {
   EXPECT_TRUE(reports.at("in/a.jpg").record);
   EXPECT_EQ(run(stripping), said("skipped already_compressed", "skipped already_compressed"));
   EXPECT_EQ(reports.at("in/a.jpg").score, 70.5);
+
+  // What was only not worth it can be compressed when it is.
+  photo("c.jpg", 95);
+  files::writeAtomically(folder / "c.jpg", files::read(folder / "c.jpg").insert(20, secret));
+  auto demanding = stripping;
+  demanding.compression.minimumSaving = MinimumSaving{.percent = 99};
+  for (const auto& [options, encoder] : {std::pair(demanding, "strip"), {BatchOptions{}, "Jpegli q72 420"}}) {
+    EXPECT_EQ(compress({"c.jpg"}, options), (Texts{{"c.jpg", "replaced"}}));
+    EXPECT_EQ(reports.at("c.jpg").encoder, encoder);
+  }
 }
 
 /// The PNG beside a HEIC file may have been stripped since.
