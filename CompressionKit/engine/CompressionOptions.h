@@ -39,9 +39,10 @@ struct CompressionOptions {
   /// something else is embedded, a film behind the picture, are passed over.
   bool keepMetadata = false;
   /// Of all that the image says beside its pixels and colours, nothing but its orientation is left in what
-  /// the run makes, whatever the encoders do; not together with `keepMetadata`. Where nothing smaller is
-  /// found, or too little is gained, the file loses its metadata alone, every pixel proven to be the same. A
-  /// file in which some stays is one for which the run throws; but a HEIC file itself is never rewritten.
+  /// the run makes, whatever the encoders do; not together with `keepMetadata`. Wide colours stay as with
+  /// that. Where nothing smaller is found, or too little is gained, the file loses its metadata alone, every
+  /// pixel proven to be the same. A file in which some stays is one for which the run throws; but a HEIC file
+  /// itself is never rewritten.
   bool stripMetadata = false;
   /// Without, no encoder runs, so that no pixel changes: all that may be done is to strip a file. A HEIC file
   /// is passed over then.

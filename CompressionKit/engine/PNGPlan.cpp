@@ -34,7 +34,7 @@ void tryRung(CompressionRun& run, const Rung& rung, std::size_t number) {
 
 /// The tool knows sRGB only, and clips what it converts.
 bool losesColors(CompressionRun& run) {
-  return run.options.keepMetadata &&
+  return (run.options.keepMetadata || run.options.stripMetadata) &&
          needsMoreThanSRGB(run.url(), run.original.properties(), run.tools().stopToken());
 }
 

@@ -51,11 +51,13 @@ struct Block {
   bool isXMP() const { return name == "XMP DataXMP"; }
   bool isLoop() const { return name == "NETSCAPE2.0" || name == "ANIMEXTS1.0"; }
   bool isProfile() const { return name == "ICCRGBG1012"; }
+  bool isFrame(const std::string& file) const {
+    return file[static_cast<std::size_t>(start)] == static_cast<char>(image);
+  }
   /// A frame with what belongs to it, and no more than that.
   bool isPicture(const std::string& file) const {
     constexpr long controlBytes = 8;
-    return label == graphicControl ? end - start == controlBytes
-                                   : file[static_cast<std::size_t>(start)] == static_cast<char>(image);
+    return label == graphicControl ? end - start == controlBytes : isFrame(file);
   }
   /// How often it is shown, and no more than that.
   bool isPlainLoop(const std::string& file) const {
@@ -155,13 +157,15 @@ std::string gifWithout(const std::string& file) {
   std::string output;
   std::size_t done = 0;  // until the first block there are size and colours
   long end = 0;
+  bool hasFrame = false;
   forEachBlock(stream.get(), {}, [&](const Block& block) {
     end = block.end;
+    hasFrame = hasFrame || block.isFrame(file);
     if (block.isPicture(file) || block.isProfile() || block.isPlainLoop(file)) return;
     output.append(file, done, static_cast<std::size_t>(block.start) - done);
     done = static_cast<std::size_t>(block.end);
   });
-  if (end == 0) throw CompressionError::invalidImage();
+  if (!hasFrame) throw CompressionError::invalidImage();
   output.append(file, done, static_cast<std::size_t>(end) - done);
   return output + static_cast<char>(trailer);
 }

@@ -112,7 +112,8 @@ TEST_F(MetadataStripTest, RefusesWhatItCannotReadAndLeavesIt) {
   const std::string photo = files::read(folder_ / "made.jpg"), png = test::pngOfOneRow(1, 8, 0, "x");
   for (const std::string& data :
        {photo.substr(0, 40), photo.substr(0, photo.size() - 2), photo.substr(0, 2) + "\xFF\xE1\xFF"s,
-        png.substr(0, 50), "GIF89a\1\0\1\0\0\0\0;"s, "text"s, test::HEIFFile{}.bytes()}) {
+        png.substr(0, 50), "GIF89a\1\0\1\0\0\0\0;"s, "GIF89a\1\0\1\0\0\0\0!\xF9\4abcd\1x\0;"s, "text"s,
+        test::HEIFFile{}.bytes()}) {
     EXPECT_THROW(stripped("file", data), CompressionError) << data.size();
     EXPECT_EQ(files::read(folder_ / "file"), data);
   }
