@@ -151,7 +151,14 @@ std::string pngWithout(const std::string& file) {
     const bool isKept = std::any_of(std::begin(known), std::end(known), [&](const auto& chunk) {
       return chunk.first == type && (chunk.second == any || whole - pngChunkOverhead <= chunk.second);
     });
-    if (isKept) output.append(file, offset, whole);
+    const bool isCritical = type[0] >= 'A' && type[0] <= 'Z';
+    if (isKept) {
+      output.append(file, offset, whole);
+    } else if (type == "IEND") {
+      output += chunk(type, "");
+    } else if (isCritical) {
+      throw CompressionError::invalidImage();
+    }
   });
   return output;
 }

@@ -87,6 +87,8 @@ TEST_F(MetadataStripTest, PNGAndGIFKeepWhatShowsTheirPixels) {
       pngChunk("tIME", "\7\1\1\1\1\1\1"s) + pngChunk("prVt", secret) + pngChunk("sRGB", secret) +
       pngChunk("sPLT", secret + "\0\x8"s);
   expectPlain("a.png", png(gone + kept, gone) + secret, png(kept));
+  const std::string open = png(kept).substr(0, png(kept).size() - 12);
+  EXPECT_EQ(stripped("b.png", open + pngChunk("IEND", secret)), png(kept));
 
   const auto block = [](const std::string& text) { return static_cast<char>(text.size()) + text + "\0"s; };
   const auto application = [&](const std::string& name, const std::string& text) {
@@ -110,8 +112,9 @@ TEST_F(MetadataStripTest, PNGAndGIFKeepWhatShowsTheirPixels) {
 TEST_F(MetadataStripTest, RefusesWhatItCannotReadAndLeavesIt) {
   test::writeJPEGFile(folder_ / "made.jpg", test::photoRaster(16, 16));
   const std::string photo = files::read(folder_ / "made.jpg"), png = test::pngOfOneRow(1, 8, 0, "x");
+  const std::string unknown = std::string(png).insert(33, test::pngChunk("CRIT", "x"));
   for (const std::string& data :
-       {photo.substr(0, 40), photo.substr(0, photo.size() - 2), photo.substr(0, 2) + "\xFF\xE1\xFF"s,
+       {unknown, photo.substr(0, 40), photo.substr(0, photo.size() - 2), photo.substr(0, 2) + "\xFF\xE1\xFF"s,
         png.substr(0, 50), "GIF89a\1\0\1\0\0\0\0;"s, "GIF89a\1\0\1\0\0\0\0!\xF9\4abcd\1x\0;"s, "text"s,
         test::HEIFFile{}.bytes()}) {
     EXPECT_THROW(stripped("file", data), CompressionError) << data.size();
