@@ -232,7 +232,7 @@ std::string CompressReporter::summaryLine(const Restorable& restorable) const {
   const std::string files = counted("{1} file", "{1} files", totals_.files - totals_.unreached);
   const std::string saved = terminal_.styled(Terminal::Style::bold, sizeText(totals_.savedBytes));
   if (options_.dryRun) return filled(_("{1}, {2} would be saved; nothing was changed"), {files, saved});
-  const std::string line = filled(_("{1}, {2} saved"), {files, saved});
+  std::string line = filled(_("{1}, {2} saved"), {files, saved});
   if (options_.output) return line + filled(_("; the copies are in {1}"), {printable(*options_.output)});
   if (!restorable.until) return line;
   const std::string until = momentText(*restorable.until);

@@ -223,7 +223,7 @@ History::Selection History::select(std::string_view text) const {
     if (latest.entries.empty()) throw SelectionError();
     return latest;
   }
-  const Selection byID = isShortenedID(text) ? selectID(text) : Selection{};
+  auto byID = isShortenedID(text) ? selectID(text) : Selection{};
   if (UUID::isCanonical(text) && !byID.entries.empty()) return byID;
   auto byPath = selectPath(text);
   if (byID.entries.empty()) {

@@ -43,8 +43,9 @@ void publishBeside(const URL& place, const URL& file) {
   std::string end = "）";
   if (!file.pathExtension().empty()) end += "." + file.pathExtension();
   for (int i = 0; i < 1000; ++i) {
-    const std::string number = i > 0 ? std::to_string(i) : "";
-    const URL visible = folder.appending(fittingName(file.stem(), "（潮汐井找回" + number + end));
+    std::string found = "（潮汐井找回";
+    if (i > 0) found += std::to_string(i);
+    const URL visible = folder.appending(fittingName(file.stem(), found.append(end)));
     if (atomicRenameIfAbsent(place, visible)) return;
   }
   throw CompressionError::fileOperation("无法找回文件：同名文件过多");

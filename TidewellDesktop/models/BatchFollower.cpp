@@ -63,6 +63,7 @@ void BatchFollower::learnLocks(int start) {
       this,
       [files = files_.filesOf(start)] {
         std::vector<std::string> names;
+        names.reserve(files.size());
         for (const URL& file : files) {
           names.push_back(ExecutionPermit::fileLockName(CompressionQueue::fileIdentity(file)));
         }

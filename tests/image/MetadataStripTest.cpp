@@ -29,7 +29,7 @@ class MetadataStripTest : public testing::Test {
   std::string stripped(const std::string& name, const std::string& data) {
     const URL file = folder_.write(name, data);
     metadata::strip(file);
-    const std::string result = files::read(file);
+    std::string result = files::read(file);
     metadata::strip(file);
     EXPECT_EQ(files::read(file), result) << "a second time changes nothing";
     return result;
@@ -62,14 +62,17 @@ TEST_F(MetadataStripTest, JPEGKeepsItsPixelsAndColours) {
     const std::string plain = files::read(made);
     const std::string header = plain.substr(2, 18), rest = plain.substr(20);  // as libjpeg writes it
     std::string thumbnail = header.substr(4, 7) + "\1\1\x2C\1\x2C\2\1"s + secret;
-    std::string full = "\xFF\xD8" + before + segment(0xE0, thumbnail) + header + "stray" + secret;
+    std::string full = "\xFF\xD8";
+    full.append(before).append(segment(0xE0, thumbnail)).append(header).append("stray").append(secret);
     std::string scans = rest;
     scans.insert(scans.rfind("\xFF\xDA"), segment(0xFE, secret) + segment(0xE1, secret));
     full += scans + secret + "\xFF\xD8" + segment(0xE1, secret) + "\xFF\xD9";
     expectPlain("a.jpg", full, plain);
     const std::string inks = segment(0xEE, "Adobe\0\x64\0\0\0\0\1"s);
-    EXPECT_EQ(stripped("b.jpg", "\xFF\xD8" + segment(0xEE, inks.substr(4) + secret) + rest),
-              "\xFF\xD8" + inks + rest);
+    std::string tagged = "\xFF\xD8", expected = tagged;
+    tagged.append(segment(0xEE, inks.substr(4).append(secret))).append(rest);
+    expected.append(inks).append(rest);
+    EXPECT_EQ(stripped("b.jpg", tagged), expected);
   }
 }
 

@@ -59,12 +59,12 @@ class MetadataTest : public testing::Test {
   std::string carried(const std::string& original, const std::string& candidate) {
     const URL to = folder_.write("candidate", candidate);
     metadata::carry(folder_.write("original", original), to);
-    const std::string result = files::read(to);
+    std::string result = files::read(to);
     metadata::carry(folder_ / "original", to);
     EXPECT_EQ(files::read(to), result) << "a second time changes nothing";
     return result;
   }
-  std::string jpeg(bool withHeader, test::JPEGFileOptions options = {}) {
+  std::string jpeg(bool withHeader, const test::JPEGFileOptions& options = {}) {
     test::writeJPEGFile(folder_ / "made.jpg", test::photoRaster(16, 16), options);
     const std::string data = files::read(folder_ / "made.jpg");
     return withHeader ? data : data.substr(0, 2) + data.substr(2 + 18);  // what libjpeg begins with
@@ -117,8 +117,9 @@ TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
   for (const auto& c : cases) {
     EXPECT_EQ(carried("\xFF\xD8" + c.before + scan, candidate), "\xFF\xD8" + c.after + scan) << c.name;
     // What the candidate has of its own goes.
-    const std::string own =
-        "\xFF\xD8" + segment(0xE1, test::exifWithOrientation(6)) + segment(0xFE, "own") + unknown + scan;
+    std::string own = "\xFF\xD8";
+    own.append(segment(0xE1, test::exifWithOrientation(6))).append(segment(0xFE, "own"));
+    own.append(unknown).append(scan);
     EXPECT_EQ(carried("\xFF\xD8" + c.before + scan, own), "\xFF\xD8" + c.after + scan) << c.name;
   }
   EXPECT_EQ(carried("\xFF\xD8" + kept + scan, "\xFF\xD8" + density("\0\0\1\0\1"s) + scan),

@@ -145,7 +145,7 @@ TEST(Files, FindsTheUsersPlaces) {
     const char* name;
     URL (*place)();
     const char* byDefault;
-    std::string below = "";
+    std::string below = {};
   } cases[] = {{"XDG_DATA_HOME", locations::applicationSupportDirectory, "/home/someone/.local/share"},
                {"XDG_CONFIG_HOME", locations::configurationDirectory, "/home/someone/.config"},
                {"XDG_STATE_HOME", locations::stateDirectory, "/home/someone/.local/state", "/tidewell"},
