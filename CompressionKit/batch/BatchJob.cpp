@@ -125,7 +125,7 @@ void BatchJob::compressInPlace(const Found& file, FileReport& report) {
 void BatchJob::rehearse(const Found& file, const URL& folder, FileReport& report) {
   requireRegularFile(file.url);
   const auto before = known(file.url);
-  if (before && !mustStrip(file.url)) return fillKnown(report, file.url, before->score);
+  if (stays(before, file.url)) return fillKnown(report, file.url, before->score);
   requireWritable(folder);
   const URL temporary = locations::temporaryDirectory();
   sweeps_.sweepOnce(temporary);
@@ -206,13 +206,18 @@ bool BatchJob::mustStrip(const URL& url) const {
   return options_.compression.stripMetadata && ImageKind::from(url) != ImageKind::heic;
 }
 
+/// A file that was known `before` is not even to lose its metadata.
+bool BatchJob::stays(const std::optional<KnownFiles::Known>& before, const URL& url) const {
+  return before && !mustStrip(url);
+}
+
 /// Reports on a file what the engine makes of it. Without a result it is one that was known `before` and
 /// stays as it is, for its pixels are never compressed again.
 std::optional<CompressionResult> BatchJob::work(const CompressionEngine& engine, const URL& url,
                                                 CompressionOptions compression,
                                                 const std::optional<KnownFiles::Known>& before,
                                                 FileReport& report) const {
-  if (before && !mustStrip(url)) {
+  if (stays(before, url)) {
     fillKnown(report, url, before->score);
     return std::nullopt;
   }

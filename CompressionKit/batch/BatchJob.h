@@ -37,6 +37,7 @@ class BatchJob final : OutputListener {
   URL takeConversionName(const URL& original, const URL& folder);
   URL makeCopy(const Found& file, const WorkingDirectory& directory, FileReport& report);
   bool mustStrip(const URL& url) const;
+  bool stays(const std::optional<KnownFiles::Known>& before, const URL& url) const;
   std::optional<CompressionResult> work(const CompressionEngine& engine, const URL& url,
                                         CompressionOptions compression,
                                         const std::optional<KnownFiles::Known>& before,

@@ -6,8 +6,6 @@
 namespace tidewell {
 namespace {
 
-constexpr int startOfImage = 0xD8, endOfImage = 0xD9, startOfScan = 0xDA;
-
 /// The next marker's code; -1 at the end. Passes over stray bytes as the decoder does: a photo must not lose
 /// its orientation to them.
 int nextMarker(std::FILE* file) {
@@ -17,10 +15,6 @@ int nextMarker(std::FILE* file) {
     while (code == 0xFF) code = std::getc(file);
     if (code != 0) return code;
   }
-}
-
-bool isStandalone(int marker) {
-  return marker == startOfImage || marker == 0x01 || (marker >= 0xD0 && marker <= 0xD7);
 }
 
 }  // namespace
@@ -46,6 +40,15 @@ std::optional<std::int64_t> JPEGSegments::walk(std::FILE* file, const StopToken&
     if (std::fread(body.data(), 1, body.size(), file) != body.size()) return std::nullopt;
     visit(marker, body);
   }
+}
+
+std::string JPEGSegments::bytes(int marker, std::string_view body) {
+  const std::size_t length = body.size() + 2;  // with its own bytes
+  std::string bytes = "\xFF";
+  for (const std::size_t value : {static_cast<std::size_t>(marker), length >> 8, length & 0xFF}) {
+    bytes += static_cast<char>(value);
+  }
+  return bytes.append(body);
 }
 
 }  // namespace tidewell

@@ -61,22 +61,22 @@ void runPNGPlan(CompressionRun& run) {
   const bool canOptimise = run.tools().has("oxipng");
   if (!canQuantise && !canOptimise) throw CompressionError::toolMissing("pngquant / oxipng");
 
-  if (losesColors(run)) {
-    run.trace.append({.encoder = "pngquant",
-                      .status = "rejected",
-                      .reason = "metadata_mismatch",
-                      .bytes = std::nullopt,
-                      .score = std::nullopt,
-                      .detail = run.facts().profileName.value_or("none") + " -> sRGB"});
-  } else if (canQuantise && QualityAssessment::isAvailable(run.tools())) {
-    climbLadder(run);
-  } else {
+  if (!canQuantise || !QualityAssessment::isAvailable(run.tools())) {
     run.trace.append({.encoder = "pngquant",
                       .status = "unavailable",
                       .reason = "missing_component",
                       .bytes = std::nullopt,
                       .score = std::nullopt,
                       .detail = canQuantise ? "ssimulacra2" : "pngquant"});
+  } else if (losesColors(run)) {
+    run.trace.append({.encoder = "pngquant",
+                      .status = "rejected",
+                      .reason = "metadata_mismatch",
+                      .bytes = std::nullopt,
+                      .score = std::nullopt,
+                      .detail = run.facts().profileName.value_or("none") + " -> sRGB"});
+  } else {
+    climbLadder(run);
   }
   if (!canOptimise) return;
 

@@ -11,6 +11,7 @@
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/codecs/JPEGSegments.h"
 #include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/OrientationExif.h"
@@ -21,8 +22,7 @@ namespace {
 
 constexpr std::size_t headBytes = 0x100000;  // what the walks look at of a file
 
-constexpr unsigned startOfImage = 0xD8, endOfImage = 0xD9, startOfScan = 0xDA, quantisationTables = 0xDB;
-constexpr unsigned app1 = 0xE1, app2 = 0xE2;
+constexpr int quantisationTables = 0xDB;
 
 unsigned byteAt(std::string_view data, std::size_t i) {
   return static_cast<unsigned char>(data[i]);
@@ -33,18 +33,14 @@ unsigned bigEndian16(std::string_view data, std::size_t i) {
 }
 
 bool isJPEG(std::string_view data) {
-  return data.size() > 3 && byteAt(data, 0) == 0xFF && byteAt(data, 1) == startOfImage;
-}
-
-bool isStandalone(unsigned marker) {
-  return marker == 0x01 || (marker >= 0xD0 && marker <= 0xD8);
+  return data.size() > 3 && byteAt(data, 0) == 0xFF && data[1] == '\xD8';
 }
 
 /// One step of a walk over the segments before the first scan.
 struct Segment {
   std::size_t start;  ///< the first 0xFF
   std::size_t at;     ///< the marker's own byte
-  unsigned marker;
+  int marker;
   std::size_t end;  ///< one past the body, which only segments with a length have
 
   /// What follows the length.
@@ -57,7 +53,7 @@ std::optional<Segment> markerAt(std::string_view data, std::size_t i) {
   std::size_t at = i;
   while (at < data.size() && byteAt(data, at) == 0xFF) ++at;
   if (at == data.size()) return std::nullopt;
-  return Segment{.start = i, .at = at, .marker = byteAt(data, at), .end = at + 1};
+  return Segment{.start = i, .at = at, .marker = static_cast<int>(byteAt(data, at)), .end = at + 1};
 }
 
 /// Reads the length behind the marker; false when it is missing or runs past the end.
@@ -82,8 +78,10 @@ bool answerOfSegments(const URL& url, Visit visit) {
   if (!isJPEG(data)) return false;
   for (std::size_t i = 2;;) {
     auto segment = markerAt(data, i);
-    if (!segment || segment->marker == endOfImage || segment->marker == startOfScan) return false;
-    if (!isStandalone(segment->marker)) {
+    if (!segment || segment->marker == JPEGSegments::endOfImage ||
+        segment->marker == JPEGSegments::startOfScan)
+      return false;
+    if (!JPEGSegments::isStandalone(segment->marker)) {
       if (!measure(data, *segment)) return false;
       if (const std::optional<bool> answer = visit(segment->marker, segment->body(data))) return *answer;
     }
@@ -152,15 +150,16 @@ std::optional<double> averageStep(std::string_view body) {
 }  // namespace
 
 bool JPEGMetadata::hasMultiplePictures(const URL& url) {
-  return answerOfSegments(url, [](unsigned marker, std::string_view body) -> std::optional<bool> {
+  return answerOfSegments(url, [](int marker, std::string_view body) -> std::optional<bool> {
     constexpr std::string_view identifier("MPF\0", 4);
-    if (marker != app2 || body.size() < 16 || !body.starts_with(identifier)) return std::nullopt;
+    if (marker != JPEGSegments::app2 || body.size() < 16 || !body.starts_with(identifier))
+      return std::nullopt;
     return MultiPictureIndex(body.substr(identifier.size())).announcesSeveral();
   });
 }
 
 bool ImageFacts::hasFineJPEGQuantization(const URL& url) {
-  return answerOfSegments(url, [](unsigned marker, std::string_view body) -> std::optional<bool> {
+  return answerOfSegments(url, [](int marker, std::string_view body) -> std::optional<bool> {
     if (marker != quantisationTables) return std::nullopt;
     const auto step = averageStep(body);
     if (!step) return std::nullopt;
@@ -179,22 +178,19 @@ void JPEGMetadata::preserveOrientation(int orientation, const URL& url, const St
 
   const std::string data = files::read(url);
   if (!isJPEG(data)) throw CompressionError::invalidImage();
-  std::string output = data.substr(0, 2);
-  output += std::string_view(
-      "\xFF\xE1\0\x22"
-      "Exif\0\0",
-      10);
-  output += orientationExif(orientation);
+  constexpr std::string_view exifStart("Exif\0\0", 6);
+  std::string output =
+      data.substr(0, 2) +
+      JPEGSegments::bytes(JPEGSegments::app1, std::string(exifStart) + orientationExif(orientation));
   for (std::size_t i = 2;;) {
     auto segment = markerAt(data, i);
     if (!segment) throw CompressionError::invalidImage();
-    if (segment->marker == endOfImage || segment->marker == startOfScan) {
+    if (segment->marker == JPEGSegments::endOfImage || segment->marker == JPEGSegments::startOfScan) {
       output.append(data, segment->start);
       break;
     }
     if (!measure(data, *segment)) throw CompressionError::invalidImage();
-    const bool isExif =
-        segment->marker == app1 && segment->body(data).starts_with(std::string_view("Exif\0\0", 6));
+    const bool isExif = segment->marker == JPEGSegments::app1 && segment->body(data).starts_with(exifStart);
     if (!isExif) output.append(data, segment->start, segment->end - segment->start);
     i = segment->end;
   }

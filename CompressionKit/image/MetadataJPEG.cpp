@@ -43,7 +43,6 @@ constexpr Known known[] = {
 };
 constexpr std::size_t densityAt = 8, densityBytes = 5;  // of the marker and body: unit, across, down
 constexpr auto squareDensity = "\0\0\1\0\1"sv;
-constexpr int firstApplication = 0xE0, lastApplication = 0xEF, adobe = 0xEE;
 
 bool isSPIFF(int marker, std::string_view body) {
   return marker == 0xE8 && body.starts_with("SPIFF\0"sv);
@@ -51,7 +50,7 @@ bool isSPIFF(int marker, std::string_view body) {
 
 /// Of the colours of the samples, which are the candidate's.
 bool saysHowToShow(int marker, std::string_view body) {
-  return isSPIFF(marker, body) || (marker == adobe && body.starts_with("Adobe"));
+  return isSPIFF(marker, body) || (marker == JPEGSegments::app14 && body.starts_with("Adobe"));
 }
 
 const Known* knownAs(int marker, std::string_view body) {
@@ -69,13 +68,7 @@ bool isCarriedUnknown(int marker, std::string_view body) {
 }
 
 std::string segment(std::string_view markerAndBody) {
-  const std::size_t length = markerAndBody.size() + 1;  // with its own two bytes, without the marker
-  std::string bytes = "\xFF";
-  bytes += markerAndBody[0];
-  bytes += static_cast<char>(length >> 8);
-  bytes += static_cast<char>(length & 0xFF);
-  bytes += markerAndBody.substr(1);
-  return bytes;
+  return JPEGSegments::bytes(static_cast<unsigned char>(markerAndBody[0]), markerAndBody.substr(1));
 }
 
 /// The five bytes of the first JFIF segment; a square without unit, when there is none.
@@ -111,16 +104,15 @@ class Candidate {
  private:
   void add(int marker, const std::string& body) {
     const Known* it = knownAs(marker, body);
-    const std::string whole = static_cast<char>(marker) + body;
     if (it != nullptr && it->kind == Kind::density) {
-      if (header_.empty()) header_ = whole;
+      if (header_.empty()) header_ = static_cast<char>(marker) + body;
     } else if (it == nullptr ? !isCarriedUnknown(marker, body) : it->kind >= Kind::profile) {
-      rest_ += segment(whole);
+      rest_ += JPEGSegments::bytes(marker, body);
     }
-    const bool isFrame =
-        marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
-    if (isFrame) isPlain_ = isPlain_ && (isOf(body, "\1"sv) || isOf(body, "\1\2\3"sv));
-    if (marker == adobe) isPlain_ = false;
+    if (JPEGSegments::isFrame(marker)) {
+      isPlain_ = isPlain_ && (isOf(body, "\1"sv) || isOf(body, "\1\2\3"sv));
+    }
+    if (marker == JPEGSegments::app14) isPlain_ = false;
   }
 
   /// The frame has components of these numbers, by which decoders take one for grey, three for YCbCr.
@@ -143,7 +135,7 @@ class Candidate {
 
 void readJPEG(const ImageInput& file, Pieces& pieces, const StopToken& stop) {
   const auto wanted = [](int marker) {
-    return (marker >= firstApplication && marker <= lastApplication) || marker == JPEGSegments::comment;
+    return (marker >= JPEGSegments::app0 && marker <= JPEGSegments::app15) || marker == JPEGSegments::comment;
   };
   const auto end =
       JPEGSegments::walk(file.stream().get(), stop, wanted, [&](int marker, const std::string& body) {

@@ -7,6 +7,7 @@
 
 #include "CompressionKit/codecs/HEIFBoxes.h"
 #include "CompressionKit/codecs/JPEGDecoder.h"
+#include "CompressionKit/codecs/JPEGSegments.h"
 #include "CompressionKit/codecs/TIFFDirectories.h"
 #include "CompressionKit/image/Metadata.h"
 #include "CompressionKit/image/MetadataPieces.h"
@@ -73,11 +74,11 @@ class JPEGEnd {
 
   void step(unsigned byte) {
     if (state_ == State::marker) {
-      const bool isStandalone = byte <= 0x01 || (byte >= 0xD0 && byte <= 0xD8);
-      if (byte == 0xD9) {
+      const auto marker = static_cast<int>(byte);
+      if (marker == JPEGSegments::endOfImage) {
         state_ = State::ended;
-      } else if (byte != 0xFF) {
-        state_ = isStandalone ? State::data : State::high;
+      } else if (marker != 0xFF) {
+        state_ = marker == 0 || JPEGSegments::isStandalone(marker) ? State::data : State::high;
       }
     } else if (state_ == State::high) {
       left_ = byte << 8;

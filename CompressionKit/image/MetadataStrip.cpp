@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/JPEGSegments.h"
 #include "CompressionKit/image/MetadataPieces.h"
 
 namespace tidewell::metadata {
@@ -14,25 +15,13 @@ namespace {
 
 using namespace std::string_view_literals;
 
-constexpr int startOfImage = 0xD8, endOfImage = 0xD9, startOfScan = 0xDA;
 constexpr std::size_t lengthBytes = 2;
-
-bool isRestart(int marker) {
-  return marker >= 0xD0 && marker <= 0xD7;
-}
 
 /// Frames, tables and restart intervals: what decoders of pixels know.
 bool isOfPixels(int marker) {
-  return (marker >= 0xC0 && marker <= 0xCF && marker != 0xC8) || marker == 0xDB || marker == 0xDD;
-}
-
-std::string segment(int marker, std::string_view body) {
-  const std::size_t length = body.size() + lengthBytes;
-  std::string bytes = "\xFF";
-  for (const std::size_t value : {static_cast<std::size_t>(marker), length >> 8, length & 0xFF}) {
-    bytes += static_cast<char>(value);
-  }
-  return bytes.append(body);
+  constexpr int huffmanTables = 0xC4, arithmeticTables = 0xCC, quantisationTables = 0xDB, restarts = 0xDD;
+  return JPEGSegments::isFrame(marker) || marker == huffmanTables || marker == arithmeticTables ||
+         marker == quantisationTables || marker == restarts;
 }
 
 /// Writes a JPEG anew, marker by marker, up to its end.
@@ -44,14 +33,14 @@ class JPEGWithout {
     if (!data_.starts_with("\xFF\xD8"sv)) throw CompressionError::invalidImage();
     output_ = "\xFF\xD8";
     at_ = 2;
-    for (int marker = nextMarker(); marker != endOfImage; marker = nextMarker()) {
-      if (marker == startOfImage || marker == 0x01 || isRestart(marker)) continue;
+    for (int marker = nextMarker(); marker != JPEGSegments::endOfImage; marker = nextMarker()) {
+      if (JPEGSegments::isStandalone(marker)) continue;
       const std::string_view body = takeBody();
-      if (marker == startOfScan) {
-        output_ += segment(marker, body);
+      if (marker == JPEGSegments::startOfScan) {
+        output_ += JPEGSegments::bytes(marker, body);
         takeScan();
       } else {
-        output_ += isOfPixels(marker) ? segment(marker, body) : kept(marker, body);
+        output_ += isOfPixels(marker) ? JPEGSegments::bytes(marker, body) : kept(marker, body);
       }
     }
     return output_ + "\xFF\xD9";
@@ -86,7 +75,7 @@ class JPEGWithout {
     for (;; ++at_) {
       while (byteAt(at_) != 0xFF) ++at_;
       const int next = byteAt(at_ + 1);
-      if (next != 0 && next != 0xFF && !isRestart(next)) break;
+      if (next != 0 && next != 0xFF && !JPEGSegments::isRestart(next)) break;
     }
     output_.append(data_, start, at_ - start);
   }
@@ -94,13 +83,16 @@ class JPEGWithout {
   /// What an application's segment says of colours, and nothing that may stand behind it.
   std::string kept(int marker, std::string_view body) {
     constexpr std::size_t headerBytes = 14, adobeBytes = 12;
-    if (marker == 0xE0 && body.starts_with("JFIF\0"sv) && body.size() >= headerBytes && !hasHeader_) {
+    if (marker == JPEGSegments::app0 && body.starts_with("JFIF\0"sv) && body.size() >= headerBytes &&
+        !hasHeader_) {
       hasHeader_ = true;  // its version stays; no resolution, no thumbnail
-      return segment(marker, std::string(body.substr(0, 7)) + std::string("\0\0\1\0\1\0\0"sv));
+      return JPEGSegments::bytes(marker, std::string(body.substr(0, 7)) + std::string("\0\0\1\0\1\0\0"sv));
     }
-    if (marker == 0xE2 && body.starts_with("ICC_PROFILE\0"sv)) return segment(marker, body);
-    if (marker == 0xEE && body.starts_with("Adobe"sv) && body.size() >= adobeBytes) {
-      return segment(marker, body.substr(0, adobeBytes));
+    if (marker == JPEGSegments::app2 && body.starts_with("ICC_PROFILE\0"sv)) {
+      return JPEGSegments::bytes(marker, body);
+    }
+    if (marker == JPEGSegments::app14 && body.starts_with("Adobe"sv) && body.size() >= adobeBytes) {
+      return JPEGSegments::bytes(marker, body.substr(0, adobeBytes));
     }
     return {};
   }

@@ -15,6 +15,7 @@
 #include <cmath>
 
 #include "CompressionKit/wording/Amounts.h"
+#include "CompressionKit/wording/Attempts.h"
 #include "CompressionKit/wording/MetadataNames.h"
 #include "TidewellDesktop/compare/PictureView.h"
 #include "TidewellDesktop/support/Labels.h"
@@ -277,7 +278,7 @@ void ComparePage::updateFacts() {
   addFact(words(_("Saved")), amountWords(savedText(facts.originalBytes, facts.resultBytes)));
   if (facts.score)
     addFact(words(_("Score")), words(_("{1} (100 is identical)"), {words(scoreText(*facts.score))}));
-  if (facts.encoder) addFact(words(_("Encoder")), shownPath(*facts.encoder));
+  if (facts.encoder) addFact(words(_("Encoder")), words(encoderText(*facts.encoder)));
   if (facts.lostMetadata) addFact(words(_("Metadata that went")), words(metadataText(*facts.lostMetadata)));
   addFact(words(_("Colours")), profileText(facts));
 }

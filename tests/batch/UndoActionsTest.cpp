@@ -251,6 +251,14 @@ TEST_F(UndoActionsTest, FindsRecordsByIDBatchAndPath) {
   replace(c, "e");
   const History again(store_);
   EXPECT_EQ(again.undoOrder(again.select(c.path()), Date::now()).size(), 1U) << "what it was then is nowhere";
+  // Two names of one file, of which the older's record stands under a link.
+  replace(folder_.write("way/d.jpg", "first"), "f");
+  overwrite(folder_ / "photos/d.jpg", "second");
+  replace(folder_ / "photos/d.jpg", "s");
+  const History both(store_);
+  const auto ofD = both.select(folder + "/photos/d.jpg");
+  EXPECT_EQ(ofD.entries.size(), 2U);
+  EXPECT_EQ(both.undoOrder(ofD, Date::now()).size(), 1U);
   // An older replacement of a file fits below a newer one of the same bytes.
   EXPECT_EQ(actions_.check(oldA).outcome, Outcome::edited);
   EXPECT_EQ(actions_.check(oldA, &newA).outcome, Outcome::done);

@@ -16,6 +16,8 @@
 #include "CompressionKit/undo/AtomicRename.h"
 #include "CompressionKit/undo/UndoStore.h"
 #include "Tidewell/Commands.h"
+#include "Tidewell/CompressReport.h"
+#include "Tidewell/Records.h"
 #include "Tidewell/Terminal.h"
 #include "support/TemporaryFolder.h"
 #include "support/TestImages.h"
@@ -198,6 +200,18 @@ TEST_F(RecordCommands, CompareTwoPictures) {
   const auto [status, output, errors] = said(compare({path("a.png"), path("b.png")}));
   EXPECT_EQ(status, done) << errors;
   EXPECT_NE(output.find("64 × 48 pixels"), std::string::npos) << output;
+}
+
+// The summary of a run must name what `restore` then finds, whoever else ran meanwhile.
+TEST_F(RecordCommands, NameTheBatchWhereTheLatestMayBeAnother) {
+  const UUID batch = UUID::random(), later = UUID::random();
+  const auto record = replaced("a.jpg", batch);
+  const auto selector = [&] { return restorable(store_, batch, {record.id}).selector; };
+  EXPECT_EQ(selector(), "latest");
+  usleep(20'000);
+  const auto other = replaced("b.jpg", later);
+  EXPECT_EQ(selector(), shortID(batch));
+  EXPECT_EQ(restorable(store_, later, {other.id}).selector, "latest");
 }
 
 }  // namespace

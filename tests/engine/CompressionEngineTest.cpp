@@ -169,6 +169,10 @@ TEST_F(Engine, KeepsWideColorsWhereAsked) {
               options.keepMetadata ? "metadata_mismatch" : "component_error");
     if (!options.keepMetadata) break;
   }
+  options.keepMetadata = true;
+  files::removeItem(tools.directory().appending("pngquant"));
+  test::textOf([&] { compress(image); });
+  EXPECT_EQ(test::latestReport(undo).at("attempts").at(0).at("reason"), "missing_component");
 }
 
 /// Tools that leave metadata in what they make; then such that make nothing, and none at all. What stays is

@@ -14,13 +14,10 @@ namespace tidewell {
 namespace {
 
 using namespace std::string_literals;
+using test::jpegSegment;
 using test::number;
 using test::pngChunk;
 using test::TemporaryFolder;
-
-std::string segment(int marker, const std::string& body) {
-  return "\xFF"s + static_cast<char>(marker) + number(body.size() + 2, 2) + body;
-}
 
 std::string gifOfOnePixel(const std::string& extension = "") {
   return "GIF89a\1\0\1\0\x80\0\0abcdef"s + extension + ",\0\0\0\0\1\0\1\0\0\2\2\x44\1\0;"s;
@@ -33,16 +30,16 @@ std::string pictureIndex(std::uint64_t type, bool little) {
     if (little) std::reverse(bytes.begin(), bytes.end());
     return bytes;
   };
-  return segment(0xE2, "MPF\0"s + (little ? "II" : "MM") + value(42, 2) + value(8, 4) + value(1, 2) +
-                           value(0xB002, 2) + value(7, 2) + value(32, 4) + value(26, 4) + value(0, 4) +
-                           value(0x20030000, 4) + std::string(12, 'x') + value(type, 4) +
-                           std::string(12, 'x'));
+  return jpegSegment(0xE2, "MPF\0"s + (little ? "II" : "MM") + value(42, 2) + value(8, 4) + value(1, 2) +
+                               value(0xB002, 2) + value(7, 2) + value(32, 4) + value(26, 4) + value(0, 4) +
+                               value(0x20030000, 4) + std::string(12, 'x') + value(type, 4) +
+                               std::string(12, 'x'));
 }
 
 TEST(MetadataMedia, PassesOverWhatHoldsMoreThanItsPicture) {
   TemporaryFolder folder;
   const auto photo = [](const std::string& segments) {
-    return "\xFF\xD8" + segments + segment(0xDA, "scan") + "\xFF\xD9";
+    return "\xFF\xD8" + segments + jpegSegment(0xDA, "scan") + "\xFF\xD9";
   };
   const std::string plain = photo(""), png = test::pngOfOneRow(1, 8, 0, "x"), gif = gifOfOnePixel();
   const std::string archive(1025, 'z'), zeros(300 << 10, '\0');
@@ -87,9 +84,9 @@ TEST(MetadataMedia, PassesOverWhatHoldsMoreThanItsPicture) {
 
 TEST(MetadataMedia, MeasuresWhatIsNeitherPictureNorKnown) {
   TemporaryFolder folder;
-  const std::string scan = segment(0xDA, "\xFF\xD9");
+  const std::string scan = jpegSegment(0xDA, "\xFF\xD9");
   const std::string coded = "a\xFF\0\xD9\xFF\xD0\xFF\xD7\xFF\1"s;
-  const std::string between = segment(0xC4, "\xFF\xD9tables") + segment(0xFE, "\xFF\xD9");
+  const std::string between = jpegSegment(0xC4, "\xFF\xD9tables") + jpegSegment(0xFE, "\xFF\xD9");
   const std::string head = "\xFF\xD8" + scan;
   const std::string png =
       test::pngOfOneRow(1, 8, 0, "x", pngChunk("caBX", "12") + pngChunk("gAMA", number(1, 4)));
@@ -101,7 +98,8 @@ TEST(MetadataMedia, MeasuresWhatIsNeitherPictureNorKnown) {
       {split((256 << 10)), 6},
       {split((256 << 10) + 1), 6},
       {split((256 << 10) - 20), 6},
-      {"\xFF\xD8" + segment(0xE3, "raw") + segment(0xEB, "JP") + segment(0xEE, "Adobe") + scan + "\xFF\xD9",
+      {"\xFF\xD8" + jpegSegment(0xE3, "raw") + jpegSegment(0xEB, "JP") + jpegSegment(0xEE, "Adobe") + scan +
+           "\xFF\xD9",
        5},
       {png + "behind", 2 + 6},
       {gifOfOnePixel("\x21\xFF\x0BSOMETHING11\1x\0"s) + "behind", 17 + 6},

@@ -15,14 +15,11 @@ namespace tidewell {
 namespace {
 
 using namespace std::string_literals;
+using test::jpegSegment;
 using test::number;
 using test::pngChunk;
 
 const std::string secret = "SECRET";
-
-std::string segment(int marker, const std::string& body) {
-  return "\xFF"s + static_cast<char>(marker) + number(body.size() + 2, 2) + body;
-}
 
 class MetadataStripTest : public testing::Test {
  protected:
@@ -46,11 +43,12 @@ class MetadataStripTest : public testing::Test {
 };
 
 TEST_F(MetadataStripTest, JPEGKeepsItsPixelsAndColours) {
-  const std::string before =
-      segment(0xE1, test::exifWithOrientation(6) + secret) +
-      segment(0xE1, "http://ns.adobe.com/xap/1.0/\0"s + secret) + segment(0xE0, "JFXX\0\x10"s + secret) +
-      segment(0xE2, "MPF\0"s + secret) + segment(0xE2, "FPXR\0"s + secret) + segment(0xEB, secret) +
-      segment(0xED, "Photoshop 3.0\0"s + secret) + segment(0xEF, "Adobe" + secret) + segment(0xFE, secret);
+  const std::string before = jpegSegment(0xE1, test::exifWithOrientation(6) + secret) +
+                             jpegSegment(0xE1, "http://ns.adobe.com/xap/1.0/\0"s + secret) +
+                             jpegSegment(0xE0, "JFXX\0\x10"s + secret) +
+                             jpegSegment(0xE2, "MPF\0"s + secret) + jpegSegment(0xE2, "FPXR\0"s + secret) +
+                             jpegSegment(0xEB, secret) + jpegSegment(0xED, "Photoshop 3.0\0"s + secret) +
+                             jpegSegment(0xEF, "Adobe" + secret) + jpegSegment(0xFE, secret);
   for (const test::JPEGFileOptions& options :
        {test::JPEGFileOptions{.restart = 1}, {.progressive = true}, {.colors = test::JPEGColors::grey}}) {
     auto colored = options;
@@ -63,14 +61,14 @@ TEST_F(MetadataStripTest, JPEGKeepsItsPixelsAndColours) {
     const std::string header = plain.substr(2, 18), rest = plain.substr(20);  // as libjpeg writes it
     std::string thumbnail = header.substr(4, 7) + "\1\1\x2C\1\x2C\2\1"s + secret;
     std::string full = "\xFF\xD8";
-    full.append(before).append(segment(0xE0, thumbnail)).append(header).append("stray").append(secret);
+    full.append(before).append(jpegSegment(0xE0, thumbnail)).append(header).append("stray").append(secret);
     std::string scans = rest;
-    scans.insert(scans.rfind("\xFF\xDA"), segment(0xFE, secret) + segment(0xE1, secret));
-    full += scans + secret + "\xFF\xD8" + segment(0xE1, secret) + "\xFF\xD9";
+    scans.insert(scans.rfind("\xFF\xDA"), jpegSegment(0xFE, secret) + jpegSegment(0xE1, secret));
+    full += scans + secret + "\xFF\xD8" + jpegSegment(0xE1, secret) + "\xFF\xD9";
     expectPlain("a.jpg", full, plain);
-    const std::string inks = segment(0xEE, "Adobe\0\x64\0\0\0\0\1"s);
+    const std::string inks = jpegSegment(0xEE, "Adobe\0\x64\0\0\0\0\1"s);
     std::string tagged = "\xFF\xD8", expected = tagged;
-    tagged.append(segment(0xEE, inks.substr(4).append(secret))).append(rest);
+    tagged.append(jpegSegment(0xEE, inks.substr(4).append(secret))).append(rest);
     expected.append(inks).append(rest);
     EXPECT_EQ(stripped("b.jpg", tagged), expected);
   }

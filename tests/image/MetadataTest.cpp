@@ -16,13 +16,10 @@ namespace tidewell {
 namespace {
 
 using namespace std::string_literals;
+using test::jpegSegment;
 using test::number;
 using test::pngChunk;
 using test::TemporaryFolder;
-
-std::string segment(int marker, const std::string& body) {
-  return "\xFF"s + static_cast<char>(marker) + number(body.size() + 2, 2) + body;
-}
 
 /// `properties` are attributes and elements of the packet's only description.
 std::string packet(const std::string& attributes, const std::string& elements = "") {
@@ -45,13 +42,13 @@ struct Segments {
 };
 
 std::string xmp(const std::string& text) {
-  return segment(0xE1, xmpName + text);
+  return jpegSegment(0xE1, xmpName + text);
 }
 std::string extension(const std::string& text) {
-  return segment(0xE1, "http://ns.adobe.com/xmp/extension/\0"s + std::string(40, 'n') + text);
+  return jpegSegment(0xE1, "http://ns.adobe.com/xmp/extension/\0"s + std::string(40, 'n') + text);
 }
 std::string density(const std::string& units) {
-  return segment(0xE0, "JFIF\0\1\1"s + units + "\0\0"s);
+  return jpegSegment(0xE0, "JFIF\0\1\1"s + units + "\0\0"s);
 }
 
 class MetadataTest : public testing::Test {
@@ -73,15 +70,15 @@ class MetadataTest : public testing::Test {
 };
 
 TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
-  const std::string kept = segment(0xE1, exif) + xmp(plainPacket) +
-                           segment(0xED,
-                                   "Photoshop 3.0\0"
-                                   "8BIM"s) +
-                           segment(0xFE, "a comment") + segment(0xFE, std::string(65533, 'c')) +
-                           segment(0xE1, "FLIR\0\1\0\0"s) + segment(0xEC, "Ducky\0"s);
+  const std::string kept = jpegSegment(0xE1, exif) + xmp(plainPacket) +
+                           jpegSegment(0xED,
+                                       "Photoshop 3.0\0"
+                                       "8BIM"s) +
+                           jpegSegment(0xFE, "a comment") + jpegSegment(0xFE, std::string(65533, 'c')) +
+                           jpegSegment(0xE1, "FLIR\0\1\0\0"s) + jpegSegment(0xEC, "Ducky\0"s);
   std::string unknown;
   for (const int marker : {0xE1, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7, 0xE8, 0xE9, 0xEA, 0xEC, 0xED, 0xEF}) {
-    unknown += segment(marker, "raw\xFF\xD9"s) + segment(marker, "");
+    unknown += jpegSegment(marker, "raw\xFF\xD9"s) + jpegSegment(marker, "");
   }
   const std::string directory =
       "<C:Directory><r:Seq><r:li r:parseType='Resource'><C:Item C:x='1'/></r:li></r:Seq></C:Directory>";
@@ -89,13 +86,14 @@ TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
   const Segments cases[] = {
       {"all that is kept, in its order", kept, kept},
       {"not what decides pixels or points behind them",
-       segment(0xEE, "Adobe\0\0\0\0\0\0\0"s) + segment(0xE2, "MPF\0II*\0"s) + segment(0xEB, "JP") +
-           segment(0xE2, "ICC_PROFILE\0\1\1x"s) + segment(0xE8, "SPIFF\0"s) + segment(0xE0, "JFXX\0"s) +
-           segment(0xE2, "urn:iso:std:iso:ts:21496:-1\0"s) + segment(0xEE, "x"),
+       jpegSegment(0xEE, "Adobe\0\0\0\0\0\0\0"s) + jpegSegment(0xE2, "MPF\0II*\0"s) +
+           jpegSegment(0xEB, "JP") + jpegSegment(0xE2, "ICC_PROFILE\0\1\1x"s) +
+           jpegSegment(0xE8, "SPIFF\0"s) + jpegSegment(0xE0, "JFXX\0"s) +
+           jpegSegment(0xE2, "urn:iso:std:iso:ts:21496:-1\0"s) + jpegSegment(0xEE, "x"),
        ""},
-      {"what nobody knows", unknown + segment(0xE1, "Exif"), unknown + segment(0xE1, "Exif")},
-      {"stray bytes and fill bytes", "\xFF\xFF" + segment(0xFE, "a") + "stray" + segment(0xFE, "b"),
-       segment(0xFE, "a") + segment(0xFE, "b")},
+      {"what nobody knows", unknown + jpegSegment(0xE1, "Exif"), unknown + jpegSegment(0xE1, "Exif")},
+      {"stray bytes and fill bytes", "\xFF\xFF" + jpegSegment(0xFE, "a") + "stray" + jpegSegment(0xFE, "b"),
+       jpegSegment(0xFE, "a") + jpegSegment(0xFE, "b")},
       {"a density with a unit", density("\1\1\x2C\1\x2C"s), density("\1\1\x2C\1\x2C"s)},
       {"none that says nothing", density("\0\0\1\0\1"s), ""},
       {"references go",
@@ -118,7 +116,7 @@ TEST_F(MetadataTest, JPEGTakesOverWhatIsNotOfItsPixels) {
     EXPECT_EQ(carried("\xFF\xD8" + c.before + scan, candidate), "\xFF\xD8" + c.after + scan) << c.name;
     // What the candidate has of its own goes.
     std::string own = "\xFF\xD8";
-    own.append(segment(0xE1, test::exifWithOrientation(6))).append(segment(0xFE, "own"));
+    own.append(jpegSegment(0xE1, test::exifWithOrientation(6))).append(jpegSegment(0xFE, "own"));
     own.append(unknown).append(scan);
     EXPECT_EQ(carried("\xFF\xD8" + c.before + scan, own), "\xFF\xD8" + c.after + scan) << c.name;
   }
@@ -132,7 +130,7 @@ TEST_F(MetadataTest, JPEGGetsNoHeaderThatChangesColours) {
     return carried(original, candidate).substr(2).starts_with("\xFF\xE0");
   };
   EXPECT_TRUE(hasHeader(jpeg(false, {.colors = test::JPEGColors::grey})));
-  EXPECT_FALSE(hasHeader("\xFF\xD8" + segment(0xEE, "Adobe\0\0\0\0\0\0\0"s) + jpeg(false).substr(2)));
+  EXPECT_FALSE(hasHeader("\xFF\xD8" + jpegSegment(0xEE, "Adobe\0\0\0\0\0\0\0"s) + jpeg(false).substr(2)));
   std::string named = jpeg(false);
   named.at(named.find("\xFF\xC0") + 10) = 'R';  // the first component
   EXPECT_FALSE(hasHeader(named));
@@ -239,11 +237,11 @@ TEST_F(MetadataTest, NamesWhatAFileSays) {
                            entry(0x013B, 2, 4, 0) + entry(0x8825, 4, 1, 62) + number(92, 4) + "\0\2"s +
                            entry(0, 1, 4, 0) + entry(2, 5, 3, 0) + number(0, 4) + "\0\1"s +
                            entry(0x0202, 4, 1, 77) + number(0, 4);
-  const std::string body = density("\1\1\x2C\1\x2C"s) + segment(0xE1, "Exif\0\0"s + tiff) + xmp("12345") +
-                           segment(0xED,
-                                   "Photoshop 3.0\0"
-                                   "8BIM\4\4\0\0\0\0\0\3abc\0"s) +
-                           segment(0xFE, "hello") + segment(0xE2, "MPF\0index"s);
+  const std::string body = density("\1\1\x2C\1\x2C"s) + jpegSegment(0xE1, "Exif\0\0"s + tiff) + xmp("12345") +
+                           jpegSegment(0xED,
+                                       "Photoshop 3.0\0"
+                                       "8BIM\4\4\0\0\0\0\0\3abc\0"s) +
+                           jpegSegment(0xFE, "hello") + jpegSegment(0xE2, "MPF\0index"s);
   using Entries = std::vector<metadata::Entry>;
   const auto before = metadata::entries(folder_.write("a.jpg", "\xFF\xD8" + body));
   const Entries expected = {

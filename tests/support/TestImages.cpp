@@ -199,6 +199,10 @@ std::string pngOfOneRow(int width, int bitDepth, int colorType, const std::strin
          pngChunk("IEND", "");
 }
 
+std::string jpegSegment(int marker, const std::string& body) {
+  return std::string{'\xFF', static_cast<char>(marker)} + number(body.size() + 2, 2) + body;
+}
+
 std::string exifWithOrientation(int orientation, bool bigEndian) {
   std::string body = std::string("Exif\0\0", 6) + (bigEndian ? "MM" : "II");
   for (const auto& [value, bytes] :

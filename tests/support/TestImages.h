@@ -72,6 +72,8 @@ std::string withChunk(const std::string& png, const std::string& type, const std
 std::string pngOfOneRow(int width, int bitDepth, int colorType, const std::string& row,
                         const std::string& chunks = {});
 
+/// One JPEG segment with its length.
+std::string jpegSegment(int marker, const std::string& body);
 /// An Exif APP1 body whose only entry is the orientation, in either byte order.
 std::string exifWithOrientation(int orientation, bool bigEndian = false);
 
