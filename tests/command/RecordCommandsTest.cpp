@@ -44,7 +44,7 @@ class RecordCommands : public testing::Test {
     const int status = terminal.finish(command(terminal));
     return {status, files::read(folder_ / "stdout"), files::read(folder_ / "stderr")};
   }
-  static Command restore(std::vector<std::string> selectors, std::optional<std::string> to = {},
+  static Command restore(const std::vector<std::string>& selectors, const std::optional<std::string>& to = {},
                          bool dryRun = false) {
     return [=](Terminal& terminal) {
       return runRestore({.dryRun = dryRun, .to = to, .selectors = selectors}, terminal);
@@ -53,7 +53,7 @@ class RecordCommands : public testing::Test {
   static Command explain(const std::string& selector, bool json = false) {
     return [=](Terminal& terminal) { return runExplain({.json = json, .selector = selector}, terminal); };
   }
-  static Command compare(std::vector<std::string> selectors) {
+  static Command compare(const std::vector<std::string>& selectors) {
     return [=](Terminal& terminal) { return runCompare({.output = {}, .selectors = selectors}, terminal); };
   }
   static Command forget(const std::string& selector, std::optional<double> olderThan = {}) {

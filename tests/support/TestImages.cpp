@@ -41,7 +41,7 @@ ColorMapObject* colorMap(const std::vector<Pixel>& palette) {
 }  // namespace
 
 Raster::Raster(int w, int h, const std::function<Pixel(int x, int y)>& color) : width(w), height(h) {
-  pixels.reserve(static_cast<std::size_t>(w * h));
+  pixels.reserve(static_cast<std::size_t>(w) * static_cast<std::size_t>(h));
   for (int y = 0; y < h; ++y) {
     for (int x = 0; x < w; ++x) pixels.push_back(color(x, y));
   }
@@ -73,11 +73,12 @@ void writePNGFile(const URL& url, const Raster& raster, const PNGOptions& option
                  static_cast<png_uint_32>(options.icc.size()));
   }
   if (options.gamma) png_set_gAMA(png, info, *options.gamma);
-  std::vector<png_bytep> rows;
-  for (int y = 0; y < raster.height; ++y) rows.push_back(const_cast<png_bytep>(raster.at(0, y).data()));
-  png_set_rows(png, info, rows.data());
-  png_write_png(png, info, options.alpha ? PNG_TRANSFORM_IDENTITY : PNG_TRANSFORM_STRIP_FILLER_AFTER,
-                nullptr);
+  png_write_info(png, info);
+  if (!options.alpha) png_set_filler(png, 0, PNG_FILLER_AFTER);
+  for (int passes = png_set_interlace_handling(png); passes > 0; --passes) {
+    for (int y = 0; y < raster.height; ++y) png_write_row(png, raster.at(0, y).data());
+  }
+  png_write_end(png, info);
   png_destroy_write_struct(&png, &info);
 }
 
@@ -154,8 +155,8 @@ void writeGIFFile(const URL& url, const GIFFile& file) {
     EGifPutImageDesc(gif, frame.left, frame.top, frame.width, frame.height, frame.interlaced, local);
     if (local) GifFreeMapObject(local);
     const auto index = [&](int x, int y) {
-      return frame.indexes.size() == 1 ? frame.indexes[0]
-                                       : frame.indexes[static_cast<std::size_t>(y * frame.width + x)];
+      const auto before = static_cast<std::size_t>(y) * static_cast<std::size_t>(frame.width);
+      return frame.indexes[frame.indexes.size() == 1 ? 0 : before + static_cast<std::size_t>(x)];
     };
     std::vector<GifPixelType> line(static_cast<std::size_t>(frame.width));
     const auto put = [&](int y) {
