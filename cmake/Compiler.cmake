@@ -36,6 +36,14 @@ target_compile_definitions(tidewell_options INTERFACE _FILE_OFFSET_BITS=64)
 # needs longer to load all of the standard library than to read some. Sources name what they need all the same: where
 # warnings are errors they are built without, also because GCC takes <string> for a header of ours then and warns of
 # overflows in it that are none. -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON builds everything without.
+#
+# ccache has to be told to keep what is compiled with them; with Clang it never does.
+if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache$")
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+  endif()
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros "${CMAKE_CXX_COMPILER_LAUNCHER}")
+endif()
 set(precompiled_headers <algorithm> <functional> <memory> <optional> <span> <string> <string_view> <vector>)
 if(NOT TIDEWELL_WERROR)
   add_library(tidewell_precompiled OBJECT "${CMAKE_CURRENT_LIST_DIR}/Precompiled.cpp")
