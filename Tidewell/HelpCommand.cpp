@@ -48,7 +48,7 @@ std::string termOf(const OptionSpec& option) {
 }
 
 void printProgramHelp(Terminal& terminal) {
-  terminal.print(_("Makes pictures smaller without a visible loss, and can undo it."));
+  terminal.print(_("Makes pictures smaller, measures every result, and can undo it."));
   terminal.print("");
   terminal.print(filled(_("Usage: tidewell {1} {2}"), {"COMMAND", "[OPTIONS] ..."}));
   terminal.print("");

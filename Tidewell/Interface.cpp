@@ -26,7 +26,7 @@ std::vector<OptionSpec> compressOptions() {
       {"--output", "DIR", N_("write compressed copies there and leave the originals alone")},
       {"--min-saving", "SIZE", N_("count a smaller gain as none: “5%” or “10K”")},
       {"--min-score", "N",
-       N_("ask for a higher score than the built-in floors (60 for JPEG, 70 for PNG and GIF)")},
+       N_("ask for a higher score than the built-in floors (60 to 86 for JPEG, 70 for PNG and GIF)")},
       {"--strip", nullptr, N_("remove date, place, camera and comments; the orientation stays")},
       {"--new-times", nullptr, N_("let the files have new times")},
       {"--again", nullptr, N_("compress also what was compressed before")},

@@ -12,13 +12,13 @@ import re
 import subprocess
 import sys
 
-SOURCES = {".cpp", ".h", ".py", ".sh", ".cmake"}
+SOURCES = {".cpp", ".h", ".py", ".sh", ".cmake", ".in", ".yml"}
 LICENCE = ["SPDX-License-Identifier: Apache-2.0", "SPDX-FileCopyrightText: The Tidewell authors"]
 VERSIONS = {  # file, below the repository or the built tree: what its newest version follows
     "CHANGELOG.md": r"^## ",
     "debian/changelog": r"^tidewell \(",
     "share/man/man1/*.1": r'^\.TH .* "Tidewell ',
-    "share/metainfo/*.metainfo.xml": r'<release version="',
+    "packaging/desktop/*.metainfo.xml": r'<release version="',
     "lib/tidewell/tools/tools.json": r'"tidewell": "',
 }
 
@@ -41,7 +41,10 @@ def unlicensed(root):
 def other_versions(root, program):
     version = subprocess.run([program, "--version"], capture_output=True, text=True, check=True).stdout.split()[-1]
     for pattern, before in VERSIONS.items():
-        for path in [*root.glob(pattern), *program.parent.parent.glob(pattern)]:
+        paths = [*root.glob(pattern), *program.parent.parent.glob(pattern)]
+        if not paths and not pattern.startswith("lib/"):  # without the tools there is nothing to say of them
+            yield f"nothing is called {pattern}"
+        for path in paths:
             found = re.search(before + r"([0-9]+(?:\.[0-9]+)+)", path.read_text(encoding="utf-8"), re.M)
             if not found or found.group(1) != version:
                 yield f"not {version}: {path} ({found and found.group(1)})"
