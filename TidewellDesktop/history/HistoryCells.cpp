@@ -65,7 +65,7 @@ QVariant HistoryModel::batchData(HistoryBatch& batch, int column, int role) cons
     case After:
       return amountWords(sizeText(batch.after));
     case Saved:
-      return amountWords(savedText(batch.before, batch.before - batch.saved));
+      return amountWords(savedText(batch.before, batch.after));
     case State:
       return batch.prospect ? batchStateText(*batch.prospect, batch.records.size()) : QString();
     case TimeLeft:

@@ -235,7 +235,6 @@ void HistoryModel::adoptRecords(HistoryBatch& batch, HistoryBatch& fresh) {
   batch.newest = fresh.newest;
   batch.before = fresh.before;
   batch.after = fresh.after;
-  batch.saved = fresh.saved;
 }
 
 /// Whether there is a new folder among the watched. Those of old batches hardly change, and watching is not

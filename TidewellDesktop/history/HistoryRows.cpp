@@ -33,6 +33,19 @@ bool HistoryRecord::isRestorable(Date now) const {
   return prospect->state != History::State::edited && prospect->state != History::State::expired;
 }
 
+/// The original of a conversion stays, so a larger picture beside it takes nothing from what others saved.
+void addSizes(HistoryBatch& batch) {
+  const auto grew = [](const HistoryRecord& row) {
+    return row.entry->record.replacementBytes > row.entry->record.originalBytes;
+  };
+  const bool allGrew = std::ranges::all_of(batch.records, grew);
+  for (const auto& row : batch.records) {
+    if (grew(row) && !allGrew) continue;
+    batch.before += row.entry->record.originalBytes;
+    batch.after += row.entry->record.replacementBytes;
+  }
+}
+
 HistoryBatches batchesOf(const History& history) {
   HistoryBatches batches;
   for (const auto& entry : history.entries()) {
@@ -43,12 +56,10 @@ HistoryBatches batchesOf(const History& history) {
       batches.back()->newest = record.createdAt;
     }
     HistoryBatch& batch = *batches.back();
-    batch.before += record.originalBytes;
-    batch.after += record.replacementBytes;
-    batch.saved += std::max<std::int64_t>(record.originalBytes - record.replacementBytes, 0);
     batch.records.push_back({.entry = &entry});
   }
   for (auto& batch : batches) {
+    addSizes(*batch);
     // The same every time, whatever order a folder is listed in.
     std::ranges::sort(batch->records, [](const HistoryRecord& a, const HistoryRecord& b) {
       const UndoRecord &one = a.entry->record, &other = b.entry->record;

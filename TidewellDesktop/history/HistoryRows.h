@@ -37,8 +37,7 @@ struct HistoryBatch {
   UUID id;
   int row = 0;  ///< in the model
   Date newest;
-  std::int64_t before = 0, after = 0;
-  std::int64_t saved = 0;              ///< a conversion that grew adds nothing
+  std::int64_t before = 0, after = 0;  ///< a conversion that grew counts only where nothing else does
   std::vector<HistoryRecord> records;  ///< newest first
   std::optional<Prospect> prospect = std::nullopt;
   bool isStale = true, isWished = false;

@@ -127,6 +127,20 @@ TEST_F(HistoryTest, ModelFollowsTheStoreAndKeepsThePlace) {
   EXPECT_EQ(resets.count(), 0);
 }
 
+TEST_F(HistoryTest, SizesOfABatchLeaveOutWhatGrewBesideOthers) {
+  const UUID mixed = UUID::random();
+  replaced("a.jpg", 10, mixed);
+  for (auto grown : {replaced("b.heic", 20, mixed), replaced("c.heic", 900)}) {
+    grown.convertedPath = grown.originalPath + ".png";
+    grown.replacementBytes = 27;
+    write(grown);
+  }
+  const HistoryBatches batches = batchesOf(History(store_));
+  ASSERT_EQ(batches.size(), 2U);
+  EXPECT_EQ(std::pair(batches[0]->before, batches[0]->after), std::pair(18L, 14L));
+  EXPECT_EQ(std::pair(batches[1]->before, batches[1]->after), std::pair(18L, 27L));
+}
+
 TEST_F(HistoryTest, StoreThatCannotBeReadIsSaidAndComesBack) {
   const auto record = replaced("a.jpg");
   const URL root = store_.root(), aside = folder_ / "aside";
