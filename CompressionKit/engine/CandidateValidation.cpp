@@ -28,13 +28,17 @@ class Validation {
     const ImageFacts::Inspection found = inspected();
     if (policy_.saysItsColors &&
         !colorsAgree(run_.original.properties(), found.properties, mayBeConverted())) {
+      found.prove();
       record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       return std::nullopt;
     }
-    if (isLossless() && !samePixels(run_.url())) return rejected("pixels_changed", bytes_);
+    const bool isSame = !isLossless() || samePixels(run_.url(), found);
     const auto* same = std::get_if<SamePixelsAs>(&proof_);
-    const bool isCopy = same && samePixels(same->candidate.url);  // its alpha has been judged, then
-    if (!isCopy && !alphaSurvives(found.facts)) return rejected("alpha_mismatch", bytes_);
+    const bool isCopy = same && samePixels(same->candidate.url, found);  // its alpha has been judged, then
+    const bool keepsAlpha = !isSame || isCopy || alphaSurvives(found);
+    found.prove();  // what is broken counts first, whatever it has been compared with
+    if (!isSame) return rejected("pixels_changed", bytes_);
+    if (!keepsAlpha) return rejected("alpha_mismatch", bytes_);
 
     std::optional<double> score;
     if (same) {
@@ -61,8 +65,10 @@ class Validation {
   ImageFacts::Inspection inspected() const {
     using Views = ImageFacts::Views;
     const bool isMeasured = std::holds_alternative<ScoreAtLeast>(proof_);
-    auto found = ImageFacts::inspection(output_, isMeasured ? Views::wanted : Views::unwanted, stop_);
+    auto found =
+        ImageFacts::inspection(output_, isMeasured ? Views::wanted : Views::unwanted, stop_, policy_.proof);
     if (!run_.facts().compatible(found.facts, mayBeConverted())) {
+      found.prove();
       record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       throw CompressionError::fileOperation("压缩结果的尺寸、方向、帧信息或色彩配置与原图不一致");
     }
@@ -73,14 +79,15 @@ class Validation {
     return run_.facts().profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
   }
 
-  bool samePixels(const URL& expected) const {
-    return policy_.samePixels && policy_.samePixels(expected, output_, stop_);
+  bool samePixels(const URL& expected, const ImageFacts::Inspection& found) const {
+    return policy_.samePixels && policy_.samePixels(expected, output_, found, stop_);
   }
 
   /// Where all pixels are the same, so is their alpha.
-  bool alphaSurvives(const ImageFacts& facts) const {
-    if (isLossless() || !policy_.alphaSurvives || !(run_.facts().hasAlpha || facts.hasAlpha)) return true;
-    return policy_.alphaSurvives(run_.url(), output_, stop_);
+  bool alphaSurvives(const ImageFacts::Inspection& found) const {
+    if (isLossless() || !policy_.alphaSurvives || !(run_.facts().hasAlpha || found.facts.hasAlpha))
+      return true;
+    return policy_.alphaSurvives(run_.url(), output_, found, stop_);
   }
 
   /// Both have views or neither: they are of one size.

@@ -12,12 +12,24 @@
 namespace tidewell {
 namespace {
 
+using Found = ImageFacts::Inspection;
+
+template <bool (*compare)(const URL&, const URL&, const StopToken&)>
+bool byFiles(const URL& original, const URL& candidate, const Found&, const StopToken& stop) {
+  return compare(original, candidate, stop);
+}
+
+template <bool (*compare)(const URL&, ImageSource&, const StopToken&)>
+bool byRows(const URL& original, const URL&, const Found& found, const StopToken& stop) {
+  return compare(original, *found.unproven, stop);
+}
+
 constexpr FormatPolicy jpegPolicy{
     .plan = runJPEGPlan,
     .threshold = &CompressionEngine::Thresholds::quality,
     .judgesLargerOutputs = true,
     .preserveOrientation = JPEGMetadata::preserveOrientation,
-    .samePixels = ImageFacts::pixelsEqual,
+    .samePixels = byFiles<ImageFacts::pixelsEqual>,
 };
 
 constexpr FormatPolicy pngPolicy{
@@ -25,8 +37,10 @@ constexpr FormatPolicy pngPolicy{
     .threshold = &CompressionEngine::Thresholds::pngQuality,
     .preserveOrientation = PNGMetadata::preserveOrientation,
     .mayBeConvertedToSRGB = true,
-    .samePixels = ImageFacts::samplesEqual,  // at the depth of the files, which is more than what is shown
-    .alphaSurvives = ImageFacts::quantizedAlphaWithin,
+    .proof = ImageFacts::Proof::owed,
+    .samePixels =
+        byRows<ImageFacts::samplesEqual>,  // at the depth of the files, which is more than what is shown
+    .alphaSurvives = byRows<ImageFacts::quantizedAlphaWithin>,
 };
 
 constexpr FormatPolicy gifPolicy{
@@ -34,7 +48,7 @@ constexpr FormatPolicy gifPolicy{
     .threshold = &CompressionEngine::Thresholds::gifQuality,
     .isScoredByFrame = true,
     .saysItsColors = false,
-    .samePixels = ImageFacts::gifFramesEqual,
+    .samePixels = byFiles<ImageFacts::gifFramesEqual>,
 };
 
 }  // namespace

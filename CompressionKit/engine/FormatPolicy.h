@@ -4,6 +4,7 @@
 #pragma once
 
 #include "CompressionKit/engine/CompressionEngine.h"
+#include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/ImageKind.h"
 #include "CompressionKit/platform/Stop.h"
 #include "CompressionKit/platform/URL.h"
@@ -15,7 +16,9 @@ struct CompressionRun;
 /// All that the engine treats differently by the kind of an image. What the files of a kind look like is the
 /// matter of `ImageKind` and of `codecs/`.
 struct FormatPolicy {
-  using Comparison = bool (*)(const URL& original, const URL& candidate, const StopToken& stop);
+  /// `found` is what the gate has seen of the candidate.
+  using Comparison = bool (*)(const URL& original, const URL& candidate, const ImageFacts::Inspection& found,
+                              const StopToken& stop);
 
   void (*plan)(CompressionRun& run);
   /// The lowest score of a lossy output, or of each frame of one, where its step asks for no other.
@@ -27,6 +30,8 @@ struct FormatPolicy {
   bool isScoredByFrame = false;
   bool saysItsColors = true;          ///< files of this kind carry profiles
   bool mayBeConvertedToSRGB = false;  ///< by a lossy step
+  /// The comparisons read all rows of a candidate, so that its soundness need not be proven before.
+  ImageFacts::Proof proof = ImageFacts::Proof::made;
   /// Proves a lossless output. A kind without can have none, and cannot be stripped.
   Comparison samePixels = nullptr;
   /// Judges the alpha of a lossy output, which the score does not; none for kinds without.

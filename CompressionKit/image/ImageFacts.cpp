@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <utility>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/codecs/ImageSource.h"
@@ -51,7 +52,7 @@ bool profilesAgree(const ImageFacts& original, const ImageFacts& candidate, bool
 
 /// Views are made of the rows that prove the image to be whole.
 ImageFacts::Inspection inspectSource(ImageSource& source, ImageKind kind, const URL& url,
-                                     ImageFacts::Views wish) {
+                                     ImageFacts::Views wish, ImageFacts::Proof proof) {
   if (source.count() < 1) throw CompressionError::invalidImage();
   if (!kind.accepts(source.container())) throw CompressionError::formatMismatch();
   ImageFacts::Inspection inspection{.facts = {}, .properties = source.properties(0)};
@@ -62,7 +63,7 @@ ImageFacts::Inspection inspectSource(ImageSource& source, ImageKind kind, const 
   facts.height = properties.height;
   if (wish == ImageFacts::Views::wanted && facts.isShownInViews()) {
     inspection.views = views::overviewAndDetail(source, 0, overviewSide, detailSide);
-  } else {
+  } else if (proof == ImageFacts::Proof::made) {
     source.verify(0);
   }
 
@@ -90,14 +91,24 @@ ImageFacts ImageFacts::inspect(const URL& url, const StopToken& stop) {
   return inspection(url, Views::unwanted, stop).facts;
 }
 
-ImageFacts::Inspection ImageFacts::inspection(const URL& url, Views wish, const StopToken& stop) {
+ImageFacts::Inspection ImageFacts::inspection(const URL& url, Views wish, const StopToken& stop,
+                                              Proof proof) {
   const auto kind = ImageKind::from(url);
   if (kind == ImageKind::png) PNGMetadata::validateStatic(url, stop);
   if (!kind) throw CompressionError::invalidImage();
   if (kind == ImageKind::heic) {
     return {.facts = HEICDecoding(url, HEICDecoding::Purpose::inspect, stop).facts()};
   }
-  return decoding([&] { return inspectSource(*ImageSource::open(url, stop), *kind, url, wish); });
+  return decoding([&] {
+    std::shared_ptr<ImageSource> source = ImageSource::open(url, stop);
+    auto found = inspectSource(*source, *kind, url, wish, proof);
+    if (proof == Proof::owed) found.unproven = std::move(source);
+    return found;
+  });
+}
+
+void ImageFacts::Inspection::prove() const {
+  if (unproven) decoding([&] { unproven->verify(0); });
 }
 
 bool ImageFacts::compatible(const ImageFacts& candidate, bool allowSRGBConversion) const {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,8 @@
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
+
+class ImageSource;
 
 /// What a replacement must keep of an image, read once by `inspect`.
 struct ImageFacts {
@@ -42,8 +45,11 @@ struct ImageFacts {
   /// What one pass over the rows of an image yields.
   struct Inspection;
   enum class Views { unwanted, wanted };
+  /// Of a JPEG, PNG or GIF: whether the image has been decoded completely when `inspection` returns.
+  enum class Proof { made, owed };
   /// As `inspect`, with all that was found, and the views of an image that is shown in them.
-  static Inspection inspection(const URL& url, Views views, const StopToken& stop = {});
+  static Inspection inspection(const URL& url, Views views, const StopToken& stop = {},
+                               Proof proof = Proof::made);
 
   /// Called on the original's facts: whether the candidate keeps the original's observable properties.
   /// `allowSRGBConversion`: the candidate may have been converted to sRGB (PNG only).
@@ -57,11 +63,13 @@ struct ImageFacts {
   /// The straight samples at 16 bits, 8-bit ones times 257; what lies under an alpha of 0 in both is no
   /// matter.
   static bool samplesEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
+  static bool samplesEqual(const URL& original, ImageSource& candidate, const StopToken& stop = {});
   /// Every alpha value differs by at most `tolerance`.
   static bool alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
                                    const StopToken& stop = {});
   /// The candidate's alpha stays within the limits of palette quantisation.
   static bool quantizedAlphaWithin(const URL& original, const URL& candidate, const StopToken& stop = {});
+  static bool quantizedAlphaWithin(const URL& original, ImageSource& candidate, const StopToken& stop = {});
   /// Same number of images, each rendering to equal bytes.
   static bool gifFramesEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
 
@@ -78,6 +86,11 @@ struct ImageFacts::Inspection {
   ImageFacts facts;
   ImageProperties properties = {};  ///< of image 0; not of a HEIC file
   std::optional<views::Pair> views = std::nullopt;
+  /// Where the proof is owed: the file, opened. Whoever reads all of its rows has made the proof.
+  std::shared_ptr<ImageSource> unproven = nullptr;
+
+  /// Makes a proof that is still owed. Throws as `inspect`.
+  void prove() const;
 };
 
 }  // namespace tidewell

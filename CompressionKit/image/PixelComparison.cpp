@@ -59,13 +59,18 @@ bool holds(const Comparison& comparison) {
   }
 }
 
-bool compareFirstImages(const URL& original, const URL& candidate, const StopToken& stop,
+/// The answer of a comparison with a file that is yet to be opened.
+template <typename Comparison>
+bool holdsWith(const URL& candidate, const StopToken& stop, const Comparison& comparison) {
+  return holds([&] { return comparison(*ImageSource::open(candidate, stop)); });
+}
+
+bool compareFirstImages(const URL& original, ImageSource& candidate, const StopToken& stop,
                         const Check& check) {
   return holds([&] {
     const auto first = ImageSource::open(original, stop);
-    const auto second = ImageSource::open(candidate, stop);
     const auto firstRows = first->rows(0);
-    const auto secondRows = second->rows(0);
+    const auto secondRows = candidate.rows(0);
     return walkBands<std::uint8_t>(*firstRows, *secondRows, check);
   });
 }
@@ -112,20 +117,27 @@ class AlphaStatistics {
 }  // namespace
 
 bool ImageFacts::pixelsEqual(const URL& original, const URL& candidate, const StopToken& stop) {
-  return compareFirstImages(original, candidate, stop, bytesEqual);
+  return holdsWith(candidate, stop, [&](ImageSource& source) {
+    return compareFirstImages(original, source, stop, bytesEqual);
+  });
 }
 
 bool ImageFacts::samplesEqual(const URL& original, const URL& candidate, const StopToken& stop) {
+  return holdsWith(candidate, stop,
+                   [&](ImageSource& source) { return samplesEqual(original, source, stop); });
+}
+
+bool ImageFacts::samplesEqual(const URL& original, ImageSource& candidate, const StopToken& stop) {
   return holds([&] {
-    const auto first = ImageSource::open(original, stop), second = ImageSource::open(candidate, stop);
+    const auto first = ImageSource::open(original, stop);
     const auto isPlain = [](const ImageProperties& image) {
       return image.bitsPerSample <= 8 && !image.hasAlpha;
     };
-    if (isPlain(first->properties(0)) && isPlain(second->properties(0))) {
-      const auto firstRows = first->rows(0), secondRows = second->rows(0);  // all that a file holds
+    if (isPlain(first->properties(0)) && isPlain(candidate.properties(0))) {
+      const auto firstRows = first->rows(0), secondRows = candidate.rows(0);  // all that a file holds
       return walkBands<std::uint8_t>(*firstRows, *secondRows, bytesEqual);
     }
-    const auto firstRows = first->deepRows(0), secondRows = second->deepRows(0);
+    const auto firstRows = first->deepRows(0), secondRows = candidate.deepRows(0);
     return walkBands<std::uint16_t>(*firstRows, *secondRows, [](DeepBand a, DeepBand b) {
       for (std::size_t i = 0; i < a.size(); i += 4) {
         const bool unseen = a[i + 3] == 0 && b[i + 3] == 0;
@@ -138,15 +150,22 @@ bool ImageFacts::samplesEqual(const URL& original, const URL& candidate, const S
 
 bool ImageFacts::alphaDeviationWithin(const URL& original, const URL& candidate, std::uint8_t tolerance,
                                       const StopToken& stop) {
-  return compareFirstImages(original, candidate, stop, [tolerance](Band a, Band b) {
-    for (std::size_t i = 3; i < a.size(); i += 4) {
-      if (std::abs(a[i] - b[i]) > tolerance) return false;
-    }
-    return true;
+  return holdsWith(candidate, stop, [&](ImageSource& source) {
+    return compareFirstImages(original, source, stop, [tolerance](Band a, Band b) {
+      for (std::size_t i = 3; i < a.size(); i += 4) {
+        if (std::abs(a[i] - b[i]) > tolerance) return false;
+      }
+      return true;
+    });
   });
 }
 
 bool ImageFacts::quantizedAlphaWithin(const URL& original, const URL& candidate, const StopToken& stop) {
+  return holdsWith(candidate, stop,
+                   [&](ImageSource& source) { return quantizedAlphaWithin(original, source, stop); });
+}
+
+bool ImageFacts::quantizedAlphaWithin(const URL& original, ImageSource& candidate, const StopToken& stop) {
   AlphaStatistics statistics;
   return compareFirstImages(original, candidate, stop,
                             [&](Band a, Band b) { return statistics.add(a, b); }) &&

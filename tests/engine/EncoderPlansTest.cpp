@@ -24,7 +24,9 @@ constexpr std::size_t originalBytes = 20'000;
 enum class Source { usual, fine, finePair };
 
 /// Of `bytes` bytes, for decoders stop at an image's end. `look` says what is wrong with it, if anything.
-void writeImage(const URL& url, std::size_t bytes, Source source, const std::string& look = "") {
+void writeImage(const URL& url, std::size_t bytes, Source source, std::string look = "") {
+  const bool isUnsound = look.ends_with("!");
+  if (isUnsound) look.pop_back();
   auto raster = test::photoRaster(look == "wider" ? 41 : 40, 30, look == "pixels" ? 2 : 1);
   if (look == "translucent") raster.pixels[0][3] = 100;
   const std::uint8_t first = look == "pixels" ? 3 : 1;
@@ -44,6 +46,7 @@ void writeImage(const URL& url, std::size_t bytes, Source source, const std::str
   std::string data = files::read(url);
   // The last frame's data begins with an impossible size of its codes.
   if (look == "broken") data.at(data.rfind("\x2C\0\0\0\0\6\0\5\0"s) + 10) = 12;
+  if (isUnsound) ++data.back();  // the sum of the last chunk, behind all pixels
   // The index of a multi-picture file, which says how many there are.
   if (source == Source::finePair) {
     data.insert(2, "\xFF\xE2\0\x1CMPF\0MM\0*\0\0\0\x08\0\x01\xB0\x01\0\x04\0\0\0\x01\0\0\0\x02"s);
@@ -237,6 +240,12 @@ TEST_F(EncoderPlans, QuantiseThenOptimiseAPNG) {
        "quant-2.png 9000 ok, "
        "palette-opt.png 8000:pixels pixels_changed",
        "pngquant q100 floyd1.0 s4"},
+      {"what is broken at its end, whatever it shows",
+       "quant-0.png 9000:! undecodable, quant-1.png 9000:wider! undecodable, "
+       "quant-2.png 9000:translucent! undecodable, quant-3.png 9000 ok, palette-opt.png 8000:! undecodable",
+       "pngquant q100 floyd0.0 s4"},
+      {"and where pixels must be the same", "pngquant pngquant, lossless.png 9000:pixels! undecodable",
+       "图片无法解码", Source::usual, "oxipng"},
       {"the last error is told",
        "quant-0.png - fails, quant-1.png - fails, "
        "quant-2.png - fails, quant-3.png - fails, lossless.png - fails",
