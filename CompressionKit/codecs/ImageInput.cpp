@@ -11,6 +11,7 @@
 #include <cstring>
 #include <new>
 
+#include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 
@@ -78,6 +79,17 @@ std::string ImageInput::head(std::size_t maximumBytes) const {
   if (count < 0) throw FileError("读取", name_, errno);
   bytes.resize(static_cast<std::size_t>(count));
   return bytes;
+}
+
+std::string ImageInput::hash() const {
+  std::int64_t position = 0;
+  const auto read = [&](char* to, std::size_t size) {
+    const ssize_t count = readAt(position, to, size);
+    if (count < 0) throw FileError("读取", name_, errno);
+    position += count;
+    return static_cast<std::size_t>(count);
+  };
+  return tidewell::hash(read, size());
 }
 
 ImageInput::Stream ImageInput::stream() const {

@@ -35,6 +35,8 @@ class ImageInput {
   ssize_t readAt(std::int64_t offset, void* to, std::size_t size) const noexcept;
   /// The first bytes, at most `maximumBytes`. Throws `FileError`.
   std::string head(std::size_t maximumBytes) const;
+  /// Of what was opened, whatever stands under its name by now; as `tidewell::hash`. Throws `FileError`.
+  std::string hash() const;
 
   struct Close {
     void operator()(std::FILE* stream) const { std::fclose(stream); }

@@ -15,7 +15,6 @@
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/HEICAnswer.h"
-#include "CompressionKit/platform/Digest.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Locations.h"
 #include "CompressionKit/platform/Process.h"
@@ -96,7 +95,7 @@ HEICDecoding::HEICDecoding(const URL& url, Purpose purpose, const StopToken& sto
     const auto source = ImageSource::open(input, stop);
     if (source->count() < 1) throw CompressionError::invalidImage();
     if (!ImageKind(ImageKind::heic).accepts(source->container())) throw CompressionError::formatMismatch();
-    if (purpose == Purpose::convert) hash_ = tidewell::hash(url);
+    if (purpose == Purpose::convert) hash_ = input.hash();
     return input;
   });
   if (!files::isExecutableFile(program.url)) {

@@ -39,7 +39,7 @@ class HEICDecoding {
   HEICDecoding(const URL& url, Purpose purpose, const StopToken& stop = {}, const HEICProgram& program = {});
 
   const ImageFacts& facts() const { return facts_; }
-  /// To convert: the SHA-256 of the file before it was decoded.
+  /// To convert: the SHA-256 of the file that was decoded, from before that. Another may have the name.
   const std::string& hash() const { return hash_; }
   /// The image, upright. Throws `CompressionError::invalidImage` when there is none, for want of space
   /// perhaps.

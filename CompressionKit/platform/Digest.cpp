@@ -19,6 +19,8 @@
 namespace tidewell {
 namespace {
 
+constexpr std::int64_t pieceBytes = 1 << 20;
+
 /// OpenSSL would take itself down at exit, while a worker thread of ours may still hash or has yet to hand
 /// back what the library keeps for each thread.
 void keepLibraryUntilTheEnd() {
@@ -60,16 +62,17 @@ class SHA256 {
 
 std::string hash(const URL& url) {
   const Descriptor file = files::openForReading(url);
-  SHA256 digest;
-  // 1 MiB pieces as everywhere, but no more than the file needs: most batches are many small files.
   struct stat info {};
   const bool known = fstat(file.get(), &info) == 0 && info.st_size >= 0;
-  const std::size_t piece = 1 << 20;
-  const std::size_t size = known ? std::min(piece, static_cast<std::size_t>(info.st_size) + 1) : piece;
-  std::vector<char> buffer(size);
-  while (const std::size_t count = files::readFully(file.get(), buffer.data(), buffer.size(), url)) {
-    digest.update(buffer.data(), count);
-  }
+  const auto read = [&](char* to, std::size_t size) { return files::readFully(file.get(), to, size, url); };
+  return hash(read, known ? info.st_size : pieceBytes);
+}
+
+std::string hash(const PieceReader& read, std::int64_t expected) {
+  SHA256 digest;
+  // No more than is needed: most batches are many small files.
+  std::vector<char> buffer(static_cast<std::size_t>(std::min(pieceBytes, expected + 1)));
+  while (const std::size_t count = read(buffer.data(), buffer.size())) digest.update(buffer.data(), count);
   return digest.hexadecimal();
 }
 

@@ -16,6 +16,7 @@
 #include "CompressionKit/platform/Confinement.h"
 #include "CompressionKit/platform/Digest.h"
 #include "support/Failure.h"
+#include "support/Faults.h"
 #include "support/HEICSample.h"
 #include "support/Script.h"
 #include "support/TestImages.h"
@@ -121,6 +122,25 @@ TEST_F(HEICDecodingTest, BelievesOnlyWholeAnswersOfAProgramThatEndedWell) {
   }
   EXPECT_EQ(files::namesInDirectory(folder.url()).size(), 1U);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child was left behind";
+}
+
+/// Another file comes under the name at any moment.
+TEST_F(HEICDecodingTest, HashesTheFileThatItDecodes) {
+  const test::ScopedEnvironment off("TIDEWELL_CONFINE", "off");
+  const HEICProgram copier = standIn("echo '1 96 64 1 0 1' >&3; cat >&4");
+  const std::string first = files::read(photo);
+  int point = 1;
+  for (bool happened = true; happened; ++point) {
+    files::writeAtomically(photo, first);
+    test::Faults faults;
+    faults.at(point, [&] { files::writeAtomically(photo, first + "another"); });
+    HEICDecoding decoding(photo, Purpose::convert, {}, copier);
+    happened = faults.happened();
+    decoding.savePNG(png);
+    EXPECT_EQ(decoding.hash(), hash(png)) << point << " " << faults.where();
+    files::removeItem(png);
+  }
+  EXPECT_GT(point, 3);
 }
 
 /// A script needs its interpreter, which is none of the files that a confined decoder may start with.
