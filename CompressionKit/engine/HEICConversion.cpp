@@ -43,9 +43,20 @@ Finished compressed(const CompressionRun& run, Original& decoded) {
   files::createDirectory(nested.workingDirectory);
   formatPolicy(ImageKind::png).plan(nested);
   const Candidate* choice = nested.choice();
-  if (decoded.hasChanged()) throw CompressionError::changedDuringCompression();
   if (!choice) return {decoded.url(), decoded.hash(), std::nullopt, std::nullopt};
+  if (decoded.hasChanged()) throw CompressionError::changedDuringCompression();
   return {choice->url, choice->hash, choice->encoder, choice->score};
+}
+
+/// What still has the hash of what was judged needs no second look. Anything else is inspected anew, and
+/// taken where it agrees with the decoded image.
+void requireSound(Finished& png, const ImageFacts& decoded, const StopToken& stop) {
+  std::string found = hash(png.url);
+  if (found == png.hash) return;
+  if (!decoded.compatible(ImageFacts::inspect(png.url, stop), true)) {
+    throw CompressionError::changedDuringCompression();
+  }
+  png.hash = std::move(found);
 }
 
 /// One attempt to save the PNG under the name `destination`: the record of the saved PNG, or nothing when
@@ -87,8 +98,9 @@ CompressionResult convertHEIC(CompressionRun& run, const UUID& sessionID) {
   if (!isUpright(decoded.facts(), original.facts())) throw CompressionError::validationFailed();
   run.tools().stopToken().throwIfStopped();
 
-  const Finished png = compressed(run, decoded);
-  if (hash(png.url) != png.hash || original.hasChanged()) throw CompressionError::changedDuringCompression();
+  Finished png = compressed(run, decoded);
+  requireSound(png, decoded.facts(), run.tools().stopToken());
+  if (original.hasChanged()) throw CompressionError::changedDuringCompression();
   if (run.options.isTooLittle(original.bytes(), fileSize(png.url))) {
     return run.passedOver(PassedOver::belowMinimum);
   }

@@ -181,6 +181,44 @@ TEST_F(HEICConversion, SavesOnlyWhatItHasJudged) {
   }
 }
 
+/// The last tool, whose own output is no smaller, writes to what will be saved: the smallest candidate, or
+/// the decoded image where there is none.
+TEST_F(HEICConversion, LooksAgainAtAPNGThatChanged) {
+  const auto other = [](int, int) { return test::Pixel{1, 2, 3, 255}; };
+  test::writePNGFile(folder / "sound.png", test::Raster(64, 96, other));
+  test::writePNGFile(folder / "wide.png", flat(65));
+  folder.write("broken.png", files::read(folder / "sound.png").substr(0, 60));
+  const std::string large(1 << 20, 'x');
+  const struct {
+    const char* last;
+    const char* saved;
+    std::vector<const char*> answers;
+  } ends[] = {
+      {"palette-opt.png", "quant-0.png", {"palette-opt.png"}},
+      {"lossless.png",
+       "../decoded.png",
+       {"quant-0.png", "quant-1.png", "quant-2.png", "quant-3.png", "lossless.png"}},
+  };
+  for (const auto& end : ends) {
+    for (const char* answer : end.answers) files::writeAtomically(tools.answer(answer), large);
+    for (const auto& [name, verdict] : {std::pair("sound.png", "no error"),
+                                        {"broken.png", "图片无法解码"},
+                                        {"wide.png", "原文件在压缩过程中被其他程序修改"}}) {
+      const URL changed = folder / name;
+      tools.first("for a; do case $a in */" + std::string(end.last) + ") cp '" + changed.path() +
+                  "' \"${a%/*}/" + end.saved + "\";; esac; done");
+      CompressionResult result;
+      EXPECT_EQ(test::textOf([&] { result = compress(photo); }), verdict) << name << " " << end.saved;
+      EXPECT_EQ(files::exists(png), result.finalHash.has_value());
+      if (!result.finalHash) continue;
+      EXPECT_EQ(result.finalHash, hash(changed));
+      EXPECT_EQ(result.finalBytes, fileSize(changed));
+      EXPECT_EQ(files::read(png), files::read(changed));
+      files::removeItem(png);
+    }
+  }
+}
+
 TEST_F(HEICConversion, DecodesOnce) {
   decodeBy("echo \"$@\" >> '" + (folder / "runs").path() + "'; decode \"$@\"");
   EXPECT_EQ(compress(photo).outcome, CompressionOutcome::converted);
