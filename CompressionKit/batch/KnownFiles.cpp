@@ -35,13 +35,13 @@ KnownFiles::KnownFiles(OutputMemory& memory, const Conditions& conditions, StopT
     : memory_(memory), conditions_(textOf(conditions)), stop_(std::move(stop)) {}
 
 std::optional<KnownFiles::Known> KnownFiles::find(const URL& url, bool conversions) const {
+  stop_.throwIfStopped();
   try {
     // What is no image, a film perhaps, is not worth reading whole.
     const auto kind = ImageKind::from(url);
-    if (!kind || !files::resourceValues(url).isRegularFile ||
-        !kind->accepts(ImageSource::open(url, stop_)->container())) {
-      return std::nullopt;
-    }
+    if (!kind || !files::resourceValues(url).isRegularFile) return std::nullopt;
+    const auto container = ImageSource::containerOf(ImageInput(url));
+    if (!container || !kind->accepts(*container)) return std::nullopt;
     std::string hashed = hash(url);
     if (const auto output = memory_.output(hashed)) return Known{std::move(hashed), output->score};
     if (!conditions_.empty() && memory_.knowsNothingSmaller(hashed, conditions_)) {
@@ -54,7 +54,6 @@ std::optional<KnownFiles::Known> KnownFiles::find(const URL& url, bool conversio
       conversion = memory_.madeFrom(conversion->hash);
     }
   } catch (const FileError&) {  // the engine says what is wrong with it
-  } catch (const ImageDecodeError&) {
   }
   return std::nullopt;
 }

@@ -3,6 +3,7 @@
 
 #include "CompressionKit/codecs/ImageSource.h"
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -16,7 +17,8 @@ namespace tidewell {
 namespace {
 
 struct Format {
-  bool (*matches)(std::string_view head);
+  /// By the file's first bytes, `heif::headBytes` of them; nothing when it is of another format.
+  std::optional<Container> (*container)(std::string_view head);
   std::unique_ptr<ImageSource> (*open)(const ImageInput& input, const StopToken& stop);
 };
 
@@ -34,12 +36,18 @@ class HEIFFile final : public ImageSource {
   Container container_;
 };
 
+template <Container container, bool (*matches)(std::string_view head)>
+std::optional<Container> containerIf(std::string_view head) {
+  return matches(head) ? std::optional(container) : std::nullopt;
+}
+
 /// A new format is a file beside this one and a line here.
 constexpr Format formats[] = {
-    {looksLikeJPEG, [](const ImageInput& input, const StopToken& stop) { return openJPEG(input, stop); }},
-    {looksLikePNG, openPNG},
-    {looksLikeGIF, openGIF},
-    {[](std::string_view head) { return heif::container(head).has_value(); },
+    {containerIf<Container::jpeg, looksLikeJPEG>,
+     [](const ImageInput& input, const StopToken& stop) { return openJPEG(input, stop); }},
+    {containerIf<Container::png, looksLikePNG>, openPNG},
+    {containerIf<Container::gif, looksLikeGIF>, openGIF},
+    {heif::container,
      [](const ImageInput& input, const StopToken&) -> std::unique_ptr<ImageSource> {
        return std::make_unique<HEIFFile>(*heif::container(input.head(heif::headBytes)));
      }},
@@ -81,9 +89,17 @@ std::unique_ptr<ImageSource> ImageSource::open(const ImageInput& input, const St
   stop.throwIfStopped();
   const std::string head = input.head(heif::headBytes);
   for (const Format& format : formats) {
-    if (format.matches(head)) return format.open(input, stop);
+    if (format.container(head)) return format.open(input, stop);
   }
   throw ImageDecodeError("no known format");
+}
+
+std::optional<Container> ImageSource::containerOf(const ImageInput& input) {
+  const std::string head = input.head(heif::headBytes);
+  for (const Format& format : formats) {
+    if (const auto container = format.container(head)) return container;
+  }
+  return std::nullopt;
 }
 
 std::unique_ptr<RowReader> ImageSource::rowsKeeping(std::size_t index, std::int64_t minimumLongSide,

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 
 #include "CompressionKit/codecs/ImageInput.h"
@@ -60,6 +61,9 @@ class ImageSource {
   /// `FileError` when the file cannot be opened or read, `ImageDecodeError` when it is no image that we know.
   static std::unique_ptr<ImageSource> open(const URL& url, const StopToken& stop = {});
   static std::unique_ptr<ImageSource> open(const ImageInput& input, const StopToken& stop = {});
+  /// The container that `open` would detect, by the first bytes alone: nothing is known of the rest. Nothing
+  /// for a file that is no image that we know. Throws `FileError`.
+  static std::optional<Container> containerOf(const ImageInput& input);
 
   virtual ~ImageSource() = default;
 

@@ -23,14 +23,13 @@ files::ResourceValues regularFile(const URL& url) {
 
 /// The file's hash, if it is an image of its kind by its first bytes. Anything else, a film perhaps, is not
 /// worth reading whole: its inspection refuses it.
-std::optional<std::string> hashOfImage(const URL& url, const StopToken& stop) {
+std::optional<std::string> hashOfImage(const URL& url) {
   try {
     const auto kind = ImageKind::from(url);
-    if (!kind || !kind->accepts(ImageSource::open(url, stop)->container())) return std::nullopt;
+    const auto container = kind ? ImageSource::containerOf(ImageInput(url)) : std::nullopt;
+    if (!container || !kind->accepts(*container)) return std::nullopt;
     return hash(url);
   } catch (const FileError&) {
-    return std::nullopt;
-  } catch (const ImageDecodeError&) {
     return std::nullopt;
   }
 }
@@ -49,7 +48,7 @@ Original::Original(const URL& url, const StopToken& stop, const HEICProgram& hei
 }
 
 void Original::inspect(const StopToken& stop) {
-  auto hashed = hashOfImage(url_, stop);
+  auto hashed = hashOfImage(url_);
   inspection_ = ImageFacts::inspection(url_, ImageFacts::Views::wanted, stop);
   if (!hashed) {  // and an image all the same: of another file, perhaps
     hashed = tidewell::hash(url_);

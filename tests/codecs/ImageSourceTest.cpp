@@ -72,12 +72,15 @@ TEST_F(ImageSourceTest, OpensNamesDescriptorsAndBytes) {
       source->verify(0);
       EXPECT_EQ(samplesOf<std::uint8_t>(*source->rows(0)), expected);
     }
+    EXPECT_EQ(ImageSource::containerOf(ImageInput(bytes.first(32))), named->container());
     // Nothing is read beyond the end of the bytes.
     const auto cut = bytes.first(bytes.size() / 3);
     EXPECT_THROW(open(ImageInput(cut))->verify(0), ImageDecodeError);
   }
   EXPECT_THROW(ImageSource::open(ImageInput(std::span<const std::uint8_t>())), ImageDecodeError);
   EXPECT_THROW(ImageSource::open(ImageInput(folder.url())), FileError);
+  EXPECT_FALSE(ImageSource::containerOf(ImageInput(std::span<const std::uint8_t>())));
+  EXPECT_THROW(ImageSource::containerOf(ImageInput(folder.url())), FileError);
 }
 
 TEST_F(ImageSourceTest, DeliversStraightSamplesAtTheDepthOfTheFile) {
