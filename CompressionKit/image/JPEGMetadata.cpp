@@ -21,6 +21,7 @@ namespace tidewell {
 namespace {
 
 constexpr std::size_t headBytes = 0x100000;  // what the walks look at of a file
+constexpr std::size_t usualBytes = 0x10000;  // what most of them need
 
 constexpr int quantisationTables = 0xDB;
 
@@ -65,28 +66,37 @@ bool measure(std::string_view data, Segment& segment) {
   return true;
 }
 
-/// The first answer that `visit(marker, body)` gives to a segment with a length, in the first MiB and before
-/// the first scan. False when it gives none, and for what cannot be read or is malformed.
+/// The first answer that `visit(marker, body)` gives to a segment with a length before the first scan; false
+/// when it gives none up to there. Nothing where the data ends before that, or is malformed.
 template <typename Visit>
-bool answerOfSegments(const URL& url, Visit visit) {
-  std::string data;
-  try {
-    data = files::read(url, headBytes);
-  } catch (const std::exception&) {
-    return false;
-  }
-  if (!isJPEG(data)) return false;
+std::optional<bool> answerIn(std::string_view data, const Visit& visit) {
+  if (!isJPEG(data)) return std::nullopt;
   for (std::size_t i = 2;;) {
     auto segment = markerAt(data, i);
-    if (!segment || segment->marker == JPEGSegments::endOfImage ||
-        segment->marker == JPEGSegments::startOfScan)
+    if (!segment) return std::nullopt;
+    if (segment->marker == JPEGSegments::endOfImage || segment->marker == JPEGSegments::startOfScan) {
       return false;
+    }
     if (!JPEGSegments::isStandalone(segment->marker)) {
-      if (!measure(data, *segment)) return false;
-      if (const std::optional<bool> answer = visit(segment->marker, segment->body(data))) return *answer;
+      if (!measure(data, *segment)) return std::nullopt;
+      if (const std::optional<bool> answer = visit(segment->marker, segment->body(data))) return answer;
     }
     i = segment->end;
   }
+}
+
+/// The same of a file's first MiB; false also where there is no answer in it, and for what cannot be read.
+template <typename Visit>
+bool answerOfSegments(const URL& url, const Visit& visit) {
+  try {
+    for (const std::size_t bytes : {usualBytes, headBytes}) {
+      const std::string data = files::read(url, bytes);
+      if (const auto answer = answerIn(data, visit)) return *answer;
+      if (data.size() < bytes) break;  // that was all
+    }
+  } catch (const std::exception&) {
+  }
+  return false;
 }
 
 /// The TIFF structure of a multi-picture index, from its byte-order mark to the end of its segment.

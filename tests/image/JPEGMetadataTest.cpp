@@ -77,6 +77,15 @@ TEST(JPEGMetadata, FindsMultiplePictures) {
   };
   for (const auto& c : cases) EXPECT_EQ(several(startOfImage + c.segments + scan), c.expected) << c.name;
   EXPECT_FALSE(several(startOfImage + two.substr(0, two.size() - 1))) << "length runs past the end";
+  // Wherever the first read ends in it.
+  constexpr std::size_t firstRead = 0x10000, before = firstRead - 100;
+  const std::string padding = segment('\xE1', std::string(before - 6, 'x'));
+  for (std::size_t fill = 90 - two.size(); fill < 110; ++fill) {
+    const std::string start = startOfImage + padding + std::string(fill, '\xFF');
+    EXPECT_TRUE(several(start + two + scan)) << fill;
+    EXPECT_FALSE(several(start + scan + two)) << fill;
+    EXPECT_FALSE(several(start)) << fill;
+  }
   EXPECT_FALSE(several("GIF89a" + two));
   EXPECT_FALSE(several(""));
   EXPECT_FALSE(JPEGMetadata::hasMultiplePictures(folder / "missing.jpg"));
