@@ -228,20 +228,27 @@ class PNGDeepRowReader final : public DeepRowReader {
 
 class PNGSource final : public ImageSource {
  public:
-  PNGSource(const ImageInput& input, StopToken stop) : stop_(std::move(stop)), file_(input.stream()) {
+  PNGSource(const ImageInput& input, StopToken stop)
+      : stop_(std::move(stop)), input_(input), file_(input.stream()) {
     const Reader reader(file_.get(), stop_);
     properties_.width = reader.width();
     properties_.height = reader.height();
     properties_.hasAlpha = reader.hasAlpha();
     properties_.bitsPerSample = std::max<int>(8, png_get_bit_depth(reader.png(), reader.info()));
     describePNGColor(reader.png(), reader.info(), input, stop_, properties_);
-    if (const auto exif = chunkData(input, "eXIf", stop_))
-      properties_.orientation = readExif(*exif).orientation;
   }
 
   Container container() const override { return Container::png; }
   std::size_t count() override { return 1; }
-  ImageProperties properties(std::size_t) override { return properties_; }
+  ImageProperties properties(std::size_t) override {
+    // It may stand behind the pixels: a walk over all chunks, for nothing where only pixels are compared.
+    if (!isOrientationKnown_) {
+      const auto exif = chunkData(input_, "eXIf", stop_);
+      if (exif) properties_.orientation = readExif(*exif).orientation;
+      isOrientationKnown_ = true;
+    }
+    return properties_;
+  }
   std::unique_ptr<RowReader> rows(std::size_t, std::int64_t) override {
     return std::make_unique<PNGRowReader>(file_.get(), stop_, isProven_);
   }
@@ -266,8 +273,10 @@ class PNGSource final : public ImageSource {
 
  private:
   StopToken stop_;
+  ImageInput input_;
   ImageInput::Stream file_;
   bool isProven_ = false;
+  bool isOrientationKnown_ = false;
   ImageProperties properties_;
 };
 

@@ -3,7 +3,6 @@
 
 #include "CompressionKit/image/PNGMetadata.h"
 
-#include <unistd.h>
 #include <zlib.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <string_view>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageInput.h"
 #include "CompressionKit/codecs/PNGBytes.h"
 #include "CompressionKit/image/ImageFacts.h"
 #include "CompressionKit/image/OrientationExif.h"
@@ -21,17 +21,12 @@
 namespace tidewell {
 namespace {
 
-std::uint64_t fileEnd(const Descriptor& file, const URL& url) {
-  const off_t end = lseek(file.get(), 0, SEEK_END);
-  if (end < 0) throw FileError("读取", url.path(), errno);
-  return static_cast<std::uint64_t>(end);
-}
-
 /// Up to eight bytes at `offset`.
-std::string eightBytesAt(const Descriptor& file, std::uint64_t offset, const URL& url) {
-  if (lseek(file.get(), static_cast<off_t>(offset), SEEK_SET) < 0) throw FileError("读取", url.path(), errno);
+std::string eightBytesAt(const ImageInput& file, std::uint64_t offset, const URL& url) {
   std::string bytes(8, '\0');
-  bytes.resize(files::readFully(file.get(), bytes.data(), bytes.size(), url));
+  const ssize_t count = file.readAt(static_cast<std::int64_t>(offset), bytes.data(), bytes.size());
+  if (count < 0) throw FileError("读取", url.path(), errno);
+  bytes.resize(static_cast<std::size_t>(count));
   return bytes;
 }
 
@@ -52,8 +47,8 @@ std::string orientationChunk(int orientation) {
 }  // namespace
 
 void PNGMetadata::validateStatic(const URL& url, const StopToken& stop) {
-  const Descriptor file = files::openForReading(url);
-  const std::uint64_t size = fileEnd(file, url);
+  const ImageInput file(url);
+  const auto size = static_cast<std::uint64_t>(file.size());
   if (eightBytesAt(file, 0, url) != pngSignature) throw CompressionError::invalidImage();
   bool hasImageData = false;
   for (std::uint64_t offset = pngSignature.size();;) {

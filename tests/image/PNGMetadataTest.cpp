@@ -56,7 +56,9 @@ TEST(PNGMetadata, ValidatesTheChunkList) {
     const URL url = folder.write("a.png", c.file);
     EXPECT_EQ(test::caseOf([&] { PNGMetadata::validateStatic(url); }), c.failure) << c.name;
   }
-  EXPECT_THROW(PNGMetadata::validateStatic(folder / "missing.png"), FileError);
+  for (const URL& unreadable : {folder / "missing.png", folder.url()}) {
+    EXPECT_THROW(PNGMetadata::validateStatic(unreadable), FileError);
+  }
 }
 
 TEST(PNGMetadata, WritesTheOrientation) {
