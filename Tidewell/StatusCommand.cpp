@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "CompressionKit/batch/Batch.h"
 #include "CompressionKit/batch/History.h"
+#include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Locations.h"
@@ -33,8 +35,10 @@ struct Tool {
 std::vector<Tool> tools() {
   const ToolRunner runner(locations::toolsDirectory());
   std::vector<Tool> found;
-  for (const char* name : {"cjpegli", "pngquant", "oxipng", "gifsicle", "ssimulacra2"}) {
-    found.push_back({.name = name, .version = "", .isThere = runner.has(name)});
+  constexpr std::string_view names[] = {"cjpegli", "pngquant", "oxipng", "gifsicle",
+                                        QualityAssessment::metricTool};
+  for (const auto name : names) {
+    found.push_back({.name = std::string(name), .version = "", .isThere = runner.has(name)});
   }
   try {
     const auto manifest = nlohmann::json::parse(files::read(runner.directory().appending("tools.json")));

@@ -98,7 +98,7 @@ double parsedScore(std::string_view output) {
   double value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) {
-    throw CompressionError::toolGaveNoScore("ssimulacra2");
+    throw CompressionError::toolGaveNoScore(metricTool);
   }
   return value;
 }

@@ -9,8 +9,8 @@
 #include "CompressionKit/platform/URL.h"
 #include "CompressionKit/tools/ToolRunner.h"
 
-/// The perceptual score of a candidate, measured by ssimulacra2: higher is closer, 100 is identical, there is
-/// no lowest one. All that is known of the metric's program is known here.
+/// The perceptual score of a candidate: higher is closer, 100 is identical, there is no lowest one. All that
+/// is known of the metric's program is known here.
 namespace tidewell::QualityAssessment {
 
 inline constexpr std::string_view metricTool = "ssimulacra2";

@@ -6,6 +6,7 @@
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/EncoderPlans.h"
+#include "CompressionKit/engine/Metric.h"
 #include "CompressionKit/image/ColorAgreement.h"
 
 namespace tidewell {
@@ -67,7 +68,7 @@ void runPNGPlan(CompressionRun& run) {
                       .reason = "missing_component",
                       .bytes = std::nullopt,
                       .score = std::nullopt,
-                      .detail = canQuantise ? "ssimulacra2" : "pngquant"});
+                      .detail = std::string(canQuantise ? QualityAssessment::metricTool : "pngquant")});
   } else if (losesColors(run)) {
     run.trace.append({.encoder = "pngquant",
                       .status = "rejected",
