@@ -16,7 +16,7 @@
 namespace tidewell {
 
 /// A file as a run found it when it began: looked at once, for all steps. They open it again for its pixels
-/// only, and look at its name only to ask whether somebody has changed it.
+/// and for what one of them alone wants to know, and ask its name whether somebody has changed it.
 class Original {
  public:
   /// Throws `CompressionError` unless it is a regular file, what `ImageFacts::inspect` and `HEICDecoding`

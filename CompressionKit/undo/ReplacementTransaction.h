@@ -49,7 +49,7 @@ class ReplacementTransaction {
   /// False when the destination's name is taken, and then nothing was moved.
   bool swap();
   /// What has the hash of what was judged needs no second look. Anything else is given to `inspect`, under
-  /// its new name, for an error of its own, and fails then.
+  /// its new name, which throws unless it will do; bytes that are not the record's fail after that.
   void verify(const std::string& judgedHash, const std::function<void(const URL&)>& inspect);
   void commit();
 
