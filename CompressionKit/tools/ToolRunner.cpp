@@ -4,11 +4,14 @@
 #include "CompressionKit/tools/ToolRunner.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <utility>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/ImageInput.h"
 #include "CompressionKit/platform/Descriptor.h"
 #include "CompressionKit/platform/Error.h"
 #include "CompressionKit/platform/Files.h"
@@ -27,16 +30,33 @@ constexpr std::chrono::duration<double> graceAfterTimeout{1.0};
 /// Whoever asked for a stop is waiting for it, and the output of a stopped tool is of no use.
 constexpr std::chrono::duration<double> graceAfterStop{0.2};
 
-/// An empty file for the tool to write to. Files, not pipes: nobody has to read while the tool runs, and
-/// its output is never held in memory.
-Descriptor createCapture(const URL& url) {
-  const int descriptor = open(url.path().c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (descriptor < 0) throw CompressionError::fileOperation("无法创建压缩组件日志");
-  return Descriptor(descriptor);
+/// What a tool writes to. Files, not pipes: nobody has to read while the tool runs, and its output is never
+/// held in memory. Without names: whatever ends us leaves nothing behind.
+struct Captures {
+  ImageInput output, error;
+};
+
+/// An empty file; none, with errno, where it cannot be made.
+Descriptor openCapture(const URL& name) {
+  const std::string directory = name.deletingLastPathComponent().path();
+  Descriptor file(open(directory.c_str(), O_TMPFILE | O_EXCL | O_RDWR | O_CLOEXEC, 0600));
+  if (file) return file;
+  // Some file systems have no such files: there it has a name for a moment. A directory that refuses both
+  // says here why.
+  file = Descriptor(open(name.path().c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600));
+  if (file) unlink(name.path().c_str());
+  return file;
 }
 
-std::string readOutput(const URL& url, std::size_t maximumBytes) {
-  return repairedUTF8(files::read(url, maximumBytes));
+Captures createCaptures() {
+  const URL name = locations::temporaryDirectory().appending("tidewell-tool-" + UUID::random().string());
+  Descriptor output = openCapture(name);
+  // The temporary directory may hold nothing of ours: for users that reads as it did when this was a folder.
+  if (!output && errno != EMFILE && errno != ENFILE) throw FileError("创建文件夹", name.path(), errno);
+  Descriptor error = openCapture(name);
+  if (!output || !error) throw CompressionError::fileOperation("无法创建压缩组件日志");
+  return {.output = ImageInput(std::move(output), name.path()),
+          .error = ImageInput(std::move(error), name.path())};
 }
 
 }  // namespace
@@ -53,20 +73,12 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
   stop_.throwIfStopped();
   if (!has(tool)) throw CompressionError::toolMissing(tool);
 
-  // Declared in this order, the captures are closed before their directory goes.
-  const URL scratch = locations::temporaryDirectory().appending("tidewell-tool-" + UUID::random().string());
-  files::createDirectory(scratch, 0700);
-  const files::TemporaryTree removal(scratch);
-  const URL outputURL = scratch.appending("stdout");
-  const URL errorURL = scratch.appending("stderr");
-  const Descriptor output = createCapture(outputURL);
-  const Descriptor error = createCapture(errorURL);
-
+  const Captures captures = createCaptures();
   Process process({.executable = directory_.appending(tool),
                    .arguments = arguments,
                    .environment = toolEnvironment(),
-                   .standardOutput = output.get(),
-                   .standardError = error.get(),
+                   .standardOutput = captures.output.descriptor(),
+                   .standardError = captures.error.descriptor(),
                    .confinement = files});
   if (started) started();
   switch (process.waitUntil(deadlineAfter(timeout), stop_)) {
@@ -81,11 +93,11 @@ std::string ToolRunner::run(std::string_view tool, const std::vector<std::string
   }
 
   // Read before the status is looked at: a capture that cannot be read fails the run either way.
-  const std::string errorText = readOutput(errorURL, standardErrorLimit);
+  const std::string errorText = repairedUTF8(captures.error.head(standardErrorLimit));
   if (const int status = process.terminationStatus(); status != 0) {
     throw CompressionError::toolExited(tool, status, characterPrefix(errorText, failureDetailCharacters));
   }
-  return readOutput(outputURL, standardOutputLimit);
+  return repairedUTF8(captures.output.head(standardOutputLimit));
 }
 
 }  // namespace tidewell

@@ -40,6 +40,7 @@ auto through(const FileCall& call, Real real) {
 }
 
 unsigned opens(int flags) {
+  if ((flags & O_TMPFILE) == O_TMPFILE) return transfersData | FileCall::allocates;
   return transfersData | ((flags & O_CREAT) != 0 ? FileCall::allocates | FileCall::changes : 0U);
 }
 

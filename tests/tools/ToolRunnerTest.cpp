@@ -7,12 +7,14 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/Text.h"
 #include "support/Failure.h"
+#include "support/Faults.h"
 #include "support/Script.h"
 #include "support/TemporaryFolder.h"
 
@@ -104,6 +106,26 @@ TEST_F(ToolRunnerTest, PassesPlatformErrorsOn) {
   tool("cjpegli", "exit 0");
   const test::ScopedEnvironment nowhere("TMPDIR", (tools / "nowhere").path().c_str());
   EXPECT_THROW(runner.run("cjpegli", {}, 600), FileError);
+}
+
+TEST_F(ToolRunnerTest, KeepsWhatToolsSayInFilesWithoutNames) {
+  tool("look", "echo said >&2; echo \"$TMPDIR\"/*");
+  const std::string nothing = temporary.url().path() + "/*\n";
+  EXPECT_EQ(runner.run("look", {}, 600), nothing);
+  // From the first or second such file on, what makes one fails: once, as where there are none, or always.
+  for (const int point : {1, 2}) {
+    test::Faults faults;
+    faults.fail(point, ENOSPC);
+    EXPECT_EQ(runner.run("look", {}, 600), nothing) << point;
+    EXPECT_TRUE(faults.happened());
+  }
+  for (const auto& [point, message] :
+       {std::pair(1, "无法创建文件夹“tidewell-tool-"), {2, "无法创建压缩组件日志"}}) {
+    test::Faults faults;
+    faults.fail(point, ENOSPC, /*lasting=*/true);
+    const std::string text = failure("look");
+    EXPECT_NE(text.find(message), std::string::npos) << text;
+  }
 }
 
 TEST_F(ToolRunnerTest, StopsAToolThatTakesTooLong) {
