@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -127,18 +128,33 @@ struct PNGWriter::Impl {
     png_longjmp(handle, 1);
   }
 
+  /// Collects, for libpng writes a palette by 3 bytes.
   static void onWrite(png_structp handle, png_bytep data, png_size_t size) {
     auto& self = *static_cast<Impl*>(png_get_io_ptr(handle));
-    for (std::size_t done = 0; done < size;) {
-      const ssize_t count = write(self.file.get(), data + done, size - done);
+    while (size > 0) {
+      const std::size_t count = std::min(size, self.collected.size() - self.waiting);
+      std::memcpy(self.collected.data() + self.waiting, data, count);
+      self.waiting += count;
+      data += count;
+      size -= count;
+      if (self.waiting == self.collected.size() && !self.writeThrough()) png_error(handle, "write failed");
+    }
+  }
+
+  /// False after a failure, with its number in `writeError`.
+  bool writeThrough() noexcept {
+    for (std::size_t done = 0; done < waiting;) {
+      const ssize_t count = write(file.get(), collected.data() + done, waiting - done);
       if (count >= 0) {
         done += static_cast<std::size_t>(count);
-        self.written += count;
+        written += count;
       } else if (errno != EINTR) {
-        self.writeError = errno;
-        png_error(handle, "write failed");
+        writeError = errno;
+        return false;
       }
     }
+    waiting = 0;
+    return true;
   }
 
   std::string name;
@@ -148,6 +164,8 @@ struct PNGWriter::Impl {
   png_structp png = nullptr;
   png_infop info = nullptr;
   bool finished = false;
+  std::array<std::uint8_t, 1 << 16> collected = {};
+  std::size_t waiting = 0;  ///< bytes of `collected` that are not in the file yet
   off_t written = 0;
   int writeError = 0;
   char message[128] = {};
@@ -189,6 +207,7 @@ void PNGWriter::writeStraightRow(std::span<const std::uint8_t> samples) {
 
 void PNGWriter::finish() {
   impl_->guarded([&] { png_write_end(impl_->png, nullptr); });
+  if (!impl_->writeThrough()) throw FileError("写入", impl_->name, impl_->writeError);
   if (impl_->isOurs) impl_->cutRest();
   if (close(impl_->file.release()) != 0) throw FileError("写入", impl_->name, errno);
   impl_->finished = true;

@@ -18,8 +18,8 @@
 namespace tidewell {
 
 /// Writes one PNG file row by row, with the colour tag of its source. A file given by name is made, or
-/// written over, at once and removed unless `finish()` was reached. Throws `FileError`; `ImageDecodeError`
-/// for impossible sizes.
+/// written over, at once and removed unless `finish()` was reached. Throws `FileError`, of a full disk no
+/// later than in `finish()`; `ImageDecodeError` for impossible sizes.
 class PNGWriter {
  public:
   struct Options {

@@ -181,10 +181,17 @@ TEST(PNGWriter, LeavesNothingUnfinished) {
   // A full disk is reported as what it is.
   const std::vector<std::uint8_t> black(360'000);
   const Bitmap large{.width = 300, .height = 300, .pixels = black, .hasAlpha = true, .color = {}};
-  test::Faults faults;
-  faults.fail(3, ENOSPC, /*lasting=*/true);
-  EXPECT_EQ(test::errnoOf([&] { writePNG(large, folder / "large.png"); }), ENOSPC);
-  EXPECT_FALSE(files::exists(folder / "large.png"));
+  const Bitmap small{.width = 4, .height = 4, .pixels = std::vector<std::uint8_t>(64), .color = {}};
+  for (const auto& [bitmap, calls] : {std::pair(&small, 3), {&large, 8}}) {  // to open, write and close
+    for (int call = 1; call <= calls + 1; ++call) {
+      test::Faults faults;
+      faults.fail(call, ENOSPC);
+      const int code = test::errnoOf([&, image = bitmap] { writePNG(*image, folder / "full.png"); });
+      EXPECT_EQ(code, call > calls ? 0 : ENOSPC) << call;
+      EXPECT_EQ(files::exists(folder / "full.png"), call > calls) << call;
+      files::removeItemIfPossible(folder / "full.png");
+    }
+  }
 }
 
 }  // namespace
