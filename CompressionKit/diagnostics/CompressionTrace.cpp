@@ -64,9 +64,7 @@ void CompressionTrace::save(ReportDirectory& reports) const noexcept {
                    {"attempts", events_}};
     putIfPresent(report, "selectedEncoder", selectedEncoder);
     if (profile) report["profile"] = repairedUTF8(*profile);
-    // A refusal is not worth waiting for the disk: a batch may hold thousands of them.
-    const auto durability = events_.empty() ? files::Durability::cached : files::Durability::flushed;
-    reports.add(fileName(startedAt), report.dump(2), durability);
+    reports.add(fileName(startedAt), report.dump(2));
   } catch (...) {
   }
 }

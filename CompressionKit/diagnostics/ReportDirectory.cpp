@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <iterator>
 
+#include "CompressionKit/platform/Files.h"
+
 namespace tidewell {
 namespace {
 
@@ -25,9 +27,9 @@ bool isReportName(std::string_view name) {
 
 }  // namespace
 
-void ReportDirectory::add(const std::string& name, std::string_view report, files::Durability durability) {
-  files::createDirectories(url_);
-  files::writeAtomically(url_.appending(name), report, durability);
+void ReportDirectory::add(const std::string& name, std::string_view report) {
+  files::createDirectories(url_, 0777, files::Durability::cached);
+  files::writeAtomically(url_.appending(name), report, files::Durability::cached);
 
   const std::lock_guard lock(mutex_);
   names_.insert(name);

@@ -11,7 +11,6 @@
 #include <string>
 #include <string_view>
 
-#include "CompressionKit/platform/Files.h"
 #include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
@@ -26,9 +25,9 @@ class ReportDirectory {
   explicit ReportDirectory(URL url) : url_(std::move(url)) {}
 
   /// Makes the directory with its parents where it is missing, writes one report and removes all but the
-  /// newest: their names begin with a time stamp of equal length. Throws `FileError` when the report is not
-  /// written.
-  void add(const std::string& name, std::string_view report, files::Durability durability);
+  /// newest: their names begin with a time stamp of equal length. Waits for no disk: nothing hangs on a
+  /// report, and a batch may hold thousands of them. Throws `FileError` when the report is not written.
+  void add(const std::string& name, std::string_view report);
 
  private:
   const URL url_;

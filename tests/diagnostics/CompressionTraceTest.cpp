@@ -5,11 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "CompressionKit/diagnostics/ReportDirectory.h"
 #include "CompressionKit/platform/Files.h"
+#include "support/Faults.h"
 #include "support/TemporaryFolder.h"
 
 namespace tidewell {
@@ -55,9 +57,14 @@ TEST(CompressionTrace, RecordsAttemptsWithinItsLimits) {
   EXPECT_EQ(trace.events().size(), 100U);
   EXPECT_EQ(trace.events()[1].detail->size(), 3000U);
 
-  ReportDirectory directory(folder.url());
-  trace.save(directory);
-  const auto reports = filesIn(folder.url());
+  ReportDirectory directory(folder / "reports");
+  {
+    test::Faults faults;
+    faults.fail(1, EIO, false, test::FileCall::flushes);
+    trace.save(directory);
+    EXPECT_FALSE(faults.happened()) << "a file waited for the disk, for a report";
+  }
+  const auto reports = filesIn(folder / "reports");
   ASSERT_EQ(reports.size(), 1U);
   const json report = json::parse(files::read(reports[0]));
   EXPECT_EQ(report.at("profile"), "Display P3");
