@@ -28,11 +28,12 @@ void removeIfPresent(const URL& url) {
 
 /// Other files of the batch may give up and remove the directory, which is empty yet, between the two steps,
 /// and others again make it anew. Only a source that is gone, or a directory that cannot be made, is a
-/// failure. The hash of the copy.
+/// failure. The hash of the copy. The directory's name is on the disk once the caller has flushed the root.
 std::string copyToSession(const URL& source, const URL& backup, const URL& session) {
   constexpr int maximumAttempts = 100;
   for (int attempt = 1;; ++attempt) {
-    files::createDirectories(session, 0700);
+    files::createDirectories(session.deletingLastPathComponent(), 0700);
+    files::createDirectories(session, 0700, files::Durability::cached);
     try {
       return copyAndHash(source, backup);
     } catch (const FileError& error) {
@@ -63,7 +64,7 @@ UndoRecord UndoStore::prepare(const URL& source, const URL& candidate, const UUI
     record.state = UndoRecord::State::prepared;
     record.convertedPath = convertedPath;
     writeRecord(record);  // flushes the directory, and with it the backup's entry
-    files::flush(root_);  // for its own name: another file of the batch may have made it, and not flushed yet
+    files::flush(root_);  // for its own name, also where another file of the batch has made it
   } catch (...) {
     files::removeItemIfPossible(backup);
     files::removeItemIfPossible(recordURL(record));  // its name may stand although its flush failed

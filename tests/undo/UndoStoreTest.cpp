@@ -76,6 +76,33 @@ TEST_F(UndoStoreTest, PreparesCommitsAndDeletes) {
   EXPECT_EQ(sessions(), 0U);
 }
 
+TEST_F(UndoStoreTest, FlushesBackupThenRecordThenNamesAndEachOnce) {
+  const URL photo = folder_.write("photo.jpg", "original"), candidate = folder_.write("candidate", "smaller");
+  const auto nothing = [] {};
+  for (const bool isNew : {true, false}) {
+    std::string flushed;
+    for (int point = 1, happened = 1; happened != 0; ++point) {
+      const URL parent = folder_ / (isNew ? "new" + std::to_string(point) : "new1");
+      const UndoStore store(parent.appending("Undo"));
+      const UUID session = UUID::random();
+      test::Faults faults;
+      faults.at(point, nothing, test::FileCall::flushes);
+      const UndoRecord record = store.prepare(photo, candidate, session, std::nullopt);
+      const URL directory = store.root().appending(session.string());
+      for (const auto& [name, url] : {std::pair("folder ", folder_.url()),
+                                      {"parent ", parent},
+                                      {"root ", store.root()},
+                                      {"session ", directory},
+                                      {"backup ", store.backupURL(record)}}) {
+        if (faults.where() == "fsync " + url.path()) flushed += name;
+      }
+      if (faults.where().ends_with(".tmp")) flushed += "record ";
+      happened = faults.happened();
+    }
+    EXPECT_EQ(flushed, std::string(isNew ? "folder parent " : "") + "backup record session root ");
+  }
+}
+
 TEST_F(UndoStoreTest, NeverTakesABackupForAnOriginal) {
   const URL candidate = folder_.write("candidate", "smaller");
   const UndoRecord record = replace(folder_.write("photo.jpg", "original bytes"), "small");
