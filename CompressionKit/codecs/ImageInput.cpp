@@ -100,7 +100,7 @@ ImageInput::Stream ImageInput::stream() const {
   };
   Stream stream(fopencookie(cookie.get(), "r", {readCookie, nullptr, seekCookie, close}));
   if (!stream) throw std::bad_alloc();
-  cookie.release();
+  static_cast<void>(cookie.release());  // the stream deletes it
   return stream;
 }
 
