@@ -2,8 +2,11 @@
 // SPDX-FileCopyrightText: The Tidewell authors
 
 #include <cstdint>
+#include <functional>
+#include <future>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "CompressionKit/CompressionError.h"
 #include "CompressionKit/engine/CompressionRun.h"
@@ -15,23 +18,40 @@
 namespace tidewell {
 namespace {
 
-void optimise(CompressionRun& run) {
+/// `madeOutput` is called before the output is judged.
+void optimise(CompressionRun& run, const std::function<void()>& madeOutput) {
   run.attempt([&] {
     const URL output = run.workingFile("optimized.gif");
     run.runTool("gifsicle",
                 {"-O2", "-Okeep-empty", "--no-ignore-errors", run.url().path(), "-o", output.path()});
+    madeOutput();
     run.consider(output, "Gifsicle -O2", SamePixels{});
   });
 }
 
-/// Only an output below the budget is worth its loss; a milder level would be larger still.
-void tryLossyLevels(CompressionRun& run, std::int64_t budget) {
+constexpr const char* lossyLevels[] = {"12", "4"};
+
+URL lossyOutput(const CompressionRun& run, const std::string& level) {
+  return run.workingFile("lossy-" + level + ".gif");
+}
+
+void makeLossy(const CompressionRun& run, const std::string& level) {
+  run.runTool("gifsicle", {"-O2", "-Okeep-empty", "--no-ignore-errors", "--gamma=1", "--lossy=" + level,
+                           run.url().path(), "-o", lossyOutput(run, level).path()});
+}
+
+/// Only an output below the budget is worth its loss; a milder level would be larger still. `first`, unless
+/// empty, is under way to make the output of the first level.
+void tryLossyLevels(CompressionRun& run, std::int64_t budget, std::future<void> first) {
   bool ended = false;
-  for (const char* level : {"12", "4"}) {
+  for (const char* level : lossyLevels) {
     run.attempt([&] {
-      const URL output = run.workingFile(std::string("lossy-") + level + ".gif");
-      run.runTool("gifsicle", {"-O2", "-Okeep-empty", "--no-ignore-errors", "--gamma=1",
-                               std::string("--lossy=") + level, run.url().path(), "-o", output.path()});
+      if (first.valid()) {
+        first.get();
+      } else {
+        makeLossy(run, level);
+      }
+      const URL output = lossyOutput(run, level);
       if (fileSize(output) >= budget) {
         ended = true;
       } else {
@@ -76,11 +96,20 @@ void trySharedPalettes(CompressionRun& run) {
 
 void runGIFPlan(CompressionRun& run) {
   if (!run.tools().has("gifsicle")) throw CompressionError::toolMissing("gifsicle");
-  optimise(run);
-  if (!QualityAssessment::isAvailable(run.tools())) return;
+  const bool isMeasured = QualityAssessment::isAvailable(run.tools());
+  // The first lossy level follows whatever comes of the lossless one: its tool has the processor that is idle
+  // while that is judged. What it throws is thrown in its own attempt. Without a thread to be had it runs
+  // there, too; a future that nobody asked waits for its thread.
+  std::future<void> firstLossy;
+  optimise(run, [&] {
+    if (!isMeasured) return;
+    constexpr auto ifPossible = std::launch::async | std::launch::deferred;
+    firstLossy = std::async(ifPossible, [&run] { makeLossy(run, lossyLevels[0]); });
+  });
+  if (!isMeasured) return;
 
   const std::int64_t budget = run.original.bytes() * 9 / 10;
-  tryLossyLevels(run, budget);
+  tryLossyLevels(run, budget, std::move(firstLossy));
   if (!run.tools().has("pngquant")) return;
   if (const Candidate* best = run.smallest(); best && best->bytes < budget) return;
   trySharedPalettes(run);

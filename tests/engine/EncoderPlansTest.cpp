@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: The Tidewell authors
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <iterator>
@@ -270,6 +271,8 @@ TEST_F(EncoderPlans, OptimiseAGIFThenLoseALittleThenShareAPalette) {
        "optimized.gif - fails, lossy-12.gif 9000:translucent gif_frame_quality_or_alpha, "
        "lossy-4.gif 17999 ok",
        "Gifsicle lossy4"},
+      {"the first level fails long before its turn",
+       "optimized.gif 15000 ok, lossy-12.gif - fails, lossy-4.gif 9000 ok", "Gifsicle lossy4"},
       {"without the metric", "optimized.gif 15000 ok", "Gifsicle -O2", Source::usual, "gifsicle pngquant"},
       {"without pngquant", "optimized.gif 19000 ok, lossy-12.gif 18000 unjudged", "Gifsicle -O2",
        Source::usual, "gifsicle ssimulacra2"},
@@ -329,29 +332,58 @@ TEST_F(EncoderPlans, JudgeAGIFByTheFirstFrameAtFault) {
   }
 }
 
-TEST_F(EncoderPlans, StopWhileAGIFIsScored) {
+TEST_F(EncoderPlans, MakeTheFirstLossyGIFWhileTheLosslessOneIsJudged) {
+  // Instead of the lossless output there is a pipe, and whoever opens it waits for the lossy tool to do so.
   const test::TemporaryFolder folder;
-  const URL gif = folder / "photos/a.gif";
-  files::createDirectory(gif.deletingLastPathComponent());
-  writeImage(gif, originalBytes, Source::usual);
-  const std::string before = files::read(gif);
   const FakeTools tools;
-  prepare("optimized.gif 12000 ok, lossy-12.gif 9000 ok", tools);
-  const test::Signpost scoring(folder / "scoring");
-  test::writeScript(folder, "metric", "echo here > '" + scoring.path() + "'; exec sleep 60");
-  files::removeItem(tools.directory().appending("ssimulacra2"));
-  ASSERT_EQ(
-      symlink((folder / "metric").path().c_str(), tools.directory().appending("ssimulacra2").path().c_str()),
-      0);
-  StopSource stop;
-  const CompressionEngine engine(ToolRunner(tools.directory(), stop.token()), UndoStore(folder / "Undo"), {});
-  std::jthread stopper([&] {
-    EXPECT_EQ(scoring.wait(), "here");
-    stop.requestStop();
-  });
-  EXPECT_THROW(engine.compress(gif, UUID::random()), Interrupted);
-  EXPECT_EQ(files::read(gif), before);
-  EXPECT_EQ(files::namesInDirectory(gif.deletingLastPathComponent()).size(), 1U) << "no frames are left";
+  prepare("lossy-12.gif 9000 ok", tools);
+  tools.first(R"(for out in "$@"; do :; done
+    case $out in
+      *optimized.gif) mkfifo "$out"; exit;;
+      *lossy-12.gif) : > "${out%lossy-12.gif}optimized.gif";;
+    esac)");
+  writeImage(folder / "a.gif", originalBytes, Source::usual);
+  const UndoStore undo(folder / "Undo");
+  const CompressionEngine engine(ToolRunner(tools.directory()), undo, {});
+  engine.compress(folder / "a.gif", UUID::random(), {.stripMetadata = true});  // opens each output at once
+  const auto attempts = test::latestReport(undo).at("attempts").get<std::vector<CandidateDiagnostic>>();
+  ASSERT_GE(attempts.size(), 2U);
+  EXPECT_EQ(attempts[0].status, "error") << "a pipe is no image";
+  EXPECT_EQ(attempts[1].encoder + " " + attempts[1].status, "Gifsicle lossy12 accepted");
+}
+
+TEST_F(EncoderPlans, StopWhileAGIFIsMadeOrScored) {
+  for (const bool isScored : {false, true}) {
+    const test::TemporaryFolder folder;
+    const URL gif = folder / "photos/a.gif";
+    files::createDirectory(gif.deletingLastPathComponent());
+    writeImage(gif, originalBytes, Source::usual);
+    const std::string before = files::read(gif);
+    const FakeTools tools;
+    prepare("optimized.gif 12000 ok, lossy-12.gif 9000 ok", tools);
+    const test::Signpost working(folder / "working");
+    const std::string wait = "echo here > '" + working.path() + "'; exec sleep 60";
+    if (isScored) {
+      test::writeScript(folder, "metric", wait);
+      const URL metric = tools.directory().appending("ssimulacra2");
+      files::removeItem(metric);
+      ASSERT_EQ(symlink((folder / "metric").path().c_str(), metric.path().c_str()), 0);
+    } else {
+      tools.first("case \"$*\" in *lossy-12*) " + wait + ";; esac");
+    }
+    StopSource stop;
+    const CompressionEngine engine(ToolRunner(tools.directory(), stop.token()), UndoStore(folder / "Undo"),
+                                   {});
+    std::thread stopper([&] {
+      EXPECT_EQ(working.wait(), "here");
+      stop.requestStop();
+    });
+    EXPECT_THROW(engine.compress(gif, UUID::random()), Interrupted);
+    stopper.join();
+    EXPECT_EQ(files::read(gif), before);
+    EXPECT_EQ(files::namesInDirectory(gif.deletingLastPathComponent()).size(), 1U) << "no frames are left";
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "no tool is left";
+  }
 }
 
 }  // namespace
