@@ -136,7 +136,7 @@ class Work {
   /// No frame is too bad to be told.
   double gifScore() const {
     constexpr double none = -std::numeric_limits<double>::infinity();
-    const auto score = gifQualityScore(original_->url(), result_->url(), tools_, directory_.url(), none);
+    const auto score = gifQualityScore(original_->url(), {result_->url()}, tools_, directory_.url(), none);
     if (score) return *score;
     throw CompressionError::validationFailed();  // the alpha of a frame differs
   }

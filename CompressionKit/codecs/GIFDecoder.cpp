@@ -387,4 +387,8 @@ std::unique_ptr<GIFAnimation> openAnimation(const ImageInput& input, const StopT
   return std::make_unique<GIFSource>(input, stop);
 }
 
+std::shared_ptr<GIFAnimation> AnimationFile::open(const StopToken& stop) const {
+  return begun ? begun : openAnimation(ImageInput(url), stop);
+}
+
 }  // namespace tidewell

@@ -10,6 +10,8 @@
 #include <string_view>
 
 #include "CompressionKit/codecs/ImageSource.h"
+#include "CompressionKit/platform/Stop.h"
+#include "CompressionKit/platform/URL.h"
 
 namespace tidewell {
 
@@ -35,5 +37,15 @@ std::unique_ptr<ImageSource> openGIF(const ImageInput& input, const StopToken& s
 
 /// Throws `FileError`, and `ImageDecodeError` for what is no GIF.
 std::unique_ptr<GIFAnimation> openAnimation(const ImageInput& input, const StopToken& stop);
+
+/// The file of an animation, and who has begun to look at it, if anybody: to go on from there saves a pass
+/// over the file, and the frame that was drawn.
+struct AnimationFile {
+  URL url;
+  std::shared_ptr<GIFAnimation> begun = nullptr;
+
+  /// What had begun keeps its own stop token. Throws as `openAnimation`.
+  std::shared_ptr<GIFAnimation> open(const StopToken& stop) const;
+};
 
 }  // namespace tidewell

@@ -2,6 +2,7 @@
 // SPDX-FileCopyrightText: The Tidewell authors
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/GIFDecoder.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/engine/FormatPolicy.h"
 #include "CompressionKit/engine/GIFQuality.h"
@@ -32,7 +33,7 @@ class Validation {
       record("rejected", "metadata_mismatch", bytes_, std::nullopt, profiles(found.facts));
       return std::nullopt;
     }
-    const bool isSame = !isLossless() || samePixels(run_.url(), found);
+    const bool isSame = !isLossless() || showsOriginal(found);
     const auto* same = std::get_if<SamePixelsAs>(&proof_);
     const bool isCopy = same && samePixels(same->candidate.url, found);  // its alpha has been judged, then
     const bool keepsAlpha = !isSame || isCopy || alphaSurvives(found);
@@ -46,8 +47,9 @@ class Validation {
       score = same->candidate.score;
     } else if (const auto* least = std::get_if<ScoreAtLeast>(&proof_)) {
       const double minimum = least->minimum.value_or(run_.engine.thresholds().*policy_.threshold);
-      if (policy_.isScoredByFrame) {
-        score = gifQualityScore(run_.originalPixels(), output_, run_.tools(), run_.workingDirectory, minimum);
+      if (policy_.isAnimation) {
+        score = gifQualityScore(run_.originalPixels(), {output_, found.animation}, run_.tools(),
+                                run_.workingDirectory, minimum);
         if (!score) return rejected("gif_frame_quality_or_alpha", bytes_);
       } else {
         score = measured(found);
@@ -77,6 +79,13 @@ class Validation {
 
   std::string profiles(const ImageFacts& facts) const {
     return run_.facts().profileName.value_or("none") + " -> " + facts.profileName.value_or("none");
+  }
+
+  /// Animations are gone on with from where the inspections of both files ended.
+  bool showsOriginal(const ImageFacts::Inspection& found) {
+    if (!policy_.isAnimation) return samePixels(run_.url(), found);
+    return ImageFacts::gifFramesEqual({run_.url(), run_.original.takeAnimation()}, {output_, found.animation},
+                                      stop_);
   }
 
   bool samePixels(const URL& expected, const ImageFacts::Inspection& found) const {

@@ -46,9 +46,8 @@ constexpr FormatPolicy pngPolicy{
 constexpr FormatPolicy gifPolicy{
     .plan = runGIFPlan,
     .threshold = &CompressionEngine::Thresholds::gifQuality,
-    .isScoredByFrame = true,
+    .isAnimation = true,
     .saysItsColors = false,
-    .samePixels = byFiles<ImageFacts::gifFramesEqual>,
 };
 
 }  // namespace

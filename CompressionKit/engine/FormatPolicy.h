@@ -27,12 +27,12 @@ struct FormatPolicy {
   bool judgesLargerOutputs = false;
   /// Writes the original's orientation into a lossy or stripped output; none for kinds without.
   void (*preserveOrientation)(int orientation, const URL& output, const StopToken& stop) = nullptr;
-  bool isScoredByFrame = false;
+  bool isAnimation = false;           ///< its frames are compared and scored one by one
   bool saysItsColors = true;          ///< files of this kind carry profiles
   bool mayBeConvertedToSRGB = false;  ///< by a lossy step
   /// The comparisons read all rows of a candidate, so that its soundness need not be proven before.
   ImageFacts::Proof proof = ImageFacts::Proof::made;
-  /// Proves a lossless output. A kind without can have none, and cannot be stripped.
+  /// Proves a lossless output. A kind of still images without can have none, and cannot be stripped.
   Comparison samePixels = nullptr;
   /// Judges the alpha of a lossy output, which the score does not; none for kinds without.
   Comparison alphaSurvives = nullptr;

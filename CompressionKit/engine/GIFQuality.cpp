@@ -124,7 +124,7 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   for (const std::size_t index : wanted) {
     if (files::exists(frames.at(index))) continue;
     if (!original) {
-      original.emplace(run.originalPixels(), run.tools().stopToken());
+      original.emplace(AnimationFile{run.originalPixels()}, run.tools().stopToken());
       files::createDirectories(directory, 0777, files::Durability::cached);
     }
     while (next <= index) original->next(), ++next;
@@ -133,12 +133,12 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
   return frames;
 }
 
-std::optional<double> gifQualityScore(const URL& original, const URL& output, const ToolRunner& tools,
-                                      const URL& directory, double minimum) {
+std::optional<double> gifQualityScore(const URL& original, const AnimationFile& output,
+                                      const ToolRunner& tools, const URL& directory, double minimum) {
   const URL references = referenceDirectory(directory);
   // Frames take far more room than the animation; those of one output are not needed for the next.
-  const files::TemporaryTree outputs(directory.appending(output.lastPathComponent() + "-frames"));
-  GIFFrames expected(original, tools.stopToken()), candidate(output, tools.stopToken());
+  const files::TemporaryTree outputs(directory.appending(output.url.lastPathComponent() + "-frames"));
+  GIFFrames expected({original}, tools.stopToken()), candidate(output, tools.stopToken());
   const std::size_t count = candidate.count();
   if (count != expected.count()) return std::nullopt;
   for (const URL& frames : {references, outputs.url()}) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <vector>
 
+#include "CompressionKit/codecs/GIFDecoder.h"
 #include "CompressionKit/engine/CompressionRun.h"
 #include "CompressionKit/platform/URL.h"
 
@@ -22,7 +23,7 @@ std::vector<URL> gifReferenceFrames(const CompressionRun& run, const std::vector
 /// below `minimum`. The first frame in their order that is such, or cannot be exported or measured, ends the
 /// scoring. Frames are exported into the directory; those of the original stay there, as `gifReferenceFrames`
 /// finds them. Throws `CompressionError`, `FileError`, `Interrupted`.
-std::optional<double> gifQualityScore(const URL& original, const URL& output, const ToolRunner& tools,
-                                      const URL& directory, double minimum);
+std::optional<double> gifQualityScore(const URL& original, const AnimationFile& output,
+                                      const ToolRunner& tools, const URL& directory, double minimum);
 
 }  // namespace tidewell

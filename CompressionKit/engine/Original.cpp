@@ -61,6 +61,10 @@ views::Pair Original::takeViews() {
   return std::exchange(inspection_.views, std::nullopt).value();
 }
 
+std::shared_ptr<GIFAnimation> Original::takeAnimation() {
+  return std::exchange(inspection_.animation, nullptr);
+}
+
 bool Original::isUntouched() const noexcept {
   try {
     return files::resourceValues(url_) == entry_;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -36,6 +37,8 @@ class Original {
   const ImageProperties& properties() const { return inspection_.properties; }
   /// Of an image that the metric is not shown whole. They are given away once, for they are large.
   views::Pair takeViews();
+  /// Of a GIF, as its inspection left it: given away once, for it holds a whole canvas; then null.
+  std::shared_ptr<GIFAnimation> takeAnimation();
   /// Of a HEIC file, for its conversion.
   std::optional<HEICDecoding>& heic() { return heic_; }
 

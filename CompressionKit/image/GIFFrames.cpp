@@ -120,9 +120,9 @@ URL GIFFrames::file(const URL& directory, std::size_t index) {
   return directory.appending("frame-" + std::to_string(index) + ".png");
 }
 
-GIFFrames::GIFFrames(const URL& gif, const StopToken& stop)
+GIFFrames::GIFFrames(const AnimationFile& gif, const StopToken& stop)
     : stop_(stop),
-      source_(decoding([&] { return openAnimation(ImageInput(gif), stop); })),
+      source_(decoding([&] { return gif.open(stop); })),
       count_(source_->count()),
       indexes_(std::make_unique<Indexes>()) {}
 
@@ -181,7 +181,7 @@ bool canvases::agreeInChanges(const Canvas& one, const Canvas& other, Compared c
 }
 
 std::vector<URL> ImageFacts::exportGIFFrames(const URL& gif, const URL& directory, const StopToken& stop) {
-  GIFFrames animation(gif, stop);
+  GIFFrames animation({gif}, stop);
   files::createDirectories(directory, 0777, files::Durability::cached);
   std::vector<URL> frames;
   for (std::size_t i = 0; i < animation.count(); ++i) {

@@ -19,7 +19,7 @@ class GIFFrames {
   static URL file(const URL& directory, std::size_t index);
 
   /// Throws `CompressionError::invalidImage`, `Interrupted`.
-  GIFFrames(const URL& gif, const StopToken& stop);
+  GIFFrames(const AnimationFile& gif, const StopToken& stop);
   GIFFrames(const GIFFrames&) = delete;
   GIFFrames& operator=(const GIFFrames&) = delete;
   ~GIFFrames();
@@ -36,7 +36,7 @@ class GIFFrames {
   class Indexes;
 
   const StopToken stop_;
-  const std::unique_ptr<GIFAnimation> source_;
+  const std::shared_ptr<GIFAnimation> source_;
   const std::size_t count_;
   std::size_t next_ = 0;
   GIFAnimation::Canvas canvas_;

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <utility>
 
 #include "CompressionKit/CompressionError.h"
+#include "CompressionKit/codecs/GIFDecoder.h"
 #include "CompressionKit/codecs/ImageSource.h"
 #include "CompressionKit/image/Decoding.h"
 #include "CompressionKit/image/HEICDecoding.h"
@@ -100,9 +100,10 @@ ImageFacts::Inspection ImageFacts::inspection(const URL& url, Views wish, const 
     return {.facts = HEICDecoding(url, HEICDecoding::Purpose::inspect, stop).facts()};
   }
   return decoding([&] {
-    std::shared_ptr<ImageSource> source = ImageSource::open(url, stop);
+    const std::shared_ptr<ImageSource> source = ImageSource::open(url, stop);
     auto found = inspectSource(*source, *kind, url, wish, proof);
-    if (proof == Proof::owed) found.unproven = std::move(source);
+    if (proof == Proof::owed) found.unproven = source;
+    found.animation = std::dynamic_pointer_cast<GIFAnimation>(source);
     return found;
   });
 }

@@ -17,7 +17,9 @@
 
 namespace tidewell {
 
+class GIFAnimation;
 class ImageSource;
+struct AnimationFile;
 
 /// What a replacement must keep of an image, read once by `inspect`.
 struct ImageFacts {
@@ -71,7 +73,8 @@ struct ImageFacts {
   static bool quantizedAlphaWithin(const URL& original, const URL& candidate, const StopToken& stop = {});
   static bool quantizedAlphaWithin(const URL& original, ImageSource& candidate, const StopToken& stop = {});
   /// Same number of images, each rendering to equal bytes.
-  static bool gifFramesEqual(const URL& original, const URL& candidate, const StopToken& stop = {});
+  static bool gifFramesEqual(const AnimationFile& original, const AnimationFile& candidate,
+                             const StopToken& stop = {});
 
   /// Writes every frame of a GIF as "frame-<index>.png" into `directory` (made with its parents), in frame
   /// order. Throws `CompressionError`, `FileError`, `Interrupted`; files written before a failure stay.
@@ -86,6 +89,7 @@ struct ImageFacts::Inspection {
   ImageFacts facts;
   ImageProperties properties = {};  ///< of image 0; not of a HEIC file
   std::optional<views::Pair> views = std::nullopt;
+  std::shared_ptr<GIFAnimation> animation = nullptr;  ///< of a GIF, with frame 0 drawn
   /// Where the proof is owed: the file, opened. Whoever reads all of its rows has made the proof.
   std::shared_ptr<ImageSource> unproven = nullptr;
 

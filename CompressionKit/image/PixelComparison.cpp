@@ -172,10 +172,11 @@ bool ImageFacts::quantizedAlphaWithin(const URL& original, ImageSource& candidat
          statistics.withinLimits();
 }
 
-bool ImageFacts::gifFramesEqual(const URL& original, const URL& candidate, const StopToken& stop) {
+bool ImageFacts::gifFramesEqual(const AnimationFile& original, const AnimationFile& candidate,
+                                const StopToken& stop) {
   return holds([&] {
-    const auto first = openAnimation(ImageInput(original), stop);
-    const auto second = openAnimation(ImageInput(candidate), stop);
+    const auto first = original.open(stop);
+    const auto second = candidate.open(stop);
     if (first->count() != second->count()) return false;
     for (std::size_t i = 0; i < first->count(); ++i) {
       const auto one = first->canvas(i);
