@@ -46,8 +46,8 @@ EmptyPage::EmptyPage(QWidget* parent) : QWidget(parent) {
   layout->setSpacing(space);
   layout->addStretch();
   layout->addWidget(line(words(_("Drop images or folders here")), 1.7));
-  layout->addWidget(
-      line(words(_("JPEG, PNG and GIF become smaller where they lie; a HEIC photo gets a PNG beside it.")), 1));
+  layout->addWidget(line(
+      words(_("JPEG, PNG and GIF become smaller where they lie; a HEIC photo gets a PNG beside it.")), 1));
   layout->addLayout(buttons);
   layout->addWidget(
       line(words(_("The originals are kept for four hours, and every step can be undone.")), 1));

@@ -205,9 +205,10 @@ void MainWindow::showSettings() {
 }
 
 void MainWindow::showAbout() {
-  QMessageBox::about(this, words(_("About Tidewell")),
-                     words(_("Tidewell {1}\nMakes pictures smaller in place, measures every result, and can undo it."),
-                           {QGuiApplication::applicationVersion()}));
+  QMessageBox::about(
+      this, words(_("About Tidewell")),
+      words(_("Tidewell {1}\nMakes pictures smaller in place, measures every result, and can undo it."),
+            {QGuiApplication::applicationVersion()}));
 }
 
 void MainWindow::updateState() {
